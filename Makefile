@@ -1,0 +1,46 @@
+# Top-level commands. `make demo` and `make test` do all the set-up they need.
+JOBS ?= $(shell nproc)
+BUILD ?= build
+TEST_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+CTEST_ARGS ?=
+
+.PHONY: all deps build test demo fuzz bench clean
+
+all: build
+
+deps:
+	@bash scripts/install-deps.sh
+
+# Release build of the programs into build/bin.
+build: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF > /dev/null
+	cmake --build $(BUILD) -j $(JOBS)
+
+# The whole test suite in a build with AddressSanitizer and UndefinedBehaviorSanitizer.
+# Tests labelled "slow" (long randomized runs) are left out; run them with `make test-slow`.
+test: deps
+	cmake -S . -B $(TEST_BUILD) -DCMAKE_BUILD_TYPE=Debug -DKN_SANITIZE=ON -DKN_WERROR=ON > /dev/null
+	cmake --build $(TEST_BUILD) -j $(JOBS)
+	cd $(TEST_BUILD) && ASAN_OPTIONS=detect_leaks=1 ctest --output-on-failure -j $(JOBS) -LE slow $(CTEST_ARGS)
+
+test-slow: deps
+	cmake -S . -B $(TEST_BUILD) -DCMAKE_BUILD_TYPE=Debug -DKN_SANITIZE=ON -DKN_WERROR=ON > /dev/null
+	cmake --build $(TEST_BUILD) -j $(JOBS)
+	cd $(TEST_BUILD) && ctest --output-on-failure -L slow $(CTEST_ARGS)
+
+demo: build
+	@bash scripts/demo.sh
+
+# libFuzzer targets, built with clang. Run one with e.g.
+#   build-fuzz/bin/fuzz_registry -max_total_time=300 fuzz-corpus/registry
+fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKN_FUZZ=ON -DKN_TESTS=OFF > /dev/null
+	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+
+bench: deps
+	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF -DKN_BENCH=ON > /dev/null
+	cmake --build build-bench -j $(JOBS)
+
+clean:
+	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) build-bench

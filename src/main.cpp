@@ -1,0 +1,2 @@
+// Entry point of the log processor.
+int main() { return 0; }

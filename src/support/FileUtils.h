@@ -1,0 +1,24 @@
+#pragma once
+// Small file helpers of the system.
+#include <cstdint>
+#include <string>
+#include <vector>
+#include "support/FileHelper.h"
+
+// Full name of a file that didn't exist (or exists empty), "" on failure.
+// sPath empty: the temporary folder. sExt empty or "TMP": keep the generated ".tmp" file.
+std::string GetTempFile(std::string sPath, const std::string& sExt);
+
+// Copies the string's characters into the array and fills the rest with zeros.
+void ClearBytes(std::vector<uint8_t>& aBytes, const std::string& s);
+
+// Closes a folder search and sets the handle to 0.
+void CloseFind(FileHelper::FindHandle& hFind);
+
+// Writes a whole file through a temporary file in the same folder, flushed, renamed over
+// the target, folder flushed. 0 on success, else an errno value (the old file stays).
+int WriteFileAtomically(const std::string& sPath, const std::string& sContent);
+// Reads a whole file. 0 on success (also sets sContent), else an errno value.
+int ReadWholeFile(const std::string& sPath, std::string& sContent);
+// fsync of a file and of its folder. 0 on success, else an errno value.
+int SyncFileAndFolder(const std::string& sPath);
