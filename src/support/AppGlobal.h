@@ -59,6 +59,12 @@ template <class T> T Smaller(T a, T b) { return std::min(a, b); }
 template <class T> T Larger(T a, T b) { return std::max(a, b); }
 template <class T> T Clamp(T v, T lo, T hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
+// Gives the program's message loop one turn (pending messages, timers that are due, but
+// never a timer whose handler is still running). The engine installs the real pump; with
+// none installed this does nothing.
+void DoEvents();
+void SetDoEventsHandler(void (*fn)());
+
 // The close-down operation of a second copy: nothing to do beyond flushing.
 void CloseDown();
 
