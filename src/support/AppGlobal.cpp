@@ -1,0 +1,191 @@
+#include "support/AppGlobal.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <random>
+
+#include <fmt/format.h>
+
+#include "support/VbDate.h"
+
+extern char** environ;
+
+namespace {
+
+int32_t g_debugMode = 0;
+std::string g_debugPath;
+std::string g_appPath;
+std::string g_exeName;
+bool g_appSet = false;
+std::string g_commandLine;
+void (*g_doEvents)() = nullptr;
+
+void LoadApplicationFromProc() {
+  if (g_appSet) return;
+  char buf[4096];
+  ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);
+  if (n <= 0) return;
+  std::string exe(buf, static_cast<size_t>(n));
+  size_t sep = exe.rfind('/');
+  g_appPath = sep == std::string::npos ? "." : exe.substr(0, sep);
+  g_exeName = sep == std::string::npos ? exe : exe.substr(sep + 1);
+  g_appSet = true;
+}
+
+}  // namespace
+
+namespace AppGlobal {
+
+int32_t DebugMode() { return g_debugMode; }
+void SetDebugMode(int32_t lMode) { g_debugMode = lMode; }
+std::string DebugPath() { return g_debugPath; }
+void SetDebugPath(const std::string& sPath) { g_debugPath = sPath; }
+
+void SetApplication(const std::string& sPath, const std::string& sExeName) {
+  g_appPath = sPath;
+  g_exeName = sExeName;
+  g_appSet = true;
+}
+std::string AppPath() {
+  LoadApplicationFromProc();
+  return g_appPath;
+}
+std::string AppExeName() {
+  LoadApplicationFromProc();
+  return g_exeName;
+}
+std::string AppTitle() { return "Log Processor"; }
+std::string CommandLine() { return g_commandLine; }
+void SetCommandLine(const std::string& sLine) { g_commandLine = sLine; }
+
+std::string DateToReplyText(double dDate) { return VbDate::Format(dDate, "yyyy-mm-dd hh:nn:ss"); }
+
+std::vector<std::string> SplitArgLine(const std::string& sArgLine) {
+  std::vector<std::string> args;
+  std::string cur;
+  bool inArg = false, inQuotes = false;
+  size_t i = 0;
+  const size_t n = sArgLine.size();
+  while (i < n) {
+    char c = sArgLine[i];
+    if (!inQuotes && (c == ' ' || c == '\t')) {
+      if (inArg) {
+        args.push_back(cur);
+        cur.clear();
+        inArg = false;
+      }
+      ++i;
+      continue;
+    }
+    inArg = true;
+    if (c == '\\') {
+      size_t count = 0;
+      while (i < n && sArgLine[i] == '\\') {
+        ++count;
+        ++i;
+      }
+      if (i < n && sArgLine[i] == '"') {
+        cur.append(count / 2, '\\');
+        if (count % 2 == 1) {
+          cur += '"';
+          ++i;
+        }
+      } else {
+        cur.append(count, '\\');
+      }
+      continue;
+    }
+    if (c == '"') {
+      if (inQuotes && i + 1 < n && sArgLine[i + 1] == '"') {
+        cur += '"';  // "" inside quotes is a literal quote
+        i += 2;
+        continue;
+      }
+      inQuotes = !inQuotes;
+      ++i;
+      continue;
+    }
+    cur += c;
+    ++i;
+  }
+  if (inArg) args.push_back(cur);
+  return args;
+}
+
+int32_t RunAndWait(const std::string& sProgram, const std::string& sArgLine, int32_t, int32_t, int32_t) {
+  std::vector<std::string> args = SplitArgLine(sArgLine);
+  args.insert(args.begin(), sProgram);
+  std::vector<char*> argv;
+  for (auto& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  pid_t pid = 0;
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  int rc = ::posix_spawn(&pid, sProgram.c_str(), &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (rc != 0) return -1;
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) return -1;
+  }
+  if (WIFEXITED(status)) return WEXITSTATUS(status);
+  return -1;
+}
+
+std::string PadLeftText(const std::string& s, int32_t lWidth, char chPad) {
+  if (lWidth <= 0 || static_cast<int32_t>(s.size()) >= lWidth) return s;
+  return std::string(static_cast<size_t>(lWidth) - s.size(), chPad) + s;
+}
+
+bool AppendTextLine(const std::string& sFile, bool, const std::string& sText) {
+  int fd = ::open(sFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) return false;
+  std::string line = sText + "\r\n";
+  bool ok = ::write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+  ::close(fd);
+  return ok;
+}
+
+// ROT47 over the printable characters: its own inverse, keeps text printable.
+std::string ScrambleText(const std::string& sText, bool) {
+  std::string out = sText;
+  for (char& c : out) {
+    unsigned char u = static_cast<unsigned char>(c);
+    if (u >= 33 && u <= 126) c = static_cast<char>(33 + (u - 33 + 47) % 94);
+  }
+  return out;
+}
+
+std::string NewGUID() {
+  static std::mt19937_64 rng{std::random_device{}()};
+  uint64_t a = rng(), b = rng();
+  return fmt::format("{{{:08X}-{:04X}-{:04X}-{:04X}-{:012X}}}", static_cast<uint32_t>(a >> 32),
+                     static_cast<uint32_t>((a >> 16) & 0xFFFF), static_cast<uint32_t>(a & 0xFFFF),
+                     static_cast<uint32_t>(b >> 48), b & 0xFFFFFFFFFFFFULL);
+}
+
+std::string ByteArrayText(const uint8_t* pBytes, size_t lCount) {
+  std::string out;
+  for (size_t i = 0; i < lCount; ++i) {
+    if (i) out += ' ';
+    out += fmt::format("{:02X}", pBytes[i]);
+  }
+  return out;
+}
+
+double LargeToDouble(uint32_t lLow, uint32_t lHigh) {
+  return static_cast<double>(lHigh) * 4294967296.0 + static_cast<double>(lLow);
+}
+
+void DoEvents() {
+  if (g_doEvents) g_doEvents();
+}
+void SetDoEventsHandler(void (*fn)()) { g_doEvents = fn; }
+
+void CloseDown() { std::fflush(nullptr); }
+
+}  // namespace AppGlobal

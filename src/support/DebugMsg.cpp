@@ -1,0 +1,151 @@
+#include "support/DebugMsg.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <vector>
+
+#include "support/AppGlobal.h"
+#include "support/Clock.h"
+#include "support/ConfigAccess.h"
+#include "support/FileHelper.h"
+#include "support/FileUtils.h"
+#include "support/Machine.h"
+#include "support/MsgBox.h"
+#include "support/OsInfo.h"
+#include "support/VbDate.h"
+
+namespace {
+
+int32_t g_indent = 0;
+bool g_pathLookedUp = false;
+
+// Working set and private (page-file backed) bytes of this process.
+void MemoryCounters(uint64_t& workingSet, uint64_t& pagefile) {
+  workingSet = pagefile = 0;
+  FILE* f = std::fopen("/proc/self/statm", "r");
+  if (!f) return;
+  unsigned long size = 0, resident = 0, shared = 0, text = 0, lib = 0, data = 0;
+  if (std::fscanf(f, "%lu %lu %lu %lu %lu %lu", &size, &resident, &shared, &text, &lib, &data) == 6) {
+    uint64_t page = static_cast<uint64_t>(::sysconf(_SC_PAGESIZE));
+    workingSet = resident * page;
+    pagefile = data * page;
+  }
+  std::fclose(f);
+}
+
+std::string DebugFolder() {
+  std::string folder = AppGlobal::DebugPath();
+  if (folder.empty() && !g_pathLookedUp) {
+    g_pathLookedUp = true;
+    std::string reg = ConfigAccess::GetRegString("SOFTWARE\\Norvane", "DebugPath", "");
+    if (!reg.empty()) {
+      if (reg.back() != '\\' && reg.back() != '/') reg += '\\';
+      AppGlobal::SetDebugPath(reg);
+      folder = reg;
+    }
+  }
+  if (folder.empty()) {
+    // The drive of the Windows folder, then "\DebugFiles\".
+    folder = "C:\\DebugFiles\\";
+  }
+  return folder;
+}
+
+}  // namespace
+
+void DebugMsg(const std::string& sMessage, int32_t lLevel, int32_t lMark) {
+  const int32_t mode = AppGlobal::DebugMode();
+  if (mode == 0) return;
+  if (mode != -1) {
+    int32_t level = lLevel == -1 ? 5 : lLevel;
+    if (level > mode) return;
+  }
+  if (lMark == 2) g_indent = std::max(0, g_indent - 1);
+  else if (lMark == 3) g_indent = 0;
+
+  const std::string folder = DebugFolder();
+  std::string local = Machine::TranslatePath(folder);
+  while (local.size() > 1 && local.back() == '/') local.pop_back();
+  if (!FileHelper::EnsureFolder(local, 0)) {
+    MsgBox("The Debug Files folder could not be created in '" + folder + "'!", vbExclamation);
+    return;
+  }
+  const std::string exe = AppGlobal::AppExeName();
+  if (exe.empty()) return;
+  const double now = Clock::Now();
+  const std::string file = local + "/" + exe + "." + VbDate::Format(now, "yyyymmdd") + ".log";
+
+  std::string line = VbDate::Format(now, "hh:nn:ss");
+  if (OsInfo::PlatformId() == 2 && mode >= 10) {
+    uint64_t ws = 0, pf = 0;
+    MemoryCounters(ws, pf);
+    line += " " + AppGlobal::PadLeftText(std::to_string(ws), 10) + " " +
+            AppGlobal::PadLeftText(std::to_string(pf), 10);
+  }
+  line.append(static_cast<size_t>(g_indent) * 4, ' ');
+  line += ' ';
+  line += sMessage;
+  line += "\r\n";
+
+  int fd = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+  if (fd >= 0) {
+    const char* p = line.data();
+    size_t left = line.size();
+    while (left > 0) {
+      ssize_t n = ::write(fd, p, left);
+      if (n <= 0) break;
+      p += n;
+      left -= static_cast<size_t>(n);
+    }
+    ::close(fd);
+  }
+  if (lMark == 1) ++g_indent;
+}
+
+void tmrClearUpDebug_Timer() {
+  double freeBytes = FileHelper::DiskSpace("c:", 2);
+  if (freeBytes >= 1048576.0) return;
+
+  std::vector<int32_t> stamps{0};
+  const std::string drive = Machine::DriveFolder("c");
+  FileHelper::FindHandle h = 0;
+  std::string name = FileHelper::FindFirst(drive + "/kncapture.????????.log", 0, h);
+  while (!name.empty()) {
+    // The eight characters of the date stamp; names that are not digit stamps are passed over.
+    std::string stamp = name.size() >= 18 ? name.substr(10, 8) : "";
+    if (stamp.size() == 8 && std::all_of(stamp.begin(), stamp.end(), [](char c) { return std::isdigit(static_cast<unsigned char>(c)); }))
+      stamps.push_back(std::stoi(stamp));
+    name = FileHelper::FindNext(h);
+  }
+  CloseFind(h);
+  if (stamps.size() <= 1) return;
+
+  std::sort(stamps.begin(), stamps.end());
+  for (size_t i = 1; i < stamps.size() && freeBytes <= 3145728.0; ++i) {
+    FileHelper::DeleteFile(drive + "/kncapture." + std::to_string(stamps[i]) + ".log");
+    freeBytes = FileHelper::DiskSpace("c:", 2);
+  }
+}
+
+namespace DebugLog {
+
+std::string CurrentFile() {
+  const std::string exe = AppGlobal::AppExeName();
+  if (exe.empty()) return "";
+  std::string local = Machine::TranslatePath(DebugFolder());
+  while (local.size() > 1 && local.back() == '/') local.pop_back();
+  return local + "/" + exe + "." + VbDate::Format(Clock::Now(), "yyyymmdd") + ".log";
+}
+
+void ResetForTesting() {
+  g_indent = 0;
+  g_pathLookedUp = false;
+}
+
+int32_t Indent() { return g_indent; }
+
+}  // namespace DebugLog
