@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "audio/ChooseAudioClass.h"
 #include "engine/CommandLine.h"
 #include "engine/CrashFilter.h"
 #include "engine/Globals.h"
@@ -53,8 +54,7 @@ bool Main() {
 
   AppGlobal::SetApplication(AppGlobal::AppPath(), AppGlobal::AppExeName());
   if (CommandLine::HasSwitch(sCommand, "/SILENT")) SilentMode = true;
-  // Here the process-wide WriteIndirect default of the audio classes becomes true, once
-  // the audio layer is part of the program.
+  SetWriteIndirectDefault(true);
 
   sLogListLoc = CommandLine::LogListLocation(sCommand);
   if (sLogListLoc.empty()) sLogListLoc = kDefaultLogListLoc;

@@ -298,6 +298,8 @@ void frmProcessLogs::SetProcessorActive(bool bActive) {
   SetRestartEnabled(!bActive);
 }
 
+void frmProcessLogs::NonFatalError(const CNVErr& /*oWarning*/) {}
+
 // ---- Messages.
 
 void frmProcessLogs::ReadMessages() {

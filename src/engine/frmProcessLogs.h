@@ -20,13 +20,15 @@
 #include <memory>
 #include <string>
 
+#include "audio/IAudioFile.h"
+#include "audio/IAudioFileEventSink.h"
 #include "engine/IProcessorView.h"
 #include "support/MessageTransport.h"
 
 struct PrepareState;
 struct ProcessState;
 
-class frmProcessLogs : public QObject {
+class frmProcessLogs : public QObject, public IAudioFileEventSink {
   Q_OBJECT
 
  public:
@@ -63,6 +65,10 @@ class frmProcessLogs : public QObject {
 
   bool ProcessorActive() const { return m_bProcessorActive; }
 
+  // Warnings of the audio objects: the failure itself comes back through the result of
+  // the call, and the trace holds the details, so the warning is taken and ignored.
+  void NonFatalError(const CNVErr& oWarning) override;
+
   // What the window shows, kept here so that a headless run and the tests can read it.
   const std::string& AllDoneCaption() const { return m_sAllDoneCaption; }
   const std::string& CurrentFileCaption() const { return m_sCurrentFileCaption; }
@@ -81,6 +87,9 @@ class frmProcessLogs : public QObject {
   bool m_bSaveArcs = false;
   double m_dLastActive = 0;
   bool m_bExitWhenDone = true;
+  // The files of the conversion under way.
+  std::shared_ptr<IAudioFile> m_oInFile;
+  std::shared_ptr<IAudioFile> m_oOutFile;
 
   // The timers of the form; all disabled until the form loads.
   QTimer tmrLoadLogs;
