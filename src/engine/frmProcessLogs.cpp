@@ -183,7 +183,12 @@ void frmProcessLogs::cmdRestart_Click() {
 void frmProcessLogs::tmrLoadLogs_Timer() {
   tmrLoadLogs.stop();
   LogListClear();
-  const int32_t lCount = ConfigAccess::GetRegLong(sLogListLoc, "LogCount", 0);
+  int32_t lCount = ConfigAccess::GetRegLong(sLogListLoc, "LogCount", 0);
+  if (lCount > INT16_MAX) {
+    // Logger numbers are 16-bit; a count beyond them is a broken registry, not a list.
+    DebugMsg(fmt::format("LogCount {} is out of range: no logs loaded", lCount), -1, 0);
+    lCount = 0;
+  }
   for (int32_t i = 1; i <= lCount; ++i) {
     m_dLastActive = Clock::Now();
     LogListLoad(sLogListLoc, i);

@@ -418,3 +418,51 @@ TEST_F(EngineTest, DoEventsPumpsTheLoopOnceLoaded) {
   }
   EXPECT_TRUE(m_pForm->m_bShutdown);
 }
+
+// The load pumps messages after each logger. A tick of the same timer that comes during
+// such a pump must be skipped, not run inside the running one: the running handler
+// would otherwise find its timer stopped by the inner tick when it ends.
+TEST_F(EngineTest, ATickIsNotEnteredWhileTheSameHandlerRuns) {
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n"
+      "\"LogCount\"=dword:00000003\r\n");
+  struct ProbeView : RecordingView {
+    frmProcessLogs* pForm = nullptr;
+    int iEnds = 0;
+    bool bTimerActiveAtFirstEnd = false;
+    void SetAllDoneCaption(const std::string& s) override {
+      RecordingView::SetAllDoneCaption(s);
+      if (s == "NO LOGS FOUND!" && iEnds++ == 0) bTimerActiveAtFirstEnd = pForm->tmrLoadLogs.isActive();
+    }
+  } oView;
+  m_pForm = std::make_unique<frmProcessLogs>();
+  oView.pForm = m_pForm.get();
+  m_pForm->SetView(&oView);
+  m_pForm->Load();
+  // At the handler's first pump, the timer is started again with no delay.
+  static frmProcessLogs* s_pForm;
+  static bool s_bRestarted;
+  s_pForm = m_pForm.get();
+  s_bRestarted = false;
+  AppGlobal::SetDoEventsHandler([] {
+    if (!s_bRestarted) {
+      s_bRestarted = true;
+      s_pForm->tmrLoadLogs.start(0);
+    }
+    QCoreApplication::processEvents();
+  });
+  ASSERT_TRUE(RunUntil([&] { return oView.iEnds >= 1; }));
+  EXPECT_TRUE(s_bRestarted);
+  EXPECT_TRUE(oView.bTimerActiveAtFirstEnd);
+  // The skipped tick comes again once the handler has ended.
+  ASSERT_TRUE(RunUntil([&] { return oView.iEnds >= 2; }));
+}
+
+TEST_F(EngineTest, AnImpossibleLoggerCountLoadsNothing) {
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n"
+      "\"LogCount\"=dword:7fffffff\r\n");
+  LoadAndWaitForNoLogs();
+  EXPECT_EQ(m_pForm->AllDoneCaption(), "NO LOGS FOUND!");
+  EXPECT_NE(Trace().find("LogCount 2147483647 is out of range"), std::string::npos);
+}
