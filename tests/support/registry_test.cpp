@@ -205,7 +205,8 @@ TEST_F(RegistryFileWrite, DeleteKeyTakesSubKeysButNotNamesSharingAPrefix) {
 TEST_F(RegistryFileWrite, RoundTripOfAwkwardStrings) {
   RegistryFile r;
   const std::vector<std::string> aValues = {"", "a\\b\\\\c", "\"quoted\"", "two\r\nlines\nand\rmore",
-                                            "\xE2\x82\xAC uro", "trailing backslash\\", "=;[x]"};
+                                            "\xE2\x82\xAC uro", "trailing backslash\\", "=;[x]",
+                                            "bad \xF3\xC3 bytes\r\nkept"};
   for (size_t i = 0; i < aValues.size(); ++i) r.SetString("S\\K", "v" + std::to_string(i), aValues[i]);
   r.SetString("S\\K", "", "default");
   r.SetDword("S\\K", "n\"ame\\", 0x80000000u);
