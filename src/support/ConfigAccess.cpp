@@ -80,6 +80,8 @@ bool ChangeRegistry(const std::function<bool(RegistryFile&)>& fnChange) {
       return false;
     }
   }
+  // Under the lock no other writer is at work: a temporary file is a killed writer's.
+  RemoveAtomicLeftovers(sPath);
   bool bOk = false;
   std::string sBytes;
   const int e = ReadWholeFile(sPath, sBytes);

@@ -359,4 +359,7 @@ TEST_F(RegistryAccess, KilledWriterLeavesAWholeFile) {
     for (int i = 0; i < 50; ++i)
       ASSERT_EQ(Text(r, "S\\Base", "v" + std::to_string(i)), std::string(40, 'a' + i % 26)) << "round " << round;
   }
+  // The next writer clears what the killed ones left: only the file and its lock stay.
+  ASSERT_TRUE(ConfigAccess::SetRegString("S\\Busy", "n", "done"));
+  EXPECT_EQ(FilesInRoot(), 2u);
 }
