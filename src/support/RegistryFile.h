@@ -82,7 +82,7 @@ class RegistryFile {
 
   static std::vector<std::string> PathOf(const std::string& sKey);
   static bool IsPrefix(const std::vector<std::string>& aPrefix, const std::vector<std::string>& aPath);
-  void ClassifyLines(const std::vector<std::string>& aPhysical);
+  void ClassifyLines(const std::vector<std::string_view>& aPhysical);
   // Index of the line that holds the value now in force, or -1.
   long FindValue(const std::vector<std::string>& aPath, const std::string& sNameUpper) const;
   // Sets a value; an existing value keeps the spelling of its name.

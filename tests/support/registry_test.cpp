@@ -1,6 +1,7 @@
 // The registry file: reading exports of the Windows registry editor, rewriting them
 // without losing what is not understood, and safe writes between processes.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -272,6 +273,23 @@ TEST_F(RegistryAccess, WritesAreUtf8ExportsAndReadsSeeTheDisk) {
   EXPECT_EQ(ConfigAccess::GetRegString(kLogger1, "Name", ""), "Two");
   EXPECT_TRUE(ConfigAccess::DeleteRegKey(kLogger1));
   EXPECT_FALSE(ConfigAccess::RegKeyExists(kLogger1));
+}
+
+TEST_F(RegistryAccess, CachedReadsFollowEveryChange) {
+  auto setMtime = [&](time_t t) {
+    struct timespec ts[2] = {{t, 0}, {t, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, Machine::RegistryFile().c_str(), ts, 0), 0);
+  };
+  WriteFile("registry.reg", "REGEDIT4\n[HKLM\\S]\n\"a\"=\"1\"\n");
+  setMtime(1000000);
+  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "1");
+  WriteFile("registry.reg", "REGEDIT4\n[HKLM\\S]\n\"a\"=\"2\"\n");  // same size, in place
+  setMtime(1000005);
+  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "2");
+  ASSERT_TRUE(ConfigAccess::SetRegString("S", "a", "3"));
+  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "3");
+  ASSERT_TRUE(ConfigAccess::SetRegString("S", "a", "4"));  // within the same second
+  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "4");
 }
 
 TEST_F(RegistryAccess, WritingTheStoredValueLeavesTheFileAlone) {
