@@ -198,6 +198,10 @@ RegistryFile RegistryFile::Parse(std::string_view sBytes) {
     sText = TextRules::Utf16ToUtf8(sBytes.substr(2), true);
   } else if (sBytes.substr(0, 3) == "\xEF\xBB\xBF") {
     sText = sBytes.substr(3);
+  } else if (sBytes.size() >= 4 && sBytes[0] != '\0' && sBytes[1] == '\0' && sBytes[2] != '\0' &&
+             sBytes[3] == '\0') {
+    // UTF-16LE that lost its byte-order mark: text never holds NUL bytes otherwise.
+    sText = TextRules::Utf16ToUtf8(sBytes, false);
   } else {
     sText = sBytes;
   }

@@ -42,8 +42,8 @@ class RegistryFile {
   };
 
   RegistryFile() = default;
-  // Reads the bytes of a file: UTF-16LE or UTF-16BE with byte-order mark, UTF-8 with
-  // or without one; CRLF, LF or CR line ends. Never fails: what cannot be read becomes
+  // Reads the bytes of a file: UTF-16LE or UTF-16BE with byte-order mark, UTF-16LE
+  // without one, UTF-8 with or without one; CRLF, LF or CR line ends. Never fails: what cannot be read becomes
   // a Problem.
   static RegistryFile Parse(std::string_view sBytes);
 

@@ -68,6 +68,10 @@ TEST(RegistryFileRead, Utf16ExportWithWindowsPaths) {
   EXPECT_TRUE(r.KeyExists("software\\NORVANE\\kestrane V4\\capture\\logger1"));
   EXPECT_TRUE(r.KeyExists("SOFTWARE\\Norvane"));  // a parent of a listed key
   EXPECT_FALSE(r.KeyExists("SOFTWARE\\Norvane\\Kestrane v4\\Capture\\Logger2"));
+  // The same export after a tool dropped the byte-order mark.
+  const RegistryFile noBom = RegistryFile::Parse(Utf16Export(sExport).substr(2));
+  EXPECT_TRUE(noBom.Problems().empty());
+  EXPECT_EQ(Text(noBom, kLogger1, "LogPath"), "D:\\Kestrane\\Logger3");
 }
 
 TEST(RegistryFileRead, Regedit4AliasesAndLineEnds) {
