@@ -1,0 +1,228 @@
+#include "audio/codec/AvAudioWriter.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/audio_fifo.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
+#include <libavutil/samplefmt.h>
+#include <libswresample/swresample.h>
+}
+
+#include <algorithm>
+#include <vector>
+
+#include "audio/codec/CodecError.h"
+
+namespace {
+// Frames handed to an encoder that takes any frame size (PCM).
+constexpr int kVariableFrameSize = 4096;
+
+std::string AvErrorText(int rc) {
+  char a[AV_ERROR_MAX_STRING_SIZE] = {};
+  av_strerror(rc, a, sizeof a);
+  return a;
+}
+}  // namespace
+
+AvAudioWriter::AvAudioWriter() { SilenceCodecLoggingByDefault(); }
+
+AvAudioWriter::~AvAudioWriter() {
+  if (IsOpen()) Abandon();
+}
+
+int32_t AvAudioWriter::BlockAlign() const { return m_pEncoder ? m_pEncoder->block_align : 0; }
+
+void AvAudioWriter::Abandon() {
+  if (m_pFormat) {
+    if (m_bHeaderWritten) av_write_trailer(m_pFormat);
+    if (m_pFormat->pb) avio_closep(&m_pFormat->pb);
+    avformat_free_context(m_pFormat);
+    m_pFormat = nullptr;
+  }
+  if (m_pEncoder) avcodec_free_context(&m_pEncoder);
+  if (m_pSwr) swr_free(&m_pSwr);
+  if (m_pFifo) {
+    av_audio_fifo_free(m_pFifo);
+    m_pFifo = nullptr;
+  }
+  if (m_pPacket) av_packet_free(&m_pPacket);
+  if (m_pFrame) av_frame_free(&m_pFrame);
+  m_bHeaderWritten = false;
+  m_lNextPts = 0;
+  m_lInputFrames = 0;
+}
+
+void AvAudioWriter::Create(const std::string& sPath, const AvEncodeSettings& s) {
+  if (IsOpen()) Abandon();
+  auto fail = [&](const std::string& sWhy) {
+    Abandon();
+    throw CodecError(CodecErr::kCreateFailed, "Cannot create " + sPath + ": " + sWhy);
+  };
+  if (s.lSampleRate <= 0 || s.lChannels < 1 || s.lChannels > 2) fail("unusable format");
+  const AVCodec* pCodec = avcodec_find_encoder_by_name(s.sEncoder.c_str());
+  if (!pCodec) fail("no encoder " + s.sEncoder);
+  if (avformat_alloc_output_context2(&m_pFormat, nullptr, s.sMuxer.c_str(), sPath.c_str()) < 0 ||
+      !m_pFormat) {
+    m_pFormat = nullptr;
+    fail("no container " + s.sMuxer);
+  }
+  // WAV: no encoder text in a LIST chunk. (MP3 needs the encoder tag: it carries the
+  // delay and padding that make its length exact.)
+  if (s.sMuxer == "wav") m_pFormat->flags |= AVFMT_FLAG_BITEXACT;
+  m_pEncoder = avcodec_alloc_context3(pCodec);
+  if (!m_pEncoder) fail("out of memory");
+  m_pEncoder->sample_rate = s.lSampleRate;
+  av_channel_layout_default(&m_pEncoder->ch_layout, s.lChannels);
+  m_pEncoder->sample_fmt = pCodec->sample_fmts ? pCodec->sample_fmts[0] : AV_SAMPLE_FMT_S16;
+  if (pCodec->sample_fmts)
+    for (const AVSampleFormat* p = pCodec->sample_fmts; *p != AV_SAMPLE_FMT_NONE; ++p)
+      if (*p == AV_SAMPLE_FMT_S16) m_pEncoder->sample_fmt = AV_SAMPLE_FMT_S16;
+  if (pCodec->supported_samplerates) {
+    bool bOk = false;
+    for (const int* p = pCodec->supported_samplerates; *p; ++p) bOk |= *p == s.lSampleRate;
+    if (!bOk) fail("the encoder does not take " + std::to_string(s.lSampleRate) + " Hz");
+  }
+  if (s.lBitRate > 0) m_pEncoder->bit_rate = s.lBitRate;
+  m_pEncoder->time_base = AVRational{1, s.lSampleRate};
+  if (m_pFormat->oformat->flags & AVFMT_GLOBALHEADER)
+    m_pEncoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  AVDictionary* pOpts = nullptr;
+  if (s.lBlockAlign > 0) av_dict_set_int(&pOpts, "block_size", s.lBlockAlign, 0);
+  int rc = avcodec_open2(m_pEncoder, pCodec, &pOpts);
+  av_dict_free(&pOpts);
+  if (rc < 0) fail("the encoder refused the format (" + AvErrorText(rc) + ")");
+
+  AVStream* pStream = avformat_new_stream(m_pFormat, nullptr);
+  if (!pStream) fail("out of memory");
+  if (avcodec_parameters_from_context(pStream->codecpar, m_pEncoder) < 0) fail("bad parameters");
+  pStream->time_base = m_pEncoder->time_base;
+  rc = avio_open(&m_pFormat->pb, sPath.c_str(), AVIO_FLAG_WRITE);
+  if (rc < 0) fail(AvErrorText(rc));
+  rc = avformat_write_header(m_pFormat, nullptr);
+  if (rc < 0) fail("cannot write the header (" + AvErrorText(rc) + ")");
+  m_bHeaderWritten = true;
+
+  m_iFrameSize = m_pEncoder->frame_size;
+  if (m_iFrameSize <= 0 || (pCodec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE))
+    m_iFrameSize = std::max(m_iFrameSize, kVariableFrameSize);
+  m_pFifo = av_audio_fifo_alloc(m_pEncoder->sample_fmt, s.lChannels, m_iFrameSize * 4);
+  m_pPacket = av_packet_alloc();
+  m_pFrame = av_frame_alloc();
+  if (!m_pFifo || !m_pPacket || !m_pFrame) fail("out of memory");
+  m_sPath = sPath;
+  m_lNextPts = 0;
+  m_lInputFrames = 0;
+  SetUpResampler();
+}
+
+void AvAudioWriter::SetInputFormat(int32_t lRate, int32_t lChannels) {
+  if (lRate <= 0 || lChannels < 1 || lChannels > 8)
+    throw CodecError(CodecErr::kBadArgument, "Unusable array format");
+  if (lRate == m_lInRate && lChannels == m_lInChannels) return;
+  m_lInRate = lRate;
+  m_lInChannels = lChannels;
+  if (IsOpen()) SetUpResampler();
+}
+
+void AvAudioWriter::SetUpResampler() {
+  if (m_pSwr) swr_free(&m_pSwr);  // a change of input format mid-file drops its delay
+  AVChannelLayout inLayout;
+  av_channel_layout_default(&inLayout, m_lInChannels);
+  int rc = swr_alloc_set_opts2(&m_pSwr, &m_pEncoder->ch_layout, m_pEncoder->sample_fmt,
+                               m_pEncoder->sample_rate, &inLayout, AV_SAMPLE_FMT_S16, m_lInRate,
+                               0, nullptr);
+  av_channel_layout_uninit(&inLayout);
+  if (rc < 0 || swr_init(m_pSwr) < 0) {
+    swr_free(&m_pSwr);
+    throw CodecError(CodecErr::kCreateFailed, "Cannot convert audio for " + m_sPath);
+  }
+}
+
+void AvAudioWriter::Write(const int16_t* pSamples, size_t lCount) {
+  if (!IsOpen()) throw CodecError(CodecErr::kNotOpen, "No file is open for writing");
+  int lFrames = static_cast<int>(lCount / static_cast<size_t>(m_lInChannels));
+  if (lFrames <= 0) return;
+  int lOut = swr_get_out_samples(m_pSwr, lFrames);
+  uint8_t** ppOut = nullptr;
+  if (av_samples_alloc_array_and_samples(&ppOut, nullptr, m_pEncoder->ch_layout.nb_channels,
+                                         std::max(lOut, 1), m_pEncoder->sample_fmt, 0) < 0)
+    throw CodecError(CodecErr::kWriteFailed, "Out of memory");
+  const uint8_t* pIn = reinterpret_cast<const uint8_t*>(pSamples);
+  int n = swr_convert(m_pSwr, ppOut, lOut, &pIn, lFrames);
+  int rc = n > 0 ? av_audio_fifo_write(m_pFifo, reinterpret_cast<void**>(ppOut), n) : 0;
+  av_freep(&ppOut[0]);
+  av_freep(&ppOut);
+  if (n < 0 || rc < 0) throw CodecError(CodecErr::kWriteFailed, "Cannot convert audio");
+  m_lInputFrames += lFrames;
+  EncodeFrames(false);
+}
+
+void AvAudioWriter::SendFrame(AVFrame* pFrame) {
+  int rc = avcodec_send_frame(m_pEncoder, pFrame);
+  if (rc < 0 && rc != AVERROR_EOF)
+    throw CodecError(CodecErr::kWriteFailed, "Encoding failed (" + AvErrorText(rc) + ")");
+  for (;;) {
+    rc = avcodec_receive_packet(m_pEncoder, m_pPacket);
+    if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return;
+    if (rc < 0)
+      throw CodecError(CodecErr::kWriteFailed, "Encoding failed (" + AvErrorText(rc) + ")");
+    m_pPacket->stream_index = 0;
+    av_packet_rescale_ts(m_pPacket, m_pEncoder->time_base, m_pFormat->streams[0]->time_base);
+    rc = av_write_frame(m_pFormat, m_pPacket);
+    av_packet_unref(m_pPacket);
+    if (rc < 0)
+      throw CodecError(CodecErr::kWriteFailed, "Cannot write " + m_sPath + " (" + AvErrorText(rc) + ")");
+  }
+}
+
+void AvAudioWriter::EncodeFrames(bool bFinal) {
+  while (av_audio_fifo_size(m_pFifo) >= m_iFrameSize ||
+         (bFinal && av_audio_fifo_size(m_pFifo) > 0)) {
+    int n = std::min(av_audio_fifo_size(m_pFifo), m_iFrameSize);
+    av_frame_unref(m_pFrame);
+    m_pFrame->nb_samples = n;
+    m_pFrame->format = m_pEncoder->sample_fmt;
+    m_pFrame->sample_rate = m_pEncoder->sample_rate;
+    av_channel_layout_copy(&m_pFrame->ch_layout, &m_pEncoder->ch_layout);
+    if (av_frame_get_buffer(m_pFrame, 0) < 0)
+      throw CodecError(CodecErr::kWriteFailed, "Out of memory");
+    if (av_audio_fifo_read(m_pFifo, reinterpret_cast<void**>(m_pFrame->data), n) < n)
+      throw CodecError(CodecErr::kWriteFailed, "Cannot buffer audio");
+    m_pFrame->pts = m_lNextPts;
+    m_lNextPts += n;
+    SendFrame(m_pFrame);
+  }
+}
+
+void AvAudioWriter::Close() {
+  if (!IsOpen()) return;
+  try {
+    // What the resampler still holds, then a last short frame, then the encoder's tail.
+    for (;;) {
+      int lOut = swr_get_out_samples(m_pSwr, 0);
+      if (lOut <= 0) break;
+      uint8_t** ppOut = nullptr;
+      if (av_samples_alloc_array_and_samples(&ppOut, nullptr, m_pEncoder->ch_layout.nb_channels,
+                                             lOut, m_pEncoder->sample_fmt, 0) < 0)
+        break;
+      int n = swr_convert(m_pSwr, ppOut, lOut, nullptr, 0);
+      if (n > 0) av_audio_fifo_write(m_pFifo, reinterpret_cast<void**>(ppOut), n);
+      av_freep(&ppOut[0]);
+      av_freep(&ppOut);
+      if (n <= 0) break;
+    }
+    EncodeFrames(true);
+    SendFrame(nullptr);
+    int rc = av_write_trailer(m_pFormat);
+    m_bHeaderWritten = false;
+    if (rc < 0) throw CodecError(CodecErr::kWriteFailed, "Cannot finish " + m_sPath);
+    rc = avio_closep(&m_pFormat->pb);
+    if (rc < 0) throw CodecError(CodecErr::kWriteFailed, "Cannot close " + m_sPath);
+  } catch (...) {
+    Abandon();
+    throw;
+  }
+  Abandon();
+}

@@ -1,0 +1,62 @@
+#pragma once
+// Encodes interleaved 16-bit samples through FFmpeg into one file: the container and
+// encoder by name, the file's rate, channels and bit rate. The samples come in an input
+// format of the caller's choice and are resampled to the file's where they differ.
+#include <cstdint>
+#include <string>
+
+struct AVFormatContext;
+struct AVCodecContext;
+struct SwrContext;
+struct AVAudioFifo;
+struct AVPacket;
+struct AVFrame;
+
+struct AvEncodeSettings {
+  std::string sMuxer;     // "wav", "mp3", "ogg", "mp2", "asf"
+  std::string sEncoder;   // "pcm_s16le", "adpcm_ima_wav", "libmp3lame", ...
+  int32_t lSampleRate = 0;
+  int32_t lChannels = 0;
+  int32_t lBitRate = 0;   // bits a second; 0 for PCM and ADPCM
+  int32_t lBlockAlign = 0;  // ADPCM: bytes a block; 0 for the encoder's default
+};
+
+class AvAudioWriter {
+ public:
+  AvAudioWriter();
+  ~AvAudioWriter();  // an unfinished file is closed as far as it goes, without raising
+  AvAudioWriter(const AvAudioWriter&) = delete;
+  AvAudioWriter& operator=(const AvAudioWriter&) = delete;
+
+  // Creates the file. Raises CodecError (kCreateFailed) when the encoder refuses the
+  // settings or the file cannot be made.
+  void Create(const std::string& sPath, const AvEncodeSettings& settings);
+  bool IsOpen() const { return m_pFormat != nullptr; }
+  void SetInputFormat(int32_t lRate, int32_t lChannels);
+  // Appends lCount samples (all channels counted). Raises CodecError on failure.
+  void Write(const int16_t* pSamples, size_t lCount);
+  // Flushes the encoder and finishes the file. Raises CodecError on failure.
+  void Close();
+  int64_t FramesWritten() const { return m_lInputFrames; }  // input frames taken
+  int32_t BlockAlign() const;
+
+ private:
+  void Abandon();
+  void SetUpResampler();
+  void EncodeFrames(bool bFinal);
+  void SendFrame(AVFrame* pFrame);
+
+  AVFormatContext* m_pFormat = nullptr;
+  AVCodecContext* m_pEncoder = nullptr;
+  SwrContext* m_pSwr = nullptr;
+  AVAudioFifo* m_pFifo = nullptr;
+  AVPacket* m_pPacket = nullptr;
+  AVFrame* m_pFrame = nullptr;
+  int m_iFrameSize = 0;
+  int64_t m_lNextPts = 0;
+  int64_t m_lInputFrames = 0;
+  int32_t m_lInRate = 44100;
+  int32_t m_lInChannels = 2;
+  bool m_bHeaderWritten = false;
+  std::string m_sPath;
+};

@@ -1,0 +1,273 @@
+#include "support/ConfigAccess.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <unordered_map>
+
+#include "support/Faults.h"
+#include "support/FileUtils.h"
+#include "support/Machine.h"
+#include "support/ProfileFile.h"
+#include "support/RegistryFile.h"
+
+namespace ConfigAccess {
+
+namespace {
+
+// ---- Reports on standard error, each text once per process: the same bad line is
+// read again on every registry access.
+std::mutex g_reportMutex;
+
+// sWhat tells which report it is (without line numbers, which move when the file is
+// rewritten); sText is what is shown.
+void ReportOnce(const std::string& sWhat, const std::string& sText) {
+  std::lock_guard<std::mutex> lock(g_reportMutex);
+  static std::set<std::string> s_reported;
+  if (!s_reported.insert(sWhat).second) return;
+  fmt::print(stderr, "{}: {}\n", program_invocation_short_name, sText);
+  std::fflush(stderr);
+}
+
+// ---- Registry
+
+RegistryFile ParseRegistry(const std::string& sPath, const std::string& sBytes) {
+  RegistryFile r = RegistryFile::Parse(sBytes);
+  for (const auto& p : r.Problems())
+    ReportOnce(fmt::format("{}\n{}\n{}", sPath, p.sReason, p.sText),
+               fmt::format("{}: line {} skipped ({}): {}", sPath, p.iLine, p.sReason, p.sText));
+  return r;
+}
+
+RegistryFile LoadRegistry() {
+  const std::string sPath = Machine::RegistryFile();
+  std::string sBytes;
+  const int e = ReadWholeFile(sPath, sBytes);
+  if (e == ENOENT || e == ENOTDIR) return {};
+  if (e) {
+    ReportOnce(fmt::format("{}\nunreadable {}", sPath, e),
+               fmt::format("{}: cannot read the registry file: {}", sPath, std::strerror(e)));
+    return {};
+  }
+  return ParseRegistry(sPath, sBytes);
+}
+
+// Read, change and rewrite the registry file under the exclusive lock of its lock file,
+// so that two writers never lose each other's values. The file is left alone when the
+// change changes nothing.
+bool ChangeRegistry(const std::function<bool(RegistryFile&)>& fnChange) {
+  if (Faults::Hit("registry.write")) return false;
+  const std::string sPath = Machine::RegistryFile();
+  std::error_code ec;
+  std::filesystem::create_directories(Machine::Root(), ec);
+  const int fdLock = ::open((sPath + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  if (fdLock < 0) return false;
+  while (::flock(fdLock, LOCK_EX) != 0) {
+    if (errno != EINTR) {
+      ::close(fdLock);
+      return false;
+    }
+  }
+  bool bOk = false;
+  std::string sBytes;
+  const int e = ReadWholeFile(sPath, sBytes);
+  if (e == 0 || e == ENOENT) {
+    RegistryFile r = ParseRegistry(sPath, sBytes);
+    const std::string sBefore = r.Serialise();
+    if (fnChange(r)) {
+      const std::string sAfter = r.Serialise();
+      bOk = sAfter == sBefore || WriteFileAtomically(sPath, sAfter) == 0;
+    }
+  } else {
+    ReportOnce(fmt::format("{}\nunreadable {}", sPath, e),
+               fmt::format("{}: cannot read the registry file: {}", sPath, std::strerror(e)));
+  }
+  ::close(fdLock);  // releases the lock
+  return bOk;
+}
+
+// ---- Profile files, cached as long as the file on disk is the same file with the same
+// modification time and size. A file changed less than two seconds ago is not cached:
+// a second change within the time stamp's granularity could keep both unchanged.
+
+struct CacheEntry {
+  dev_t dev = 0;
+  ino_t ino = 0;
+  off_t size = 0;
+  struct timespec mtime {};
+  std::shared_ptr<const ProfileFile> pFile;
+};
+
+std::mutex g_cacheMutex;
+std::unordered_map<std::string, CacheEntry>& Cache() {
+  static std::unordered_map<std::string, CacheEntry> s_cache;
+  return s_cache;
+}
+constexpr size_t kMaxCached = 256;
+
+bool SameFile(const CacheEntry& c, const struct stat& st) {
+  return c.dev == st.st_dev && c.ino == st.st_ino && c.size == st.st_size &&
+         c.mtime.tv_sec == st.st_mtim.tv_sec && c.mtime.tv_nsec == st.st_mtim.tv_nsec;
+}
+
+// Reads the file and the status of what was read. 0 or an errno value.
+int ReadWithStatus(const std::string& sFile, std::string& sBytes, struct stat& st) {
+  const int fd = ::open(sFile.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return errno;
+  int e = 0;
+  if (::fstat(fd, &st) != 0) e = errno;
+  std::string s;
+  char aBuf[65536];
+  while (!e) {
+    const ssize_t n = ::read(fd, aBuf, sizeof aBuf);
+    if (n < 0) {
+      if (errno != EINTR) e = errno;
+      continue;
+    }
+    if (n == 0) break;
+    s.append(aBuf, static_cast<size_t>(n));
+  }
+  ::close(fd);
+  if (!e) sBytes = std::move(s);
+  return e;
+}
+
+std::shared_ptr<const ProfileFile> LoadProfile(const std::string& sFile) {
+  if (sFile.empty()) return nullptr;
+  struct stat st {};
+  if (::stat(sFile.c_str(), &st) != 0) return nullptr;
+  {
+    std::lock_guard<std::mutex> lock(g_cacheMutex);
+    auto it = Cache().find(sFile);
+    if (it != Cache().end() && SameFile(it->second, st)) return it->second.pFile;
+  }
+  std::string sBytes;
+  if (ReadWithStatus(sFile, sBytes, st) != 0) return nullptr;
+  auto pFile = std::make_shared<const ProfileFile>(ProfileFile::Parse(sBytes));
+
+  struct timespec now {};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  std::lock_guard<std::mutex> lock(g_cacheMutex);
+  if (st.st_mtim.tv_sec + 2 < now.tv_sec) {
+    if (Cache().size() >= kMaxCached) Cache().clear();
+    Cache()[sFile] = CacheEntry{st.st_dev, st.st_ino, st.st_size, st.st_mtim, pFile};
+  } else {
+    Cache().erase(sFile);
+  }
+  return pFile;
+}
+
+void Forget(const std::string& sFile) {
+  std::lock_guard<std::mutex> lock(g_cacheMutex);
+  Cache().erase(sFile);
+}
+
+// Read the file as it is now, change it and write it back when the text changed.
+bool ChangeProfile(const std::string& sFile, const std::function<bool(ProfileFile&)>& fnChange) {
+  if (sFile.empty()) return false;
+  if (Faults::Hit("profile.write")) return false;
+  std::string sBytes;
+  struct stat st {};
+  const int e = ReadWithStatus(sFile, sBytes, st);
+  if (e != 0 && e != ENOENT) return false;
+  ProfileFile f = ProfileFile::Parse(sBytes);
+  if (!fnChange(f)) return true;
+  const int w = WriteFileAtomically(sFile, f.Serialise());
+  Forget(sFile);
+  return w == 0;
+}
+
+}  // namespace
+
+// ---- Registry
+
+std::string GetRegString(const std::string& sKey, const std::string& sValue, const std::string& sDefault) {
+  const auto v = LoadRegistry().GetValue(sKey, sValue);
+  if (!v) return sDefault;
+  return v->AsText().value_or(sDefault);
+}
+
+int32_t GetRegLong(const std::string& sKey, const std::string& sValue, int32_t lDefault) {
+  const auto v = LoadRegistry().GetValue(sKey, sValue);
+  if (!v) return lDefault;
+  return v->AsLong().value_or(lDefault);
+}
+
+bool RegValueExists(const std::string& sKey, const std::string& sValue) {
+  return LoadRegistry().ValueExists(sKey, sValue);
+}
+
+bool RegKeyExists(const std::string& sKey) { return LoadRegistry().KeyExists(sKey); }
+
+bool SetRegString(const std::string& sKey, const std::string& sValue, const std::string& sData) {
+  return ChangeRegistry([&](RegistryFile& r) { return r.SetString(sKey, sValue, sData); });
+}
+
+bool SetRegLong(const std::string& sKey, const std::string& sValue, int32_t lData, bool) {
+  return ChangeRegistry([&](RegistryFile& r) { return r.SetDword(sKey, sValue, static_cast<uint32_t>(lData)); });
+}
+
+bool DeleteRegKey(const std::string& sKey) {
+  if (!LoadRegistry().KeyExists(sKey)) return true;
+  return ChangeRegistry([&](RegistryFile& r) {
+    r.DeleteKey(sKey);
+    return true;
+  });
+}
+
+// ---- Profile files
+
+std::string GetProfileString(const std::string& sSection, const std::string& sKey,
+                             const std::string& sDefault, const std::string& sFile) {
+  if (auto pFile = LoadProfile(sFile)) {
+    if (auto v = pFile->GetString(sSection, sKey)) return *v;
+  }
+  // As the platform does, the default loses its trailing blanks.
+  const size_t iEnd = sDefault.find_last_not_of(' ');
+  return iEnd == std::string::npos ? std::string() : sDefault.substr(0, iEnd + 1);
+}
+
+int32_t GetProfileInt(const std::string& sSection, const std::string& sKey, int32_t lDefault,
+                      const std::string& sFile) {
+  auto pFile = LoadProfile(sFile);
+  return ProfileFile::IntValue(pFile ? pFile->GetString(sSection, sKey) : std::nullopt, lDefault);
+}
+
+std::string GetProfileSection(const std::string& sSection, const std::string& sFile) {
+  auto pFile = LoadProfile(sFile);
+  return pFile ? pFile->GetSection(sSection) : std::string();
+}
+
+bool WriteProfileString(const std::string& sSection, const std::string& sKey, const std::string& sValue,
+                        const std::string& sFile) {
+  return ChangeProfile(sFile, [&](ProfileFile& f) { return f.SetString(sSection, sKey, sValue); });
+}
+
+bool WriteProfileSection(const std::string& sSection, const std::string& sEntries, const std::string& sFile) {
+  return ChangeProfile(sFile, [&](ProfileFile& f) { return f.SetSection(sSection, sEntries); });
+}
+
+int ProfileReadError(const std::string& sFile) {
+  std::string sBytes;
+  const int e = ReadWholeFile(sFile, sBytes);
+  return (e == ENOENT || e == ENOTDIR) ? 0 : e;
+}
+
+void ClearCache() {
+  std::lock_guard<std::mutex> lock(g_cacheMutex);
+  Cache().clear();
+}
+
+}  // namespace ConfigAccess
