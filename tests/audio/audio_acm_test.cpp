@@ -432,7 +432,7 @@ TEST_F(AudioAcmTest, AFileWithNoAudioIsDeletedAtClose) {
 TEST_F(AudioAcmTest, OpenFailuresLeaveTheNameAlone) {
   CAudioACM o;
   o.SetAudioFileName("before.wav");
-  EXPECT_EQ(o.OpenAudioFile(P("no/such/folder/x.wav"), AudioFileWrite), -3);
+  EXPECT_EQ(o.OpenAudioFile(P("no/such/folder/x.wav"), AudioFileWrite), -10);  // no temporary name there
   EXPECT_EQ(o.AudioFileName(), "before.wav");
   EXPECT_EQ(o.CloseAudioFile(), -1) << "a failed open leaves nothing open";
   EXPECT_EQ(o.OpenAudioFile(P("x.wav"), 7), 0);
