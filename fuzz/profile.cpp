@@ -1,14 +1,23 @@
 // Profile file parser and editor: any bytes parse and serialise back unchanged; a key
 // written reads back; a section written reads back.
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "support/ProfileFile.h"
 
 namespace {
-void Check(bool b) {
-  if (!b) std::abort();
+// Stops the run with the line of the broken rule.
+#define Check(b) CheckAt((b), __LINE__)
+void CheckAt(bool b, int iLine) {
+  if (b) return;
+  std::fprintf(stderr, "rule broken at line %d\n", iLine);
+  std::abort();
+}
+
+std::string Part(const std::string& s, size_t iPos, size_t n) {
+  return iPos < s.size() ? s.substr(iPos, n) : std::string();
 }
 
 // Names the file format can hold: letters and digits.
@@ -35,9 +44,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
   (void)f.GetSection("General");
   (void)ProfileFile::IntValue(f.GetString("General", "Rate"), -1);
 
-  const std::string sSec = Name(sIn.substr(0, 3));
-  const std::string sKey = Name(sIn.substr(3, 3));
-  const std::string sVal = Value(sIn.substr(6, 20));
+  const std::string sSec = Name(Part(sIn, 0, 3));
+  const std::string sKey = Name(Part(sIn, 3, 3));
+  const std::string sVal = Value(Part(sIn, 6, 20));
   f.SetString(sSec, sKey, sVal);
   const ProfileFile g = ProfileFile::Parse(f.Serialise());
   std::string sExpect(ProfileFile::TrimText(sVal));

@@ -1,14 +1,19 @@
 // Registry file parser and writer: any bytes parse; a rewrite reads back the same and
 // is stable; values set read back.
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "support/RegistryFile.h"
 
 namespace {
-void Check(bool b) {
-  if (!b) std::abort();
+// Stops the run with the line of the broken rule.
+#define Check(b) CheckAt((b), __LINE__)
+void CheckAt(bool b, int iLine) {
+  if (b) return;
+  std::fprintf(stderr, "rule broken at line %d\n", iLine);
+  std::abort();
 }
 }  // namespace
 

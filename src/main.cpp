@@ -1,2 +1,55 @@
-// Entry point of the log processor.
-int main() { return 0; }
+// Entry point of the log processor: the application object, the stop signals, the entry
+// routine Main, and the event loop for as long as the main form is loaded.
+#include <QApplication>
+#include <QCoreApplication>
+
+#include <cstdlib>
+#include <memory>
+
+#include "engine/CommandLine.h"
+#include "engine/Main.h"
+#include "engine/StopSignals.h"
+#include "engine/frmProcessLogs.h"
+#include "support/AppGlobal.h"
+
+namespace {
+
+bool HasDisplay() {
+  for (const char* sName : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) {
+    const char* s = std::getenv(sName);
+    if (s && *s) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  AppGlobal::SetCommandLine(CommandLine::Join(argc, argv));
+
+  // Qt reads options of its own from the arguments (-platform, -style, ...). The
+  // program's command line is its own business, so Qt sees the program name alone.
+  static int s_iQtArgc = 1;
+  static char s_szName[] = "knlogproc";
+  static char* s_apQtArgv[] = {s_szName, nullptr};
+  std::unique_ptr<QCoreApplication> pApp;
+  if (HasDisplay())
+    pApp = std::make_unique<QApplication>(s_iQtArgc, s_apQtArgv);
+  else
+    pApp = std::make_unique<QCoreApplication>(s_iQtArgc, s_apQtArgv);
+
+  StopSignals oStop;
+  oStop.Install();
+
+  int iResult = 0;
+  if (Main()) {
+    frmProcessLogs* pForm = MainForm();
+    QObject::connect(&oStop, &StopSignals::StopRequested, pForm,
+                     [pForm](int) { pForm->HandleAppMessage("SHUTDOWN"); });
+    QObject::connect(pForm, &frmProcessLogs::Unloaded, pApp.get(), &QCoreApplication::quit,
+                     Qt::QueuedConnection);
+    if (pForm->IsLoaded()) iResult = pApp->exec();
+    ReleaseMainForm();
+  }
+  return iResult;
+}

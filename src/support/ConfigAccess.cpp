@@ -41,6 +41,103 @@ void ReportOnce(const std::string& sWhat, const std::string& sText) {
   std::fflush(stderr);
 }
 
+// ---- Parsed files, cached as long as the file on disk is the same file (device and
+// inode) with the same modification time and size. A file changed less than two
+// seconds ago is not cached: a second change within the time stamp's granularity could
+// leave both unchanged.
+
+// Reads the file and the status of what was read. 0 or an errno value.
+int ReadWithStatus(const std::string& sFile, std::string& sBytes, struct stat& st) {
+  const int fd = ::open(sFile.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return errno;
+  int e = 0;
+  if (::fstat(fd, &st) != 0) e = errno;
+  std::string s;
+  if (!e && st.st_size > 0) s.reserve(static_cast<size_t>(st.st_size));
+  char aBuf[65536];
+  while (!e) {
+    const ssize_t n = ::read(fd, aBuf, sizeof aBuf);
+    if (n < 0) {
+      if (errno != EINTR) e = errno;
+      continue;
+    }
+    if (n == 0) break;
+    s.append(aBuf, static_cast<size_t>(n));
+  }
+  ::close(fd);
+  if (!e) sBytes = std::move(s);
+  return e;
+}
+
+template <class T>
+class FileCache {
+ public:
+  using Parser = std::function<T(const std::string& sPath, const std::string& sBytes)>;
+
+  // The parsed file; nullptr with iErr set when it cannot be read.
+  std::shared_ptr<const T> Get(const std::string& sPath, int& iErr, const Parser& fnParse) {
+    iErr = 0;
+    struct stat st {};
+    if (::stat(sPath.c_str(), &st) != 0) {
+      iErr = errno;
+      return nullptr;
+    }
+    {
+      std::lock_guard<std::mutex> lock(m_mutex);
+      auto it = m_entries.find(sPath);
+      if (it != m_entries.end() && Same(it->second, st)) return it->second.pFile;
+    }
+    std::string sBytes;
+    if ((iErr = ReadWithStatus(sPath, sBytes, st)) != 0) return nullptr;
+    auto pFile = std::make_shared<const T>(fnParse(sPath, sBytes));
+
+    struct timespec now {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (st.st_mtim.tv_sec + 2 < now.tv_sec) {
+      if (m_entries.size() >= kMaxEntries) m_entries.clear();
+      m_entries[sPath] = Entry{st.st_dev, st.st_ino, st.st_size, st.st_mtim, pFile};
+    } else {
+      m_entries.erase(sPath);
+    }
+    return pFile;
+  }
+
+  void Forget(const std::string& sPath) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_entries.erase(sPath);
+  }
+  void Clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_entries.clear();
+  }
+
+ private:
+  struct Entry {
+    dev_t dev = 0;
+    ino_t ino = 0;
+    off_t size = 0;
+    struct timespec mtime {};
+    std::shared_ptr<const T> pFile;
+  };
+  static bool Same(const Entry& c, const struct stat& st) {
+    return c.dev == st.st_dev && c.ino == st.st_ino && c.size == st.st_size &&
+           c.mtime.tv_sec == st.st_mtim.tv_sec && c.mtime.tv_nsec == st.st_mtim.tv_nsec;
+  }
+  static constexpr size_t kMaxEntries = 256;
+  std::mutex m_mutex;
+  std::unordered_map<std::string, Entry> m_entries;
+};
+
+FileCache<RegistryFile>& RegistryCache() {
+  static FileCache<RegistryFile> s_cache;
+  return s_cache;
+}
+FileCache<ProfileFile>& ProfileCache() {
+  static FileCache<ProfileFile> s_cache;
+  return s_cache;
+}
+
 // ---- Registry
 
 RegistryFile ParseRegistry(const std::string& sPath, const std::string& sBytes) {
@@ -51,17 +148,19 @@ RegistryFile ParseRegistry(const std::string& sPath, const std::string& sBytes) 
   return r;
 }
 
-RegistryFile LoadRegistry() {
+void ReportUnreadable(const std::string& sPath, int e) {
+  ReportOnce(fmt::format("{}\nunreadable {}", sPath, e),
+             fmt::format("{}: cannot read the registry file: {}", sPath, std::strerror(e)));
+}
+
+// The registry as it is on disk now; empty when there is none.
+std::shared_ptr<const RegistryFile> LoadRegistry() {
   const std::string sPath = Machine::RegistryFile();
-  std::string sBytes;
-  const int e = ReadWholeFile(sPath, sBytes);
-  if (e == ENOENT || e == ENOTDIR) return {};
-  if (e) {
-    ReportOnce(fmt::format("{}\nunreadable {}", sPath, e),
-               fmt::format("{}: cannot read the registry file: {}", sPath, std::strerror(e)));
-    return {};
-  }
-  return ParseRegistry(sPath, sBytes);
+  int e = 0;
+  auto p = RegistryCache().Get(sPath, e, ParseRegistry);
+  if (p) return p;
+  if (e != ENOENT && e != ENOTDIR) ReportUnreadable(sPath, e);
+  return std::make_shared<const RegistryFile>();
 }
 
 // Read, change and rewrite the registry file under the exclusive lock of its lock file,
@@ -80,6 +179,8 @@ bool ChangeRegistry(const std::function<bool(RegistryFile&)>& fnChange) {
       return false;
     }
   }
+  // Under the lock no other writer is at work: a temporary file is a killed writer's.
+  RemoveAtomicLeftovers(sPath);
   bool bOk = false;
   std::string sBytes;
   const int e = ReadWholeFile(sPath, sBytes);
@@ -91,87 +192,20 @@ bool ChangeRegistry(const std::function<bool(RegistryFile&)>& fnChange) {
       bOk = sAfter == sBefore || WriteFileAtomically(sPath, sAfter) == 0;
     }
   } else {
-    ReportOnce(fmt::format("{}\nunreadable {}", sPath, e),
-               fmt::format("{}: cannot read the registry file: {}", sPath, std::strerror(e)));
+    ReportUnreadable(sPath, e);
   }
   ::close(fdLock);  // releases the lock
   return bOk;
 }
 
-// ---- Profile files, cached as long as the file on disk is the same file with the same
-// modification time and size. A file changed less than two seconds ago is not cached:
-// a second change within the time stamp's granularity could keep both unchanged.
-
-struct CacheEntry {
-  dev_t dev = 0;
-  ino_t ino = 0;
-  off_t size = 0;
-  struct timespec mtime {};
-  std::shared_ptr<const ProfileFile> pFile;
-};
-
-std::mutex g_cacheMutex;
-std::unordered_map<std::string, CacheEntry>& Cache() {
-  static std::unordered_map<std::string, CacheEntry> s_cache;
-  return s_cache;
-}
-constexpr size_t kMaxCached = 256;
-
-bool SameFile(const CacheEntry& c, const struct stat& st) {
-  return c.dev == st.st_dev && c.ino == st.st_ino && c.size == st.st_size &&
-         c.mtime.tv_sec == st.st_mtim.tv_sec && c.mtime.tv_nsec == st.st_mtim.tv_nsec;
-}
-
-// Reads the file and the status of what was read. 0 or an errno value.
-int ReadWithStatus(const std::string& sFile, std::string& sBytes, struct stat& st) {
-  const int fd = ::open(sFile.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno;
-  int e = 0;
-  if (::fstat(fd, &st) != 0) e = errno;
-  std::string s;
-  char aBuf[65536];
-  while (!e) {
-    const ssize_t n = ::read(fd, aBuf, sizeof aBuf);
-    if (n < 0) {
-      if (errno != EINTR) e = errno;
-      continue;
-    }
-    if (n == 0) break;
-    s.append(aBuf, static_cast<size_t>(n));
-  }
-  ::close(fd);
-  if (!e) sBytes = std::move(s);
-  return e;
-}
+// ---- Profile files
 
 std::shared_ptr<const ProfileFile> LoadProfile(const std::string& sFile) {
   if (sFile.empty()) return nullptr;
-  struct stat st {};
-  if (::stat(sFile.c_str(), &st) != 0) return nullptr;
-  {
-    std::lock_guard<std::mutex> lock(g_cacheMutex);
-    auto it = Cache().find(sFile);
-    if (it != Cache().end() && SameFile(it->second, st)) return it->second.pFile;
-  }
-  std::string sBytes;
-  if (ReadWithStatus(sFile, sBytes, st) != 0) return nullptr;
-  auto pFile = std::make_shared<const ProfileFile>(ProfileFile::Parse(sBytes));
-
-  struct timespec now {};
-  ::clock_gettime(CLOCK_REALTIME, &now);
-  std::lock_guard<std::mutex> lock(g_cacheMutex);
-  if (st.st_mtim.tv_sec + 2 < now.tv_sec) {
-    if (Cache().size() >= kMaxCached) Cache().clear();
-    Cache()[sFile] = CacheEntry{st.st_dev, st.st_ino, st.st_size, st.st_mtim, pFile};
-  } else {
-    Cache().erase(sFile);
-  }
-  return pFile;
-}
-
-void Forget(const std::string& sFile) {
-  std::lock_guard<std::mutex> lock(g_cacheMutex);
-  Cache().erase(sFile);
+  int e = 0;
+  return ProfileCache().Get(sFile, e, [](const std::string&, const std::string& sBytes) {
+    return ProfileFile::Parse(sBytes);
+  });
 }
 
 // Read the file as it is now, change it and write it back when the text changed.
@@ -185,7 +219,7 @@ bool ChangeProfile(const std::string& sFile, const std::function<bool(ProfileFil
   ProfileFile f = ProfileFile::Parse(sBytes);
   if (!fnChange(f)) return true;
   const int w = WriteFileAtomically(sFile, f.Serialise());
-  Forget(sFile);
+  ProfileCache().Forget(sFile);
   return w == 0;
 }
 
@@ -194,22 +228,22 @@ bool ChangeProfile(const std::string& sFile, const std::function<bool(ProfileFil
 // ---- Registry
 
 std::string GetRegString(const std::string& sKey, const std::string& sValue, const std::string& sDefault) {
-  const auto v = LoadRegistry().GetValue(sKey, sValue);
+  const auto v = LoadRegistry()->GetValue(sKey, sValue);
   if (!v) return sDefault;
   return v->AsText().value_or(sDefault);
 }
 
 int32_t GetRegLong(const std::string& sKey, const std::string& sValue, int32_t lDefault) {
-  const auto v = LoadRegistry().GetValue(sKey, sValue);
+  const auto v = LoadRegistry()->GetValue(sKey, sValue);
   if (!v) return lDefault;
   return v->AsLong().value_or(lDefault);
 }
 
 bool RegValueExists(const std::string& sKey, const std::string& sValue) {
-  return LoadRegistry().ValueExists(sKey, sValue);
+  return LoadRegistry()->ValueExists(sKey, sValue);
 }
 
-bool RegKeyExists(const std::string& sKey) { return LoadRegistry().KeyExists(sKey); }
+bool RegKeyExists(const std::string& sKey) { return LoadRegistry()->KeyExists(sKey); }
 
 bool SetRegString(const std::string& sKey, const std::string& sValue, const std::string& sData) {
   return ChangeRegistry([&](RegistryFile& r) { return r.SetString(sKey, sValue, sData); });
@@ -220,7 +254,7 @@ bool SetRegLong(const std::string& sKey, const std::string& sValue, int32_t lDat
 }
 
 bool DeleteRegKey(const std::string& sKey) {
-  if (!LoadRegistry().KeyExists(sKey)) return true;
+  if (!LoadRegistry()->KeyExists(sKey)) return true;
   return ChangeRegistry([&](RegistryFile& r) {
     r.DeleteKey(sKey);
     return true;
@@ -266,8 +300,8 @@ int ProfileReadError(const std::string& sFile) {
 }
 
 void ClearCache() {
-  std::lock_guard<std::mutex> lock(g_cacheMutex);
-  Cache().clear();
+  ProfileCache().Clear();
+  RegistryCache().Clear();
 }
 
 }  // namespace ConfigAccess

@@ -1,5 +1,6 @@
 #include "support/FileUtils.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -169,6 +170,26 @@ int SyncFileAndFolder(const std::string& sPath) {
   return SyncPath(FolderOf(sPath), O_RDONLY | O_DIRECTORY);
 }
 
+// The temporary file of a write of sTarget: ".<name>.<8 hex digits>" in its folder.
+std::string AtomicTempName(const std::string& sTarget) {
+  const std::string sFolder = FolderOf(sTarget);
+  return fmt::format("{}/.{}.{:08x}", sFolder == "/" ? "" : sFolder, NameOf(sTarget), RandomNumber());
+}
+
+void RemoveAtomicLeftovers(const std::string& sPath) {
+  const std::string sFolder = FolderOf(sPath);
+  const std::string sStart = "." + NameOf(sPath) + ".";
+  DIR* pDir = ::opendir(sFolder.c_str());
+  if (!pDir) return;
+  while (const dirent* pEntry = ::readdir(pDir)) {
+    const std::string sName = pEntry->d_name;
+    if (sName.size() != sStart.size() + 8 || sName.compare(0, sStart.size(), sStart) != 0) continue;
+    if (sName.find_first_not_of("0123456789abcdef", sStart.size()) != std::string::npos) continue;
+    ::unlink((sFolder + "/" + sName).c_str());
+  }
+  ::closedir(pDir);
+}
+
 int WriteFileAtomically(const std::string& sPath, const std::string& sContent) {
   if (sPath.empty()) return ENOENT;
   // A symbolic link stays a link: the file it points to is the one replaced.
@@ -184,11 +205,10 @@ int WriteFileAtomically(const std::string& sPath, const std::string& sContent) {
   if (bHaveMode && S_ISDIR(st.st_mode)) return EISDIR;
 
   const std::string sFolder = FolderOf(sTarget);
-  const std::string sBase = NameOf(sTarget);
   std::string sTemp;
   int fd = -1;
   for (int iTry = 0; iTry < 100 && fd < 0; ++iTry) {
-    sTemp = fmt::format("{}/.{}.{:08x}", sFolder == "/" ? "" : sFolder, sBase, RandomNumber());
+    sTemp = AtomicTempName(sTarget);
     fd = ::open(sTemp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd < 0 && errno != EEXIST) return errno;
   }

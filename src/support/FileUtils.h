@@ -18,6 +18,9 @@ void CloseFind(FileHelper::FindHandle& hFind);
 // Writes a whole file through a temporary file in the same folder, flushed, renamed over
 // the target, folder flushed. 0 on success, else an errno value (the old file stays).
 int WriteFileAtomically(const std::string& sPath, const std::string& sContent);
+// Removes the temporary files that interrupted WriteFileAtomically calls for sPath left
+// behind. Only while no other writer of sPath can be at work (under its lock).
+void RemoveAtomicLeftovers(const std::string& sPath);
 // Reads a whole file. 0 on success (also sets sContent), else an errno value.
 int ReadWholeFile(const std::string& sPath, std::string& sContent);
 // fsync of a file and of its folder. 0 on success, else an errno value.

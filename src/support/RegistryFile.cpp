@@ -198,36 +198,42 @@ RegistryFile RegistryFile::Parse(std::string_view sBytes) {
     sText = TextRules::Utf16ToUtf8(sBytes.substr(2), true);
   } else if (sBytes.substr(0, 3) == "\xEF\xBB\xBF") {
     sText = sBytes.substr(3);
+  } else if (sBytes.size() >= 4 && sBytes[0] != '\0' && sBytes[1] == '\0' && sBytes[2] != '\0' &&
+             sBytes[3] == '\0') {
+    // UTF-16LE that lost its byte-order mark: text never holds NUL bytes otherwise.
+    sText = TextRules::Utf16ToUtf8(sBytes, false);
   } else {
     sText = sBytes;
   }
 
-  std::vector<std::string> aPhysical;
+  std::vector<std::string_view> aPhysical;
+  const std::string_view sAll(sText);
   size_t i = 0;
   while (i < sText.size()) {
     size_t j = sText.find_first_of("\r\n", i);
     if (j == std::string::npos) {
-      aPhysical.push_back(sText.substr(i));
+      aPhysical.push_back(sAll.substr(i));
       break;
     }
-    aPhysical.push_back(sText.substr(i, j - i));
+    aPhysical.push_back(sAll.substr(i, j - i));
     i = j + ((sText[j] == '\r' && j + 1 < sText.size() && sText[j + 1] == '\n') ? 2 : 1);
   }
   r.ClassifyLines(aPhysical);
   return r;
 }
 
-void RegistryFile::ClassifyLines(const std::vector<std::string>& aPhysical) {
+void RegistryFile::ClassifyLines(const std::vector<std::string_view>& aPhysical) {
   bool bSeenContent = false;
   bool bInKey = false;
+  m_aLines.reserve(aPhysical.size());
   for (size_t i = 0; i < aPhysical.size(); ++i) {
     const int iLineNo = static_cast<int>(i + 1);
     Line L;
-    L.aText.push_back(aPhysical[i]);
+    L.aText.emplace_back(aPhysical[i]);
     std::string_view t = TextRules::Trim(aPhysical[i], kBlanks);
     auto malformed = [&](const std::string& sReason) {
       L.eKind = Kind::Malformed;
-      m_aProblems.push_back({iLineNo, aPhysical[i], sReason});
+      m_aProblems.push_back({iLineNo, std::string(aPhysical[i]), sReason});
     };
 
     if (t.empty()) {
@@ -240,7 +246,7 @@ void RegistryFile::ClassifyLines(const std::vector<std::string>& aPhysical) {
       bSeenContent = true;
     } else {
       if (!bSeenContent) {
-        m_aProblems.push_back({iLineNo, aPhysical[i], "no registry editor header before this line"});
+        m_aProblems.push_back({iLineNo, std::string(aPhysical[i]), "no registry editor header before this line"});
         bSeenContent = true;
       }
       if (t[0] == '[') {
@@ -335,7 +341,7 @@ void RegistryFile::ClassifyLines(const std::vector<std::string>& aPhysical) {
                 sData.pop_back();
                 if (i + 1 < aPhysical.size() && IsHexContinuation(aPhysical[i + 1])) {
                   ++i;
-                  L.aText.push_back(aPhysical[i]);
+                  L.aText.emplace_back(aPhysical[i]);
                   sData += TextRules::Trim(aPhysical[i], kBlanks);
                 } else {
                   break;

@@ -42,8 +42,8 @@ class RegistryFile {
   };
 
   RegistryFile() = default;
-  // Reads the bytes of a file: UTF-16LE or UTF-16BE with byte-order mark, UTF-8 with
-  // or without one; CRLF, LF or CR line ends. Never fails: what cannot be read becomes
+  // Reads the bytes of a file: UTF-16LE or UTF-16BE with byte-order mark, UTF-16LE
+  // without one, UTF-8 with or without one; CRLF, LF or CR line ends. Never fails: what cannot be read becomes
   // a Problem.
   static RegistryFile Parse(std::string_view sBytes);
 
@@ -82,7 +82,7 @@ class RegistryFile {
 
   static std::vector<std::string> PathOf(const std::string& sKey);
   static bool IsPrefix(const std::vector<std::string>& aPrefix, const std::vector<std::string>& aPath);
-  void ClassifyLines(const std::vector<std::string>& aPhysical);
+  void ClassifyLines(const std::vector<std::string_view>& aPhysical);
   // Index of the line that holds the value now in force, or -1.
   long FindValue(const std::vector<std::string>& aPath, const std::string& sNameUpper) const;
   // Sets a value; an existing value keeps the spelling of its name.

@@ -108,6 +108,10 @@ std::string Utf16ToUtf8(std::string_view sBytes, bool bBigEndian, bool bStopAtNu
         continue;
       }
     }
+    if (u >= 0xDC80 && u <= 0xDCFF) {
+      sOut += static_cast<char>(u & 0xFF);
+      continue;
+    }
     if (u >= 0xD800 && u <= 0xDFFF) u = 0xFFFD;
     AppendUtf8(sOut, u);
   }
@@ -121,7 +125,7 @@ std::string Utf8ToUtf16Le(std::string_view s) {
     uint32_t lCode = 0;
     size_t n = DecodeUtf8(s, i, lCode);
     if (n == 0) {
-      lCode = static_cast<unsigned char>(s[i]);
+      lCode = 0xDC00u | static_cast<unsigned char>(s[i]);
       n = 1;
     }
     i += n;

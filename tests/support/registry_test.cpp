@@ -1,6 +1,7 @@
 // The registry file: reading exports of the Windows registry editor, rewriting them
 // without losing what is not understood, and safe writes between processes.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -67,6 +68,10 @@ TEST(RegistryFileRead, Utf16ExportWithWindowsPaths) {
   EXPECT_TRUE(r.KeyExists("software\\NORVANE\\kestrane V4\\capture\\logger1"));
   EXPECT_TRUE(r.KeyExists("SOFTWARE\\Norvane"));  // a parent of a listed key
   EXPECT_FALSE(r.KeyExists("SOFTWARE\\Norvane\\Kestrane v4\\Capture\\Logger2"));
+  // The same export after a tool dropped the byte-order mark.
+  const RegistryFile noBom = RegistryFile::Parse(Utf16Export(sExport).substr(2));
+  EXPECT_TRUE(noBom.Problems().empty());
+  EXPECT_EQ(Text(noBom, kLogger1, "LogPath"), "D:\\Kestrane\\Logger3");
 }
 
 TEST(RegistryFileRead, Regedit4AliasesAndLineEnds) {
@@ -205,7 +210,8 @@ TEST_F(RegistryFileWrite, DeleteKeyTakesSubKeysButNotNamesSharingAPrefix) {
 TEST_F(RegistryFileWrite, RoundTripOfAwkwardStrings) {
   RegistryFile r;
   const std::vector<std::string> aValues = {"", "a\\b\\\\c", "\"quoted\"", "two\r\nlines\nand\rmore",
-                                            "\xE2\x82\xAC uro", "trailing backslash\\", "=;[x]"};
+                                            "\xE2\x82\xAC uro", "trailing backslash\\", "=;[x]",
+                                            "bad \xF3\xC3 bytes\r\nkept"};
   for (size_t i = 0; i < aValues.size(); ++i) r.SetString("S\\K", "v" + std::to_string(i), aValues[i]);
   r.SetString("S\\K", "", "default");
   r.SetDword("S\\K", "n\"ame\\", 0x80000000u);
@@ -271,6 +277,23 @@ TEST_F(RegistryAccess, WritesAreUtf8ExportsAndReadsSeeTheDisk) {
   EXPECT_EQ(ConfigAccess::GetRegString(kLogger1, "Name", ""), "Two");
   EXPECT_TRUE(ConfigAccess::DeleteRegKey(kLogger1));
   EXPECT_FALSE(ConfigAccess::RegKeyExists(kLogger1));
+}
+
+TEST_F(RegistryAccess, CachedReadsFollowEveryChange) {
+  auto setMtime = [&](time_t t) {
+    struct timespec ts[2] = {{t, 0}, {t, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, Machine::RegistryFile().c_str(), ts, 0), 0);
+  };
+  WriteFile("registry.reg", "REGEDIT4\n[HKLM\\S]\n\"a\"=\"1\"\n");
+  setMtime(1000000);
+  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "1");
+  WriteFile("registry.reg", "REGEDIT4\n[HKLM\\S]\n\"a\"=\"2\"\n");  // same size, in place
+  setMtime(1000005);
+  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "2");
+  ASSERT_TRUE(ConfigAccess::SetRegString("S", "a", "3"));
+  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "3");
+  ASSERT_TRUE(ConfigAccess::SetRegString("S", "a", "4"));  // within the same second
+  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "4");
 }
 
 TEST_F(RegistryAccess, WritingTheStoredValueLeavesTheFileAlone) {
@@ -358,4 +381,7 @@ TEST_F(RegistryAccess, KilledWriterLeavesAWholeFile) {
     for (int i = 0; i < 50; ++i)
       ASSERT_EQ(Text(r, "S\\Base", "v" + std::to_string(i)), std::string(40, 'a' + i % 26)) << "round " << round;
   }
+  // The next writer clears what the killed ones left: only the file and its lock stay.
+  ASSERT_TRUE(ConfigAccess::SetRegString("S\\Busy", "n", "done"));
+  EXPECT_EQ(FilesInRoot(), 2u);
 }

@@ -1,0 +1,368 @@
+#include "engine/frmProcessLogs.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include "engine/CommandLine.h"
+#include "engine/CrashFilter.h"
+#include "engine/Globals.h"
+#include "engine/PrepareState.h"
+#include "engine/ProcessState.h"
+#include "support/AppGlobal.h"
+#include "support/CNVErr.h"
+#include "support/Clock.h"
+#include "support/ConfigAccess.h"
+#include "support/DebugMsg.h"
+#include "support/FileHelper.h"
+#include "support/MsgBox.h"
+#include "support/VbDate.h"
+
+namespace {
+
+// A RESPOND pumps messages, and the pump may bring the next RESPOND; a flood of them
+// would nest without end. Past this depth a reply is sent without the pump.
+constexpr int kMaxMessageNesting = 8;
+
+// AppGlobal::DoEvents: one turn of the event loop. Timers whose handler is still running
+// skip their tick (frmProcessLogs::RunTick).
+void PumpMessagesOnce() {
+  if (QCoreApplication::instance()) QCoreApplication::processEvents(QEventLoop::AllEvents);
+}
+
+// ---- The logger list.
+// CLogList (config/CLogList.h) is not part of the program yet. These three calls are
+// where the engine meets it; until it is there, no logger loads, and every cycle ends in
+// the "NO LOGS FOUND!" state.
+void LogListClear() {}
+void LogListLoad(const std::string& /*sKey*/, int32_t /*iLogNum*/) {}
+int32_t LogListCount() { return 0; }
+
+int ReadInterval(const char* sValue, int iDefault) {
+  int32_t lInterval = ConfigAccess::GetRegLong(kLogProcessorKey, sValue, iDefault);
+  if (lInterval < 0) {
+    // A negative interval can't be set on a timer; the form's own value is used.
+    DebugMsg(fmt::format("{} {} is not valid: {} ms used", sValue, lInterval, iDefault), -1, 0);
+    return iDefault;
+  }
+  return lInterval;
+}
+
+}  // namespace
+
+frmProcessLogs::frmProcessLogs(QObject* pParent)
+    : QObject(pParent),
+      m_pPrepare(std::make_unique<PrepareState>()),
+      m_pProcess(std::make_unique<ProcessState>()) {
+  tmrLoadLogs.setInterval(100);
+  tmrPrepareLists.setInterval(300);
+  tmrProcess.setInterval(500);
+  tmrWait.setInterval(1000);
+  tmrClearUpDebug.setInterval(60000);
+  connect(&tmrLoadLogs, &QTimer::timeout, this,
+          [this] { RunTick(kLoadLogs, &frmProcessLogs::tmrLoadLogs_Timer); });
+  connect(&tmrPrepareLists, &QTimer::timeout, this,
+          [this] { RunTick(kPrepareLists, &frmProcessLogs::tmrPrepareLists_Timer); });
+  connect(&tmrProcess, &QTimer::timeout, this,
+          [this] { RunTick(kProcess, &frmProcessLogs::tmrProcess_Timer); });
+  connect(&tmrWait, &QTimer::timeout, this,
+          [this] { RunTick(kWait, &frmProcessLogs::tmrWait_Timer); });
+  connect(&tmrClearUpDebug, &QTimer::timeout, this, [this] {
+    if (m_bBusy[kClearUpDebug]) return;
+    m_bBusy[kClearUpDebug] = true;
+    tmrClearUpDebug_Timer();
+    m_bBusy[kClearUpDebug] = false;
+  });
+}
+
+frmProcessLogs::~frmProcessLogs() = default;
+
+void frmProcessLogs::RunTick(TimerId eTimer, void (frmProcessLogs::*pfnHandler)()) {
+  // A tick that comes while the previous one still runs (it pumps messages) is skipped.
+  if (m_bBusy[eTimer]) return;
+  m_bBusy[eTimer] = true;
+  try {
+    (this->*pfnHandler)();
+  } catch (const RaisedError& e) {
+    // An error that no handler of the routine took: it ends the program, as it would
+    // have ended the original one, with its number and description.
+    DebugMsg(fmt::format("RT ERROR: {} ({})", e.Description, e.Number), -1, 0);
+    std::fprintf(stderr, "knlogproc: Run-time error '%d': %s\n", e.Number, e.Description.c_str());
+    std::fflush(stderr);
+    std::_Exit(1);
+  } catch (const std::exception& e) {
+    DebugMsg(fmt::format("RT ERROR: {}", e.what()), -1, 0);
+    std::fprintf(stderr, "knlogproc: Run-time error: %s\n", e.what());
+    std::fflush(stderr);
+    std::_Exit(1);
+  }
+  m_bBusy[eTimer] = false;
+}
+
+void frmProcessLogs::Load() {
+  if (m_bLoaded) return;
+  m_bLoaded = true;
+  AppGlobal::SetDoEventsHandler(&PumpMessagesOnce);
+  if (m_oEndpoint.Bind(kLogProcHandler)) {
+    m_pNotifier = std::make_unique<QSocketNotifier>(m_oEndpoint.Fd(), QSocketNotifier::Read);
+    connect(m_pNotifier.get(), &QSocketNotifier::activated, this, [this] { ReadMessages(); });
+  } else {
+    // Another program holds the handler name (a processor of another folder or user).
+    // The cycle runs all the same; it just can't be asked anything.
+    DebugMsg(fmt::format("Cannot receive messages as {}", kLogProcHandler), -1, 0);
+    std::fprintf(stderr, "knlogproc: cannot receive messages as %s\n", kLogProcHandler);
+  }
+  Form_Load();
+}
+
+void frmProcessLogs::Form_Load() {
+  DebugMsg("Start frmProcessLogs_Load", 5, 1);
+  const std::string sCommand = AppGlobal::CommandLine();
+  if (CommandLine::HasSwitch(sCommand, "/SAVEARCS")) m_bSaveArcs = true;
+  m_bExitWhenDone = !CommandLine::HasSwitch(sCommand, "/KEEPALIVE");
+
+  DebugMsg("Set AppGlobal", -1, 0);
+  AppGlobal::SetApplication(AppGlobal::AppPath(), AppGlobal::AppExeName());
+
+  DebugMsg("Read System Prx file location from registry", -1, 0);
+  SystemPrxFile = FileHelper::SpecialFolder(FileHelper::kCommonProgramFiles) +
+                  "/Norvane Shared/Kestrane v4/nvkn4.prx";
+
+  DebugMsg("Read and set timer intervals", -1, 0);
+  tmrPrepareLists.setInterval(ReadInterval("PrepareTimerInterval", 100));
+  tmrProcess.setInterval(ReadInterval("ProcessTimerInterval", 500));
+
+  DebugMsg("'Close' the window up and and make it visible", -1, 0);
+  SetProcessorActive(false);
+  if (m_pView) m_pView->ShowForm();
+  if (m_pView) m_pView->SetBusyPointer(true);
+
+  DebugMsg("Enable Debug File Clear Up timer", -1, 0);
+  tmrClearUpDebug.start();
+
+  m_dLastActive = Clock::Now();
+  RestartProcessing();
+
+  if (m_pView) m_pView->SetBusyPointer(false);
+  DebugMsg("End frmProcessLogs_Load", 5, 2);
+}
+
+void frmProcessLogs::RestartProcessing() {
+  DebugMsg("Start RestartProcessing", 5, 1);
+  DebugMsg("Loading Logs", -1, 0);
+  SetAllDoneCaption("Loading Logs...");
+  SetRestartEnabled(false);
+  EnableTimer(tmrLoadLogs);
+  DebugMsg("End RestartProcessing", 5, 2);
+}
+
+bool frmProcessLogs::CycleRunning() const {
+  return tmrLoadLogs.isActive() || tmrPrepareLists.isActive() || tmrProcess.isActive() ||
+         m_bBusy[kLoadLogs] || m_bBusy[kPrepareLists] || m_bBusy[kProcess];
+}
+
+void frmProcessLogs::cmdRestart_Click() {
+  if (!m_bLoaded) return;
+  // The button is meant for the idle states only; a click that still gets through during
+  // a cycle is ignored, so that no cycle starts over a running one.
+  if (CycleRunning()) {
+    DebugMsg("Restart ignored: a cycle is running", -1, 0);
+    return;
+  }
+  // The cycle started here ends by enabling tmrWait again; left running, tmrWait could
+  // start a second load over this cycle when the hour turns.
+  tmrWait.stop();
+  RestartProcessing();
+}
+
+void frmProcessLogs::tmrLoadLogs_Timer() {
+  tmrLoadLogs.stop();
+  LogListClear();
+  int32_t lCount = ConfigAccess::GetRegLong(sLogListLoc, "LogCount", 0);
+  if (lCount > INT16_MAX) {
+    // Logger numbers are 16-bit; a count beyond them is a broken registry, not a list.
+    DebugMsg(fmt::format("LogCount {} is out of range: no logs loaded", lCount), -1, 0);
+    lCount = 0;
+  }
+  for (int32_t i = 1; i <= lCount; ++i) {
+    m_dLastActive = Clock::Now();
+    LogListLoad(sLogListLoc, i);
+    AppGlobal::DoEvents();
+    // The operator may have closed the window meanwhile (allowed outside the
+    // preparation and processing): nothing more to do then.
+    if (!m_bLoaded) return;
+  }
+  DebugMsg("Set LastProcessed Hour", -1, 0);
+  LastProcessedHour = VbDate::Hour(Clock::Now());
+  if (LogListCount() > 0) {
+    DebugMsg("Logs Found: Resizing Window", -1, 0);
+    SetProcessorActive(true);
+    EnableTimer(tmrPrepareLists);
+  } else {
+    DebugMsg("No Logs Found: Reset wait timer", -1, 0);
+    SetAllDoneCaption("NO LOGS FOUND!");
+    SetRestartEnabled(true);
+    EnableTimer(tmrWait);
+  }
+  m_dLastActive = Clock::Now();
+}
+
+void frmProcessLogs::tmrWait_Timer() {
+  if (m_bUnloadRequested) {
+    Unload();
+    return;
+  }
+  const double dNow = Clock::Now();
+  m_dLastActive = dNow;
+  if (LastProcessedHour != VbDate::Hour(dNow)) {
+    const int32_t lStart = ConfigAccess::GetRegLong(sLogListLoc, "LogProcStart", 5);
+    if (VbDate::Minute(dNow) >= lStart) {
+      tmrWait.stop();
+      RestartProcessing();
+    }
+  }
+  if (!tmrProcess.isActive() && m_bShutdown) Unload();
+}
+
+void frmProcessLogs::Form_QueryUnload(int16_t& Cancel, int16_t UnloadMode) {
+  if (UnloadMode == 0 && (tmrPrepareLists.isActive() || tmrProcess.isActive())) {
+    if (MsgBox("Are you sure you want to close the Log Processor?", vbYesNo | vbQuestion) == vbYes) {
+      m_bShutdown = true;
+      m_bUnloadRequested = true;
+    }
+    Cancel = 1;
+    return;
+  }
+  Cancel = 0;
+}
+
+void frmProcessLogs::Form_Unload(int16_t& /*Cancel*/) {
+  DebugMsg("Start frmProcessLogs_Unload", 5, 1);
+  DebugMsg("Send message to Capture to indicate we're going idle", -1, 0);
+  SendToCapture("IDLE");
+  DebugMsg("Close Log objects", -1, 0);
+  LogListClear();
+  if (m_pView) m_pView->SaveWindowPosition();
+  if (UseExceptionHandler) {
+    DebugMsg("Clear Exception Filter", -1, 0);
+    RemoveExceptionFilter();
+  }
+  DebugMsg("End frmProcessLogs_Unload", 5, 2);
+}
+
+void frmProcessLogs::Unload() {
+  if (!m_bLoaded || m_bUnloading) return;
+  int16_t iCancel = 0;
+  Form_QueryUnload(iCancel, 1);
+  if (iCancel) return;
+  FinishUnload();
+}
+
+bool frmProcessLogs::RequestClose() {
+  if (!m_bLoaded) return true;
+  if (m_bUnloading) return false;
+  int16_t iCancel = 0;
+  Form_QueryUnload(iCancel, 0);
+  if (iCancel) return false;
+  FinishUnload();
+  return true;
+}
+
+void frmProcessLogs::FinishUnload() {
+  m_bUnloading = true;
+  int16_t iCancel = 0;
+  Form_Unload(iCancel);
+  tmrLoadLogs.stop();
+  tmrPrepareLists.stop();
+  tmrProcess.stop();
+  tmrWait.stop();
+  tmrClearUpDebug.stop();
+  m_pNotifier.reset();
+  m_oEndpoint.Close();
+  m_bLoaded = false;
+  m_bUnloading = false;
+  if (m_pView) m_pView->CloseForm();
+  emit Unloaded();
+}
+
+void frmProcessLogs::EnableTimer(QTimer& oTimer) {
+  if (!m_bLoaded || m_bUnloading) return;
+  if (!oTimer.isActive()) oTimer.start();
+}
+
+void frmProcessLogs::SetProcessorActive(bool bActive) {
+  m_bProcessorActive = bActive;
+  if (m_pView) m_pView->SetProcessorActive(bActive);
+  if (bActive) m_bMinimised = false;
+  SetAllDoneCaption(bActive ? "Processing..." : "Log Processing Complete");
+  SetRestartEnabled(!bActive);
+}
+
+void frmProcessLogs::NonFatalError(const CNVErr& /*oWarning*/) {}
+
+// ---- Messages.
+
+void frmProcessLogs::ReadMessages() {
+  while (m_oEndpoint.IsBound()) {
+    auto oMessage = m_oEndpoint.Receive();
+    if (!oMessage) break;
+    HandleAppMessage(oMessage->Text);
+  }
+}
+
+void frmProcessLogs::HandleAppMessage(const std::string& sText) {
+  if (sText == "SHUTDOWN") {
+    DebugMsg("Shutdown Message Received", -1, 0);
+    m_bShutdown = true;
+  } else if (sText == "RESPOND") {
+    const std::string sWhen = AppGlobal::DateToReplyText(m_dLastActive);
+    DebugMsg("Responding with " + sWhen, 10, 0);
+    SendToCapture("RESPONSE" + sWhen);
+    if (m_iMessageDepth < kMaxMessageNesting) {
+      ++m_iMessageDepth;
+      AppGlobal::DoEvents();
+      --m_iMessageDepth;
+    }
+  }
+}
+
+void frmProcessLogs::SendToCapture(const std::string& sText) {
+  AppGlobal::SendAppMessage(0, kCaptureHandler, sText, static_cast<intptr_t>(getpid()));
+}
+
+// ---- Controls.
+
+void frmProcessLogs::SetAllDoneCaption(const std::string& sText) {
+  m_sAllDoneCaption = sText;
+  if (m_pView) m_pView->SetAllDoneCaption(sText);
+}
+
+void frmProcessLogs::SetCurrentFileCaption(const std::string& sText) {
+  m_sCurrentFileCaption = sText;
+  if (m_pView) m_pView->SetCurrentFileCaption(sText);
+}
+
+void frmProcessLogs::SetRestartEnabled(bool bEnabled) {
+  m_bRestartEnabled = bEnabled;
+  if (m_pView) m_pView->SetRestartEnabled(bEnabled);
+}
+
+void frmProcessLogs::SetFileProgress(int iPercent) {
+  m_iFileProgress = iPercent;
+  if (m_pView) m_pView->SetFileProgress(iPercent);
+}
+
+void frmProcessLogs::SetLogProgress(int iPercent) {
+  m_iLogProgress = iPercent;
+  if (m_pView) m_pView->SetLogProgress(iPercent);
+}
+
+void frmProcessLogs::MinimiseWindow() {
+  m_bMinimised = true;
+  if (m_pView) m_pView->Minimise();
+}

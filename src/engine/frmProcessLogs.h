@@ -1,0 +1,144 @@
+#pragma once
+// The processor engine: the main form's timers, flags and fields, and the chain of timer
+// handlers that makes up one cycle (load the loggers, prepare the work list, process it,
+// wait for the next hour). It runs on the event loop of the program; a window is one
+// optional view of it (IProcessorView), and a headless run has none.
+//
+// Rules kept here:
+//  - Only one timer of the chain is enabled at a time; requests between handlers travel
+//    as the flags m_bShutdown and m_bUnloadRequested, read at fixed points.
+//  - No handler is entered again while its previous tick still runs: each handler has a
+//    busy flag, and a tick that comes while it is set (through a message pump inside the
+//    handler) is skipped.
+//  - A cycle is never started on top of a running one.
+//  - A timer interval of 0 makes the ticks run back to back whenever the loop is idle.
+#include <QObject>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "audio/IAudioFile.h"
+#include "audio/IAudioFileEventSink.h"
+#include "engine/IProcessorView.h"
+#include "support/MessageTransport.h"
+
+struct PrepareState;
+struct ProcessState;
+
+class frmProcessLogs : public QObject, public IAudioFileEventSink {
+  Q_OBJECT
+
+ public:
+  explicit frmProcessLogs(QObject* pParent = nullptr);
+  ~frmProcessLogs() override;
+
+  // The window, if any. Not owned; null for a headless run.
+  void SetView(IProcessorView* pView) { m_pView = pView; }
+  IProcessorView* View() const { return m_pView; }
+
+  // Loads the form: binds the message handler "KNLogProcMsgHandler", installs the message
+  // pump of AppGlobal::DoEvents, and runs Form_Load, which starts the first cycle (its
+  // first timer fires once the event loop runs).
+  void Load();
+  bool IsLoaded() const { return m_bLoaded; }
+  // Unloads the form from code (the unload reason is not the operator's).
+  void Unload();
+  // The operator closes the window. True when the form has unloaded; false when it stays
+  // (a cycle is running: the operator was asked, and on Yes the timers end it soon).
+  bool RequestClose();
+
+  // Form and control events.
+  void Form_Load();
+  void Form_QueryUnload(int16_t& Cancel, int16_t UnloadMode);
+  void Form_Unload(int16_t& Cancel);
+  void cmdRestart_Click();
+  void tmrLoadLogs_Timer();
+  void tmrWait_Timer();
+  void tmrPrepareLists_Timer();  // the work-list preparation (frmProcessLogs_Prepare.cpp)
+  void tmrProcess_Timer();       // the hour processing (frmProcessLogs_Process.cpp)
+
+  // An incoming message from the capture process (or a stop signal, as "SHUTDOWN").
+  void HandleAppMessage(const std::string& sText);
+
+  bool ProcessorActive() const { return m_bProcessorActive; }
+
+  // Warnings of the audio objects: the failure itself comes back through the result of
+  // the call, and the trace holds the details, so the warning is taken and ignored.
+  void NonFatalError(const CNVErr& oWarning) override;
+
+  // What the window shows, kept here so that a headless run and the tests can read it.
+  const std::string& AllDoneCaption() const { return m_sAllDoneCaption; }
+  const std::string& CurrentFileCaption() const { return m_sCurrentFileCaption; }
+  bool RestartEnabled() const { return m_bRestartEnabled; }
+  int FileProgress() const { return m_iFileProgress; }
+  int LogProgress() const { return m_iLogProgress; }
+  bool Minimised() const { return m_bMinimised; }
+
+  // A cycle is under way: loading, preparing or processing.
+  bool CycleRunning() const;
+
+  // Fields of the form.
+  bool m_bShutdown = false;
+  bool m_bUnloadRequested = false;
+  bool m_bProcessorActive = false;
+  bool m_bSaveArcs = false;
+  double m_dLastActive = 0;
+  bool m_bExitWhenDone = true;
+  // The files of the conversion under way.
+  std::shared_ptr<IAudioFile> m_oInFile;
+  std::shared_ptr<IAudioFile> m_oOutFile;
+
+  // The timers of the form; all disabled until the form loads.
+  QTimer tmrLoadLogs;
+  QTimer tmrPrepareLists;
+  QTimer tmrProcess;
+  QTimer tmrWait;
+  QTimer tmrClearUpDebug;
+
+ signals:
+  // The form has unloaded; the program's event loop should end.
+  void Unloaded();
+
+ private:
+  enum TimerId { kLoadLogs, kPrepareLists, kProcess, kWait, kClearUpDebug, kTimerCount };
+
+  void RestartProcessing();
+  void SetProcessorActive(bool bActive);
+  // Enables a timer of the chain unless it runs already (or the form has gone).
+  void EnableTimer(QTimer& oTimer);
+  void RunTick(TimerId eTimer, void (frmProcessLogs::*pfnHandler)());
+  void FinishUnload();
+  void ReadMessages();
+  void SendToCapture(const std::string& sText);
+
+  // The controls of the window, as the engine sees them.
+  void SetAllDoneCaption(const std::string& sText);
+  void SetCurrentFileCaption(const std::string& sText);
+  void SetRestartEnabled(bool bEnabled);
+  void SetFileProgress(int iPercent);
+  void SetLogProgress(int iPercent);
+  void MinimiseWindow();
+
+  IProcessorView* m_pView = nullptr;
+  bool m_bLoaded = false;
+  bool m_bUnloading = false;
+  bool m_bBusy[kTimerCount] = {};
+  int m_iMessageDepth = 0;
+
+  MessageEndpoint m_oEndpoint;
+  std::unique_ptr<QSocketNotifier> m_pNotifier;
+
+  std::string m_sAllDoneCaption = "Log Processing Complete";
+  std::string m_sCurrentFileCaption;
+  bool m_bRestartEnabled = true;
+  int m_iFileProgress = 0;
+  int m_iLogProgress = 0;
+  bool m_bMinimised = false;
+
+  // The state blocks of the preparation and of the hour processing, kept between ticks.
+  std::unique_ptr<PrepareState> m_pPrepare;
+  std::unique_ptr<ProcessState> m_pProcess;
+};

@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+
+#include <cfenv>
+#include <csignal>
+#include <sys/mman.h>
+
+#include <string>
+
+#include "common/TempRoot.h"
+#include "engine/CrashFilter.h"
+#include "support/AppGlobal.h"
+#include "support/CNVErr.h"
+#include "support/DebugMsg.h"
+
+namespace {
+
+// A real access violation: a write to a page that may not be touched.
+void TouchForbiddenPage() {
+  void* p = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(p, MAP_FAILED);
+  *static_cast<volatile int*>(p) = 1;
+}
+
+// A real floating-point division by zero with the trap on.
+void DivideByZero() {
+  feenableexcept(FE_DIVBYZERO);
+  volatile double dTen = 10.0, dZero = 0.0;
+  volatile double dResult = dTen / dZero;
+  (void)dResult;
+}
+
+}  // namespace
+
+TEST(ExceptionNames, TableNamesAndUnknownCodes) {
+  EXPECT_EQ(ExceptionName(0xC0000005), "Access Violation");
+  EXPECT_EQ(ExceptionName(0xC00000FD), "Stack Overflow");
+  EXPECT_EQ(ExceptionName(0xC000013A), "Control-C Exit");
+  EXPECT_EQ(ExceptionName(0x80000001), "Guard Page Violation");
+  EXPECT_EQ(ExceptionName(0xC000008E), "Divide By Zero");
+  EXPECT_EQ(ExceptionName(0xC0000094), "Integer Divide By Zero");
+  // All eight digits, leading zeros included, upper case.
+  EXPECT_EQ(ExceptionName(0x00000ABC), "Unknown (&H00000ABC)");
+  EXPECT_EQ(ExceptionName(0), "Unknown (&H00000000)");
+  EXPECT_EQ(ExceptionName(0xE06D7363), "Unknown (&HE06D7363)");
+}
+
+TEST(ExceptionNames, SignalsMapToThePlatformNames) {
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGSEGV, SEGV_MAPERR)), "Access Violation");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGBUS, BUS_ADRALN)), "Data Type Misalignment");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGILL, ILL_ILLOPC)), "Illegal Instruction");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGTRAP, TRAP_BRKPT)), "Breakpoint");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_INTDIV)), "Integer Divide By Zero");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_INTOVF)), "Integer Overflow");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_FLTDIV)), "Divide By Zero");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_FLTOVF)), "Float Overflow");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_FLTUND)), "Float Underflow");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_FLTRES)),
+            "Floating Point Inexact Result");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_FLTINV)), "Invalid Operation");
+  const std::string sOther = ExceptionName(ExceptionCodeForSignal(SIGFPE, 99));
+  EXPECT_EQ(sOther.rfind("Unknown (&H", 0), 0u) << sOther;
+  EXPECT_EQ(sOther.size(), std::string("Unknown (&H12345678)").size());
+}
+
+class CrashFilterTest : public TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    DebugLog::ResetForTesting();
+    AppGlobal::SetDebugMode(5);
+    InstallExceptionFilter();
+  }
+  void TearDown() override {
+    RemoveExceptionFilter();
+    fedisableexcept(FE_ALL_EXCEPT);
+    AppGlobal::SetDebugMode(0);
+    TempRootTest::TearDown();
+  }
+  std::string Trace() const {
+    std::string sFile = DebugLog::CurrentFile();
+    return ReadFile(sFile.substr(Root().size() + 1));
+  }
+};
+
+TEST_F(CrashFilterTest, NestedRecordIsNamedByTheLastOfTheChain) {
+  ExceptionRecord oFirst{0xC0000005, nullptr};
+  ExceptionRecord oMiddle{0xC0000094, &oFirst};
+  ExceptionRecord oOuter{0x80000003, &oMiddle};
+  EXPECT_EQ(MyExceptionFilter(oOuter), "Access Violation");
+  EXPECT_NE(Trace().find(" CRITICAL ERROR: Access Violation\r\n"), std::string::npos) << Trace();
+}
+
+TEST_F(CrashFilterTest, AccessViolationBecomesRaisedError10000) {
+  try {
+    RunWithFaultHandler(TouchForbiddenPage);
+    FAIL() << "the fault did not come back as an error";
+  } catch (const RaisedError& e) {
+    EXPECT_EQ(e.Number, 10000);
+    EXPECT_EQ(e.Source, "MyExceptionFilter");
+    EXPECT_EQ(e.Description, "Access Violation");
+  }
+  EXPECT_NE(Trace().find("CRITICAL ERROR: Access Violation"), std::string::npos);
+}
+
+TEST_F(CrashFilterTest, FloatingDivisionByZeroIsNamed) {
+  try {
+    RunWithFaultHandler(DivideByZero);
+    FAIL() << "no fault";
+  } catch (const RaisedError& e) {
+    EXPECT_EQ(e.Description, "Divide By Zero");
+  }
+}
+
+TEST_F(CrashFilterTest, InnermostHandlerGetsTheFaultAndOuterOnesLater) {
+  int iInner = 0, iOuter = 0;
+  try {
+    RunWithFaultHandler([&] {
+      try {
+        RunWithFaultHandler(TouchForbiddenPage);
+      } catch (const RaisedError&) {
+        ++iInner;
+      }
+      // The inner scope is over: the next fault goes to this one.
+      TouchForbiddenPage();
+    });
+  } catch (const RaisedError& e) {
+    ++iOuter;
+    EXPECT_EQ(e.Number, 10000);
+  }
+  EXPECT_EQ(iInner, 1);
+  EXPECT_EQ(iOuter, 1);
+  // Ordinary exceptions pass through the scope untouched.
+  EXPECT_THROW(RunWithFaultHandler([] { throw std::runtime_error("plain"); }), std::runtime_error);
+  // And after all of it a fault still has a handler to go to.
+  EXPECT_THROW(RunWithFaultHandler(TouchForbiddenPage), RaisedError);
+}
+
+// A routine with a log-and-leave handler: the fault shows as the critical error, then the
+// routine's own error line and its exit line.
+TEST_F(CrashFilterTest, LogAndLeaveHandlerTracesTheFaultAsItsError) {
+  auto Routine = [] {
+    DebugMsg("Start FaultyRoutine", 5, 1);
+    try {
+      RunWithFaultHandler(TouchForbiddenPage);
+      DebugMsg("End FaultyRoutine", 5, 2);
+    } catch (const RaisedError& e) {
+      DebugMsg("RT ERROR: " + e.Description + " (" + std::to_string(e.Number) + ")", -1, 0);
+      DebugMsg("Exit FaultyRoutine", 5, 2);
+    }
+  };
+  Routine();
+  const std::string sTrace = Trace();
+  const size_t iCritical = sTrace.find("CRITICAL ERROR: Access Violation");
+  const size_t iError = sTrace.find("RT ERROR: Access Violation (10000)");
+  const size_t iExit = sTrace.find(" Exit FaultyRoutine");
+  ASSERT_NE(iCritical, std::string::npos) << sTrace;
+  ASSERT_NE(iError, std::string::npos) << sTrace;
+  ASSERT_NE(iExit, std::string::npos) << sTrace;
+  EXPECT_LT(iCritical, iError);
+  EXPECT_LT(iError, iExit);
+  EXPECT_EQ(DebugLog::Indent(), 0);
+}
+
+TEST_F(CrashFilterTest, RemovingTheFilterRestoresThePreviousHandler) {
+  struct sigaction oMine {};
+  sigaction(SIGSEGV, nullptr, &oMine);
+  EXPECT_TRUE(ExceptionFilterInstalled());
+  RemoveExceptionFilter();
+  EXPECT_FALSE(ExceptionFilterInstalled());
+  struct sigaction oAfter {};
+  sigaction(SIGSEGV, nullptr, &oAfter);
+  EXPECT_NE(reinterpret_cast<void*>(oAfter.sa_sigaction), reinterpret_cast<void*>(oMine.sa_sigaction));
+}
+
+using CrashFilterDeathTest = CrashFilterTest;
+
+TEST_F(CrashFilterDeathTest, FaultWithoutAHandlerEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(TouchForbiddenPage(), testing::KilledBySignal(SIGSEGV),
+              "Run-time error '10000': Access Violation");
+  EXPECT_EXIT(DivideByZero(), testing::KilledBySignal(SIGFPE),
+              "Run-time error '10000': Divide By Zero");
+}

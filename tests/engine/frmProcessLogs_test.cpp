@@ -1,0 +1,468 @@
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "common/TempRoot.h"
+#include "engine/Globals.h"
+#include "engine/IProcessorView.h"
+#include "engine/frmProcessLogs.h"
+#include "support/AppGlobal.h"
+#include "support/Clock.h"
+#include "support/ConfigAccess.h"
+#include "support/DebugMsg.h"
+#include "support/MessageTransport.h"
+#include "support/MsgBox.h"
+#include "support/VbDate.h"
+
+namespace {
+
+QCoreApplication& App() {
+  static int s_iArgc = 1;
+  static char s_szName[] = "engine_test";
+  static char* s_apArgv[] = {s_szName, nullptr};
+  static QCoreApplication* s_pApp = new QCoreApplication(s_iArgc, s_apArgv);
+  return *s_pApp;
+}
+
+// Runs the event loop until pred holds or iMs have passed.
+bool RunUntil(const std::function<bool()>& pred, int iMs = 5000) {
+  App();
+  QElapsedTimer oTimer;
+  oTimer.start();
+  while (!pred()) {
+    if (oTimer.elapsed() > iMs) return false;
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+  }
+  return true;
+}
+
+// Records what the engine tells its window.
+class RecordingView : public IProcessorView {
+ public:
+  std::vector<std::string> Calls;
+  void ShowForm() override { Calls.push_back("ShowForm"); }
+  void SetBusyPointer(bool b) override { Calls.push_back(b ? "Busy" : "NotBusy"); }
+  void SetProcessorActive(bool b) override { Calls.push_back(b ? "Active" : "Closed"); }
+  void SetAllDoneCaption(const std::string& s) override { Calls.push_back("AllDone:" + s); }
+  void SetCurrentFileCaption(const std::string& s) override { Calls.push_back("File:" + s); }
+  void SetRestartEnabled(bool b) override { Calls.push_back(b ? "RestartOn" : "RestartOff"); }
+  void SetFileProgress(int i) override { Calls.push_back("prgFile:" + std::to_string(i)); }
+  void SetLogProgress(int i) override { Calls.push_back("prgLog:" + std::to_string(i)); }
+  void RowsChanged() override { Calls.push_back("Rows"); }
+  void Minimise() override { Calls.push_back("Minimise"); }
+  void SaveWindowPosition() override { Calls.push_back("SavePosition"); }
+  void CloseForm() override { Calls.push_back("CloseForm"); }
+  bool Has(const std::string& s) const {
+    for (const auto& c : Calls)
+      if (c == s) return true;
+    return false;
+  }
+};
+
+double At(int iHour, int iMinute, int iSecond = 0) {
+  return VbDate::Make({2026, 11, 23, iHour, iMinute, iSecond});
+}
+
+}  // namespace
+
+class EngineTest : public TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    App();
+    DebugLog::ResetForTesting();
+    AppGlobal::SetDebugMode(5);
+    AppGlobal::SetCommandLine("");
+    sLogListLoc = kDefaultLogListLoc;
+    UseExceptionHandler = false;
+    Clock::SetFixed(At(10, 5));
+    ASSERT_TRUE(m_oCapture.Bind(kCaptureHandler));
+  }
+  void TearDown() override {
+    m_pForm.reset();
+    m_oCapture.Close();
+    SetMsgBoxHandler(nullptr);
+    Clock::Reset();
+    AppGlobal::SetDebugMode(0);
+    TempRootTest::TearDown();
+  }
+
+  void WriteRegistry(const std::string& sBody) {
+    WriteFile("registry.reg", "Windows Registry Editor Version 5.00\r\n\r\n" + sBody);
+    ConfigAccess::ClearCache();
+  }
+  // Loads the form and lets its first cycle run into the "no logs" wait.
+  void LoadAndWaitForNoLogs() {
+    m_pForm = std::make_unique<frmProcessLogs>();
+    m_pForm->SetView(&m_oView);
+    m_pForm->Load();
+    ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  }
+  std::vector<std::string> CaptureMessages(int iWaitMs = 300) {
+    std::vector<std::string> aTexts;
+    RunUntil([] { return false; }, iWaitMs);
+    while (auto m = m_oCapture.Receive()) aTexts.push_back(m->Text);
+    return aTexts;
+  }
+  std::string Trace() const {
+    std::string sFile = DebugLog::CurrentFile();
+    return ReadFile(sFile.substr(Root().size() + 1));
+  }
+
+  MessageEndpoint m_oCapture;
+  RecordingView m_oView;
+  std::unique_ptr<frmProcessLogs> m_pForm;
+};
+
+TEST_F(EngineTest, LoadStartsACycleThatEndsInNoLogsFound) {
+  m_pForm = std::make_unique<frmProcessLogs>();
+  m_pForm->SetView(&m_oView);
+  m_pForm->Load();
+  // Loading: only the load timer runs, the window is closed up.
+  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_FALSE(m_pForm->tmrWait.isActive());
+  EXPECT_TRUE(m_pForm->tmrClearUpDebug.isActive());
+  EXPECT_EQ(m_pForm->AllDoneCaption(), "Loading Logs...");
+  EXPECT_FALSE(m_pForm->RestartEnabled());
+  EXPECT_FALSE(m_pForm->ProcessorActive());
+  EXPECT_TRUE(m_oView.Has("ShowForm"));
+  EXPECT_TRUE(m_oView.Has("Closed"));
+  EXPECT_TRUE(m_pForm->m_bExitWhenDone);
+
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive());
+  EXPECT_EQ(m_pForm->AllDoneCaption(), "NO LOGS FOUND!");
+  EXPECT_TRUE(m_pForm->RestartEnabled());
+  EXPECT_EQ(LastProcessedHour, 10);
+  EXPECT_EQ(m_oView.Calls.back(), "RestartOn");
+  const std::string sTrace = Trace();
+  EXPECT_NE(sTrace.find(" Start frmProcessLogs_Load\r\n"), std::string::npos) << sTrace;
+  EXPECT_NE(sTrace.find(":00 No Logs Found: Reset wait timer\r\n"), std::string::npos) << sTrace;
+  EXPECT_EQ(DebugLog::Indent(), 0);
+  EXPECT_NE(SystemPrxFile.find("/drive_c/Program Files/Common Files/Norvane Shared/Kestrane v4/nvkn4.prx"),
+            std::string::npos)
+      << SystemPrxFile;
+}
+
+TEST_F(EngineTest, SwitchesOfTheCommandLineSetTheFlags) {
+  AppGlobal::SetCommandLine("/debug /keepALIVE/SaveArcs");
+  m_pForm = std::make_unique<frmProcessLogs>();
+  m_pForm->Load();
+  EXPECT_FALSE(m_pForm->m_bExitWhenDone);
+  EXPECT_TRUE(m_pForm->m_bSaveArcs);
+}
+
+TEST_F(EngineTest, TimerIntervalsComeFromTheRegistryAtLoad) {
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
+      "\"PrepareTimerInterval\"=dword:00000000\r\n"
+      "\"ProcessTimerInterval\"=dword:00000007\r\n");
+  m_pForm = std::make_unique<frmProcessLogs>();
+  m_pForm->Load();
+  EXPECT_EQ(m_pForm->tmrPrepareLists.interval(), 0);
+  EXPECT_EQ(m_pForm->tmrProcess.interval(), 7);
+  EXPECT_EQ(m_pForm->tmrWait.interval(), 1000);
+  EXPECT_EQ(m_pForm->tmrLoadLogs.interval(), 100);
+}
+
+TEST_F(EngineTest, NegativeOrMissingIntervalsUseTheFormsOwn) {
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
+      "\"PrepareTimerInterval\"=dword:ffffffff\r\n");
+  m_pForm = std::make_unique<frmProcessLogs>();
+  m_pForm->Load();
+  EXPECT_EQ(m_pForm->tmrPrepareLists.interval(), 100);
+  EXPECT_EQ(m_pForm->tmrProcess.interval(), 500);
+}
+
+// The next cycle starts once the hour differs from that of the last load and the minute
+// has reached LogProcStart.
+TEST_F(EngineTest, WaitRestartsInTheNextHourAtTheStartMinute) {
+  LoadAndWaitForNoLogs();
+  ASSERT_EQ(LastProcessedHour, 10);
+  for (double dNow : {At(10, 40), At(10, 59, 59), At(11, 0), At(11, 4, 59)}) {
+    Clock::SetFixed(dNow);
+    m_pForm->tmrWait_Timer();
+    ASSERT_TRUE(m_pForm->tmrWait.isActive()) << VbDate::DefaultText(dNow);
+    ASSERT_FALSE(m_pForm->tmrLoadLogs.isActive());
+    EXPECT_EQ(m_pForm->m_dLastActive, dNow);
+  }
+  Clock::SetFixed(At(11, 5));
+  m_pForm->tmrWait_Timer();
+  EXPECT_FALSE(m_pForm->tmrWait.isActive());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_EQ(m_pForm->AllDoneCaption(), "Loading Logs...");
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  EXPECT_EQ(LastProcessedHour, 11);
+}
+
+TEST_F(EngineTest, ClockPutBackAnHourStartsACycleToo) {
+  LoadAndWaitForNoLogs();
+  Clock::SetFixed(At(9, 30));
+  m_pForm->tmrWait_Timer();
+  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+}
+
+TEST_F(EngineTest, StartMinuteIsReadAnewOnEveryTick) {
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n"
+      "\"LogProcStart\"=dword:00000046\r\n");  // 70: never reached
+  LoadAndWaitForNoLogs();
+  Clock::SetFixed(At(11, 59, 59));
+  m_pForm->tmrWait_Timer();
+  EXPECT_TRUE(m_pForm->tmrWait.isActive());
+  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n"
+      "\"LogProcStart\"=dword:00000014\r\n");  // 20
+  Clock::SetFixed(At(12, 19));
+  m_pForm->tmrWait_Timer();
+  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+  Clock::SetFixed(At(12, 20));
+  m_pForm->tmrWait_Timer();
+  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+}
+
+TEST_F(EngineTest, LogListLocationFromTheCommandLineIsWhereTheCountIsRead) {
+  sLogListLoc = "SOFTWARE\\Elsewhere";
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Elsewhere]\r\n"
+      "\"LogProcStart\"=dword:00000000\r\n");
+  LoadAndWaitForNoLogs();
+  Clock::SetFixed(At(11, 0));
+  m_pForm->tmrWait_Timer();
+  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+}
+
+TEST_F(EngineTest, ShutdownWhileWaitingUnloadsAtTheNextTickAndSendsIdleOnce) {
+  LoadAndWaitForNoLogs();
+  bool bUnloaded = false;
+  QObject::connect(m_pForm.get(), &frmProcessLogs::Unloaded, [&] { bUnloaded = true; });
+  ASSERT_TRUE(MessageTransport::Send(kLogProcHandler, "SHUTDOWN"));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->m_bShutdown; }, 2000));
+  EXPECT_TRUE(m_pForm->IsLoaded());
+  ASSERT_TRUE(RunUntil([&] { return bUnloaded; }, 3000));
+  EXPECT_FALSE(m_pForm->IsLoaded());
+  EXPECT_FALSE(m_pForm->tmrWait.isActive());
+  EXPECT_FALSE(m_pForm->tmrClearUpDebug.isActive());
+  EXPECT_EQ(CaptureMessages(), std::vector<std::string>{"IDLE"});
+  EXPECT_TRUE(m_oView.Has("SavePosition"));
+  EXPECT_EQ(m_oView.Calls.back(), "CloseForm");
+  const std::string sTrace = Trace();
+  EXPECT_NE(sTrace.find("Shutdown Message Received"), std::string::npos);
+  EXPECT_NE(sTrace.find(" End frmProcessLogs_Unload\r\n"), std::string::npos);
+  // The handler name is given up with the form.
+  EXPECT_FALSE(MessageTransport::Send(kLogProcHandler, "RESPOND"));
+}
+
+TEST_F(EngineTest, MessagesAreComparedExactly) {
+  LoadAndWaitForNoLogs();
+  for (const char* s : {"shutdown", "SHUTDOWN ", " SHUTDOWN", "SHUTDOWNX", "Respond", ""})
+    ASSERT_TRUE(MessageTransport::Send(kLogProcHandler, s));
+  RunUntil([] { return false; }, 300);
+  EXPECT_FALSE(m_pForm->m_bShutdown);
+  EXPECT_TRUE(CaptureMessages(0).empty());
+  EXPECT_TRUE(m_pForm->IsLoaded());
+}
+
+TEST_F(EngineTest, RespondAnswersWithTheLastActiveMoment) {
+  LoadAndWaitForNoLogs();
+  Clock::SetFixed(At(10, 17, 42));
+  m_pForm->tmrWait_Timer();
+  Clock::SetFixed(At(10, 30));  // the reply tells the last moment of progress, not now
+  ASSERT_TRUE(MessageTransport::Send(kLogProcHandler, "RESPOND"));
+  ASSERT_TRUE(MessageTransport::Send(kLogProcHandler, "RESPOND"));
+  EXPECT_EQ(CaptureMessages(), (std::vector<std::string>{"RESPONSE2026-11-23 10:17:42",
+                                                         "RESPONSE2026-11-23 10:17:42"}));
+}
+
+TEST_F(EngineTest, NoCaptureListeningChangesNothing) {
+  m_oCapture.Close();
+  LoadAndWaitForNoLogs();
+  ASSERT_TRUE(MessageTransport::Send(kLogProcHandler, "RESPOND"));
+  RunUntil([] { return false; }, 200);
+  EXPECT_TRUE(m_pForm->IsLoaded());
+  EXPECT_TRUE(m_pForm->tmrWait.isActive());
+  m_pForm->HandleAppMessage("SHUTDOWN");
+  m_pForm->tmrWait_Timer();
+  EXPECT_FALSE(m_pForm->IsLoaded());
+}
+
+TEST_F(EngineTest, RestartByHandStopsTheWaitSoNoSecondCycleCanStart) {
+  LoadAndWaitForNoLogs();
+  m_pForm->cmdRestart_Click();
+  EXPECT_FALSE(m_pForm->tmrWait.isActive());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_FALSE(m_pForm->RestartEnabled());
+  EXPECT_EQ(m_pForm->AllDoneCaption(), "Loading Logs...");
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+}
+
+TEST_F(EngineTest, RestartDuringACycleIsIgnored) {
+  LoadAndWaitForNoLogs();
+  m_pForm->tmrWait.stop();
+  m_pForm->tmrProcess.start(60000);  // as if the processing were under way
+  m_pForm->cmdRestart_Click();
+  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_TRUE(m_pForm->tmrProcess.isActive());
+  m_pForm->tmrProcess.stop();
+  m_pForm->tmrPrepareLists.start(60000);
+  m_pForm->cmdRestart_Click();
+  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+}
+
+TEST_F(EngineTest, ClosingWhileWaitingClosesAtOnceWithoutAQuestion) {
+  int iBoxes = 0;
+  SetMsgBoxHandler([&](const std::string&, int32_t, const std::string&) {
+    ++iBoxes;
+    return vbYes;
+  });
+  LoadAndWaitForNoLogs();
+  EXPECT_TRUE(m_pForm->RequestClose());
+  EXPECT_EQ(iBoxes, 0);
+  EXPECT_FALSE(m_pForm->IsLoaded());
+  EXPECT_EQ(CaptureMessages(), std::vector<std::string>{"IDLE"});
+}
+
+TEST_F(EngineTest, ClosingDuringACycleAsksAndLeavesTheEndToTheTimers) {
+  std::string sAsked;
+  int32_t lStyle = 0;
+  int32_t lAnswer = vbNo;
+  SetMsgBoxHandler([&](const std::string& sText, int32_t lBoxStyle, const std::string&) {
+    sAsked = sText;
+    lStyle = lBoxStyle;
+    return lAnswer;
+  });
+  LoadAndWaitForNoLogs();
+  m_pForm->tmrWait.stop();
+  m_pForm->tmrProcess.start(60000);
+
+  int16_t iCancel = 0;
+  m_pForm->Form_QueryUnload(iCancel, 0);
+  EXPECT_EQ(iCancel, 1);
+  EXPECT_EQ(sAsked, "Are you sure you want to close the Log Processor?");
+  EXPECT_EQ(lStyle, 36);
+  EXPECT_FALSE(m_pForm->m_bShutdown);
+  EXPECT_FALSE(m_pForm->m_bUnloadRequested);
+
+  lAnswer = vbYes;
+  EXPECT_FALSE(m_pForm->RequestClose());
+  EXPECT_TRUE(m_pForm->IsLoaded());
+  EXPECT_TRUE(m_pForm->m_bShutdown);
+  EXPECT_TRUE(m_pForm->m_bUnloadRequested);
+
+  // Another unload reason closes without asking.
+  sAsked.clear();
+  iCancel = 5;
+  m_pForm->Form_QueryUnload(iCancel, 1);
+  EXPECT_EQ(iCancel, 0);
+  EXPECT_TRUE(sAsked.empty());
+}
+
+TEST_F(EngineTest, UnloadRequestIsTakenByTheWaitTimer) {
+  LoadAndWaitForNoLogs();
+  m_pForm->m_bUnloadRequested = true;
+  m_pForm->tmrWait_Timer();
+  EXPECT_FALSE(m_pForm->IsLoaded());
+}
+
+TEST_F(EngineTest, ShutdownDoesNotUnloadWhileTheProcessingTimerRuns) {
+  LoadAndWaitForNoLogs();
+  m_pForm->m_bShutdown = true;
+  m_pForm->tmrProcess.start(60000);
+  m_pForm->tmrWait_Timer();
+  EXPECT_TRUE(m_pForm->IsLoaded());
+  m_pForm->tmrProcess.stop();
+  m_pForm->tmrWait_Timer();
+  EXPECT_FALSE(m_pForm->IsLoaded());
+}
+
+TEST_F(EngineTest, ExceptionFilterIsClearedAtUnloadOnlyWhenInstalled) {
+  LoadAndWaitForNoLogs();
+  m_pForm->Unload();
+  EXPECT_EQ(Trace().find("Clear Exception Filter"), std::string::npos);
+
+  UseExceptionHandler = true;
+  m_pForm = std::make_unique<frmProcessLogs>();
+  m_pForm->Load();
+  m_pForm->Unload();
+  EXPECT_NE(Trace().find("Clear Exception Filter"), std::string::npos);
+  UseExceptionHandler = false;
+}
+
+TEST_F(EngineTest, AnUnloadedFormStartsNoTimers) {
+  LoadAndWaitForNoLogs();
+  m_pForm->Unload();
+  m_pForm->cmdRestart_Click();
+  m_pForm->tmrLoadLogs_Timer();
+  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_FALSE(m_pForm->tmrWait.isActive());
+  EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive());
+}
+
+TEST_F(EngineTest, DoEventsPumpsTheLoopOnceLoaded) {
+  LoadAndWaitForNoLogs();
+  ASSERT_TRUE(MessageTransport::Send(kLogProcHandler, "SHUTDOWN"));
+  // Give the socket a moment; the pump alone then delivers the message.
+  for (int i = 0; i < 100 && !m_pForm->m_bShutdown; ++i) {
+    usleep(5000);
+    AppGlobal::DoEvents();
+  }
+  EXPECT_TRUE(m_pForm->m_bShutdown);
+}
+
+// The load pumps messages after each logger. A tick of the same timer that comes during
+// such a pump must be skipped, not run inside the running one: the running handler
+// would otherwise find its timer stopped by the inner tick when it ends.
+TEST_F(EngineTest, ATickIsNotEnteredWhileTheSameHandlerRuns) {
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n"
+      "\"LogCount\"=dword:00000003\r\n");
+  struct ProbeView : RecordingView {
+    frmProcessLogs* pForm = nullptr;
+    int iEnds = 0;
+    bool bTimerActiveAtFirstEnd = false;
+    void SetAllDoneCaption(const std::string& s) override {
+      RecordingView::SetAllDoneCaption(s);
+      if (s == "NO LOGS FOUND!" && iEnds++ == 0) bTimerActiveAtFirstEnd = pForm->tmrLoadLogs.isActive();
+    }
+  } oView;
+  m_pForm = std::make_unique<frmProcessLogs>();
+  oView.pForm = m_pForm.get();
+  m_pForm->SetView(&oView);
+  m_pForm->Load();
+  // At the handler's first pump, the timer is started again with no delay.
+  static frmProcessLogs* s_pForm;
+  static bool s_bRestarted;
+  s_pForm = m_pForm.get();
+  s_bRestarted = false;
+  AppGlobal::SetDoEventsHandler([] {
+    if (!s_bRestarted) {
+      s_bRestarted = true;
+      s_pForm->tmrLoadLogs.start(0);
+    }
+    QCoreApplication::processEvents();
+  });
+  ASSERT_TRUE(RunUntil([&] { return oView.iEnds >= 1; }));
+  EXPECT_TRUE(s_bRestarted);
+  EXPECT_TRUE(oView.bTimerActiveAtFirstEnd);
+  // The skipped tick comes again once the handler has ended.
+  ASSERT_TRUE(RunUntil([&] { return oView.iEnds >= 2; }));
+}
+
+TEST_F(EngineTest, AnImpossibleLoggerCountLoadsNothing) {
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n"
+      "\"LogCount\"=dword:7fffffff\r\n");
+  LoadAndWaitForNoLogs();
+  EXPECT_EQ(m_pForm->AllDoneCaption(), "NO LOGS FOUND!");
+  EXPECT_NE(Trace().find("LogCount 2147483647 is out of range"), std::string::npos);
+}

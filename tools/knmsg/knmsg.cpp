@@ -1,0 +1,137 @@
+// knmsg: sends a text message to a named handler, or listens under a handler name and
+// prints what arrives. The operator's (and the tests') stand-in for the capture process.
+//
+//   knmsg send [--from NAME] HANDLER TEXT...
+//   knmsg listen [-n COUNT] [-t SECONDS] HANDLER
+//
+// "listen" prints one line per message: the local time of arrival as
+// "yyyy-mm-dd hh:nn:ss.zzz", a blank, and the text. It stops after COUNT messages, after
+// SECONDS without a message, or at SIGINT / SIGTERM. The machine root is KESTRANE_ROOT.
+#include <signal.h>
+#include <sys/time.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string>
+
+#include "support/MessageTransport.h"
+
+namespace {
+
+volatile sig_atomic_t g_bStop = 0;
+
+void OnSignal(int) { g_bStop = 1; }
+
+int Usage() {
+  std::fprintf(stderr,
+               "usage: knmsg send [--from NAME] HANDLER TEXT...\n"
+               "       knmsg listen [-n COUNT] [-t SECONDS] HANDLER\n");
+  return 2;
+}
+
+std::string TimeStamp() {
+  timeval tv{};
+  gettimeofday(&tv, nullptr);
+  std::tm tmLocal{};
+  localtime_r(&tv.tv_sec, &tmLocal);
+  char szBuf[64];
+  size_t n = std::strftime(szBuf, sizeof szBuf, "%Y-%m-%d %H:%M:%S", &tmLocal);
+  std::snprintf(szBuf + n, sizeof szBuf - n, ".%03ld", static_cast<long>(tv.tv_usec / 1000));
+  return szBuf;
+}
+
+bool ParseNumber(const char* s, long& lValue) {
+  char* pEnd = nullptr;
+  lValue = std::strtol(s, &pEnd, 10);
+  return pEnd != s && *pEnd == '\0' && lValue >= 0;
+}
+
+int Send(int argc, char** argv) {
+  std::string sFrom;
+  int i = 2;
+  if (i < argc && std::strcmp(argv[i], "--from") == 0) {
+    if (i + 1 >= argc) return Usage();
+    sFrom = argv[i + 1];
+    i += 2;
+  }
+  if (i + 1 >= argc) return Usage();
+  const std::string sHandler = argv[i++];
+  std::string sText;
+  for (; i < argc; ++i) {
+    if (!sText.empty()) sText += ' ';
+    sText += argv[i];
+  }
+  bool bSent;
+  if (!sFrom.empty()) {
+    MessageEndpoint oFrom;
+    if (!oFrom.Bind(sFrom)) {
+      std::fprintf(stderr, "knmsg: cannot bind the handler name %s\n", sFrom.c_str());
+      return 1;
+    }
+    bSent = oFrom.Send(sHandler, sText);
+  } else {
+    bSent = MessageTransport::Send(sHandler, sText);
+  }
+  if (!bSent) {
+    std::fprintf(stderr, "knmsg: nobody received the message on %s\n", sHandler.c_str());
+    return 1;
+  }
+  return 0;
+}
+
+int Listen(int argc, char** argv) {
+  long lCount = -1, lIdleSeconds = -1;
+  int i = 2;
+  for (; i < argc && argv[i][0] == '-'; i += 2) {
+    if (i + 1 >= argc) return Usage();
+    if (std::strcmp(argv[i], "-n") == 0) {
+      if (!ParseNumber(argv[i + 1], lCount)) return Usage();
+    } else if (std::strcmp(argv[i], "-t") == 0) {
+      if (!ParseNumber(argv[i + 1], lIdleSeconds)) return Usage();
+    } else {
+      return Usage();
+    }
+  }
+  if (i + 1 != argc) return Usage();
+  const std::string sHandler = argv[i];
+
+  struct sigaction sa {};
+  sa.sa_handler = OnSignal;
+  sigemptyset(&sa.sa_mask);
+  sigaction(SIGINT, &sa, nullptr);
+  sigaction(SIGTERM, &sa, nullptr);
+
+  MessageEndpoint oEndpoint;
+  if (!oEndpoint.Bind(sHandler)) {
+    std::fprintf(stderr, "knmsg: cannot listen as %s (is another listener running?)\n",
+                 sHandler.c_str());
+    return 1;
+  }
+  using Clock = std::chrono::steady_clock;
+  auto tLast = Clock::now();
+  long lReceived = 0;
+  while (!g_bStop && (lCount < 0 || lReceived < lCount)) {
+    auto oMessage = oEndpoint.Wait(200);
+    if (oMessage) {
+      std::printf("%s %s\n", TimeStamp().c_str(), oMessage->Text.c_str());
+      std::fflush(stdout);
+      ++lReceived;
+      tLast = Clock::now();
+    } else if (lIdleSeconds >= 0 && Clock::now() - tLast >= std::chrono::seconds(lIdleSeconds)) {
+      break;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return Usage();
+  if (std::strcmp(argv[1], "send") == 0) return Send(argc, argv);
+  if (std::strcmp(argv[1], "listen") == 0) return Listen(argc, argv);
+  return Usage();
+}
