@@ -4,7 +4,7 @@
 #include <fmt/format.h>
 
 #include "audio/AudioTypes.h"
-#include "audio/ChooseAudioClass.h"
+#include "audio/CAudioACM.h"
 #include "config/VbConvert.h"
 #include "support/AppGlobal.h"
 #include "support/CNVErr.h"
@@ -15,15 +15,8 @@ template <class T> T ClampTo(T v, T lo, T hi) { return v < lo ? lo : (v > hi ? h
 
 // A WAV format of the given rate, channels and format tag.
 std::shared_ptr<IAudioFormat> MakeWavFormat(int32_t lRate, int32_t iChannels, int32_t iTag) {
-  auto o = ChooseAudioClass(FormatWAV);
-  if (!o) return o;
-  auto common = std::make_shared<CommonAudioFormat>();
-  common->SetFormatType(FormatWAV);
-  common->SetSampleRate(lRate);
-  common->SetChannels(iChannels);
-  common->SetFormatTag(iTag);
-  common->SetBitsPerSample(iTag == WAVE_FORMAT_PCM ? 16 : 4);
-  o->SetCommonFormat(common);
+  auto o = std::make_shared<CAudioACM>();
+  o->SetFileFormat(lRate, iChannels, iTag);
   return o;
 }
 

@@ -146,7 +146,17 @@ TEST_F(LogModelTest, DefaultsOfAllGroups) {
   EXPECT_EQ(ev.n["LoadDefaultSerial"], 1);
   ASSERT_TRUE(log.AudioFormat(0));
   EXPECT_EQ(log.OutputFormatName(1), "Format A");
-  for (int p = 0; p < 3; ++p) EXPECT_TRUE(log.AudioFormat(0)->Period(p)) << p;
+  struct {
+    int rate, channels, tag;
+  } want[] = {{44100, 2, 1}, {22050, 2, 17}, {22050, 1, 17}};
+  for (int p = 0; p < 3; ++p) {
+    auto f = log.AudioFormat(0)->Period(p);
+    ASSERT_TRUE(f) << p;
+    EXPECT_EQ(f->FormatType(), 2) << p;
+    EXPECT_EQ(f->SampleRate(), want[p].rate) << p;
+    EXPECT_EQ(f->Channels(), want[p].channels) << p;
+    EXPECT_EQ(f->CommonFormat()->FormatTag(), want[p].tag) << p;
+  }
   for (int c = 0; c < 4; ++c) ASSERT_TRUE(log.Comments(c));
 }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "audio/AudioTypes.h"
+#include "audio/ChooseAudioClass.h"
 #include "config/ClogPeriods.h"
 #include "config/ConfigTestUtil.h"
 #include "support/CNVErr.h"
@@ -61,4 +62,30 @@ TEST(PeriodLettersTest, UpperForNamesLowerForTheRest) {
   EXPECT_EQ(ClogPeriods::LowerLetter(1), "b");
   EXPECT_EQ(ClogPeriods::UpperLetter(25), "Z");
   EXPECT_THROW(ClogPeriods::LowerLetter(200), RaisedError);
+}
+
+TEST_F(PeriodsTest, RealFormatsGoThroughTheirSections) {
+  ClogPeriods p;
+  auto wav = ChooseAudioClass(FormatWAV);
+  auto common = std::make_shared<CommonAudioFormat>();
+  common->SetFormatType(FormatWAV);
+  common->SetSampleRate(22050);
+  common->SetChannels(1);
+  common->SetFormatTag(WAVE_FORMAT_IMA_ADPCM);
+  wav->SetCommonFormat(common);
+  p.Period(2, wav);
+  p.Save(File(), 1);
+  EXPECT_EQ(ConfigAccess::GetProfileString("Logtypes", "FormatType2b", "", File()), "2");
+  EXPECT_EQ(ConfigAccess::GetProfileString("Logtypes", "FormatType0b", "", File()), "-1");
+  ClogPeriods q;
+  q.Load(File(), 1);
+  ASSERT_EQ(q.Period(2)->FormatType(), FormatWAV);
+  EXPECT_TRUE(q.Period(2)->IsSameFormat(wav.get()));
+  EXPECT_EQ(q.Period(2)->SampleRate(), 22050);
+  EXPECT_EQ(q.Period(2)->Channels(), 1);
+  EXPECT_DOUBLE_EQ(q.Period(2)->DataSize(3600), wav->DataSize(3600));
+  // A later save of no audio in that period removes its section.
+  q.Period(2, ChooseAudioClass(-1));
+  q.Save(File(), 1);
+  EXPECT_EQ(ConfigAccess::GetProfileSection("OutputFormat2b", File()), "");
 }

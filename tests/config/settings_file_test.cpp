@@ -184,6 +184,16 @@ TEST_F(SettingsFileTest, SaveThenLoadGivesBackTheSettings) {
   EXPECT_EQ(Get("General", "Version"), "4.0");
   EXPECT_EQ(dst.OutputFormatCount(), 2);
   EXPECT_EQ(dst.OutputFormatName(2), "Web");
+  // The factory formats of output 0 come back through their format sections.
+  for (int p = 0; p < 3; ++p) {
+    auto a = src.AudioFormat(0)->Period(p), b = dst.AudioFormat(0)->Period(p);
+    ASSERT_TRUE(b) << p;
+    EXPECT_EQ(b->FormatType(), 2) << p;
+    EXPECT_TRUE(b->IsSameFormat(a.get())) << p;
+    EXPECT_EQ(b->SampleRate(), a->SampleRate()) << p;
+    EXPECT_EQ(dst.AudioFormat(1)->Period(p)->FormatType(), -1) << p;
+  }
+  EXPECT_EQ(Get("Logtypes", "FormatType2a"), "2");
   EXPECT_EQ(dst.StandardHours(), 12);
   EXPECT_EQ(dst.ArchiveHours(), 336);
   EXPECT_EQ(dst.DeleteHours(), 1008);
