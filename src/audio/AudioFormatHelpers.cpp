@@ -3,7 +3,12 @@
 #include <algorithm>
 #include <cctype>
 
+#include <fmt/format.h>
+
 #include "audio/AudioTypes.h"
+#include "audio/RiffFile.h"
+#include "audio/codec/Acm.h"
+#include "support/DebugMsg.h"
 #include "support/FileHelper.h"
 
 int32_t FormatTypeFromFile(const std::string& sFile) {
@@ -34,4 +39,67 @@ Wfx GetMemFormat() { return Wfx::PCM(44100, 2); }
 bool FormatsDiffer(const Wfx& a, const Wfx& b) {
   return a.wFormatTag != b.wFormatTag || a.nChannels != b.nChannels ||
          a.nSamplesPerSec != b.nSamplesPerSec || a.wBitsPerSample != b.wBitsPerSample;
+}
+
+bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Channels,
+                     int32_t FormatTag) {
+  DebugMsg("Start CreateAudioFile", 5, 1);
+  if (sFile.empty()) {
+    DebugMsg("Exit CreateAudioFile (Filename = \"\")", 5, 2);
+    return false;
+  }
+  if (SampleRate == 0) {
+    DebugMsg("Exit CreateAudioFile (SampleRate = 0)", 5, 2);
+    return false;
+  }
+  if (Channels == 0) {
+    DebugMsg("Exit CreateAudioFile (Channels = 0)", 5, 2);
+    return false;
+  }
+  const Wfx wfxSource = Wfx::PCM(static_cast<uint32_t>(SampleRate), static_cast<uint16_t>(Channels));
+  Wfx wfxPcm;
+  wfxPcm.wFormatTag = WAVE_FORMAT_PCM;
+  wfxPcm.nSamplesPerSec = static_cast<uint32_t>(SampleRate);
+  wfxPcm.nChannels = static_cast<uint16_t>(Channels);
+  constexpr uint32_t kPinned = Acm::ACM_FORMATSUGGESTF_WFORMATTAG | Acm::ACM_FORMATSUGGESTF_NCHANNELS |
+                               Acm::ACM_FORMATSUGGESTF_NSAMPLESPERSEC;
+  int32_t rc = Acm::FormatSuggest(wfxSource, wfxPcm, Wfx::kRecordSize, kPinned);
+  if (rc != 0) {
+    DebugMsg(fmt::format("Exit CreateAudioFile (acmFormatSuggestFailed. rc = {}", rc), 5, 2);
+    return false;
+  }
+  uint32_t lSize = 0;
+  rc = Acm::FormatTagDetails(static_cast<uint32_t>(FormatTag), lSize);
+  if (rc != 0) {
+    DebugMsg(fmt::format("Exit CreateAudioFile (acmFormatTagDetails failed. rc = {}", rc), 5, 2);
+    return false;
+  }
+  Wfx wfxFile;
+  wfxFile.wFormatTag = static_cast<uint16_t>(FormatTag);
+  wfxFile.nSamplesPerSec = wfxPcm.nSamplesPerSec;
+  wfxFile.nChannels = wfxPcm.nChannels;
+  if (Acm::FormatSuggest(wfxPcm, wfxFile, lSize, kPinned) != 0) {
+    DebugMsg("Exit CreateAudioFile (acmFormatSuggest failed)", 5, 2);
+    return false;
+  }
+  // The block as the platform reports its size: a PCM block is the 16-byte record.
+  const std::vector<uint8_t> aBlock = wfxFile.ToBytes(lSize);
+  const int64_t llBlock = static_cast<int64_t>(lSize);
+  RiffFile f;
+  bool bOk = f.Open(sFile, true) == 0;
+  MMCKINFO ckRiff, ckFmt, ckData;
+  ckRiff.fccType = mmioFOURCC('W', 'A', 'V', 'E');
+  ckFmt.ckid = mmioFOURCC('f', 'm', 't', ' ');
+  ckData.ckid = mmioFOURCC('d', 'a', 't', 'a');
+  bOk = bOk && f.Seek(0) == 0 && f.CreateChunk(ckRiff, MMIO_CREATERIFF) == 0 &&
+        f.CreateChunk(ckFmt, 0) == 0 && f.Write(aBlock.data(), llBlock) == llBlock &&
+        f.Ascend(ckFmt) == 0 && f.CreateChunk(ckData, 0) == 0 && f.Ascend(ckData) == 0 &&
+        f.Ascend(ckRiff) == 0;
+  if (f.IsOpen() && f.Close() != 0) bOk = false;
+  if (!bOk) {
+    DebugMsg("Exit CreateAudioFile (Unable to write the file)", 5, 2);
+    return false;
+  }
+  DebugMsg("End CreateAudioFile", 5, 2);
+  return true;
 }

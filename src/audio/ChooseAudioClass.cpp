@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "audio/CAudioACM.h"
 #include "audio/CAudioNull.h"
 
 namespace {
@@ -15,8 +16,14 @@ void SetWriteIndirectDefault(bool bValue) {
 
 std::shared_ptr<IAudioFormat> ChooseAudioClass(int32_t iFormatType) {
   switch (iFormatType) {
-    // FormatWAV, FormatWMA, FormatMP2, FormatMP3, FormatOGG: their classes join here as
-    // they are written; until then they stand for no audio.
+    case FormatWAV:
+      try {
+        return std::make_shared<CAudioACM>();
+      } catch (const std::exception&) {
+        return nullptr;
+      }
+    // FormatWMA, FormatMP2, FormatMP3, FormatOGG: their classes join here as they are
+    // written; until then they stand for no audio.
     default:
       return std::make_shared<CAudioNull>();
   }
