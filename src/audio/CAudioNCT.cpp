@@ -244,6 +244,7 @@ int32_t CAudioNCT::OpenReadFile(const std::string& sFile) {
     } catch (const CodecError&) {
     }
   }
+  std::string sOldName = m_sAudioFileName;
   m_sAudioFileName = sFile;
   m_sRecordedFileName.clear();
   try {
@@ -257,7 +258,10 @@ int32_t CAudioNCT::OpenReadFile(const std::string& sFile) {
   } catch (const CodecError&) {
   }
   m_iSamples = 0;
-  if (m_oAudioFile->State() == 0) return -1;
+  if (m_oAudioFile->State() == 0) {
+    m_sAudioFileName = sOldName;  // a failed open leaves the name as it was
+    return -1;
+  }
   m_iBitRate = static_cast<int16_t>(RoundToInt(m_oAudioFile->BitRate() / 1000.0));
   m_iChannels = m_oAudioFile->Channels();
   m_iSampleRate = m_oAudioFile->SampleRate();

@@ -192,6 +192,7 @@ int32_t CAudioWMA::OpenReadFile(const std::string& sFile) {
     } catch (const CodecError&) {
     }
   }
+  std::string sOldName = m_sAudioFileName;
   m_sAudioFileName = sFile;
   m_sRecordedFileName.clear();
   m_aPending.clear();
@@ -201,8 +202,12 @@ int32_t CAudioWMA::OpenReadFile(const std::string& sFile) {
   } catch (const CodecError& e) {
     DebugMsg("Open failed: " + e.Description, 10, 0);
   }
-  if (m_oAudioFile->State() == 0) rc = -1;
-  else InitialiseArrayConversion();
+  if (m_oAudioFile->State() == 0) {
+    rc = -1;
+    m_sAudioFileName = sOldName;  // a failed open leaves the name as it was
+  } else {
+    InitialiseArrayConversion();
+  }
   m_iSamples = 0;
   m_iProfileNum = m_oAudioFile->ProfileNum();
   return rc;
