@@ -278,7 +278,7 @@ int32_t CAudioWMA::ReadAudioData(void* lpBuffer, float fBufLen) {
   }
   size_t lOut = std::min(lMax, m_aPending.size());
   lOut -= lOut % std::max<size_t>(1, m_wfxMemFormat.nChannels * 2u);
-  std::memcpy(lpBuffer, m_aPending.data(), lOut);
+  if (lOut > 0) std::memcpy(lpBuffer, m_aPending.data(), lOut);
   m_aPending.erase(m_aPending.begin(), m_aPending.begin() + static_cast<long>(lOut));
   return static_cast<int32_t>(lOut);
 }
