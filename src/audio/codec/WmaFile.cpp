@@ -89,6 +89,15 @@ void WmaFile::LoadProfiles(const std::string& sPath) {
   m_aProfiles = ParseProfiles(ss.str());
 }
 
+void WmaFile::AddProfile(const WmaProfile& p) {
+  for (auto& q : m_aProfiles)
+    if (q.lNumber == p.lNumber) {
+      q = p;
+      return;
+    }
+  m_aProfiles.push_back(p);
+}
+
 const WmaProfile* WmaFile::FindProfile(int32_t lNumber) const {
   for (const auto& p : m_aProfiles)
     if (p.lNumber == lNumber) return &p;

@@ -64,6 +64,8 @@ class WmaFile {
   void SetProfileNum(int32_t lNumber) { m_lProfileNum = lNumber; }
 
   const std::vector<WmaProfile>& Profiles() const { return m_aProfiles; }
+  // Adds a profile, or replaces the one of the same number.
+  void AddProfile(const WmaProfile& p);
   const WmaProfile* FindProfile(int32_t lNumber) const;
   // The profiles of a profile file's text, in file order.
   static std::vector<WmaProfile> ParseProfiles(const std::string& sText);

@@ -1,0 +1,292 @@
+// SoundShuttle: the external copier. Converts one audio file into the format named on
+// its command line; see ShuttleUsage() for the command line and the format text.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ShuttleArgs.h"
+#include "audio/AudioTypes.h"
+#include "audio/CommonAudioFormat.h"
+#include "audio/codec/CodecError.h"
+#include "audio/codec/CodecFile.h"
+#include "audio/codec/WmaFile.h"
+
+namespace {
+
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
+constexpr int kExitDestination = 3;
+// Frames a read and write carries.
+constexpr int32_t kChunkFrames = 32768;
+
+// The temporary file, for the signal handler to remove.
+char g_szTempFile[4096] = {};
+
+void OnSignal(int iSignal) {
+  if (g_szTempFile[0]) unlink(g_szTempFile);
+  signal(iSignal, SIG_DFL);
+  raise(iSignal);
+}
+
+void InstallSignalHandlers() {
+  struct sigaction sa {};
+  sa.sa_handler = OnSignal;
+  sigemptyset(&sa.sa_mask);
+  for (int s : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaction(s, &sa, nullptr);
+}
+
+struct Failure {
+  int iExit;
+  std::string sText;
+};
+
+int g_iDebug = 0;
+void Trace(const std::string& s) {
+  if (g_iDebug) std::fprintf(stderr, "SoundShuttle: %s\n", s.c_str());
+}
+
+std::string FolderOf(const std::string& sPath) {
+  size_t i = sPath.find_last_of('/');
+  if (i == std::string::npos) return ".";
+  if (i == 0) return "/";
+  return sPath.substr(0, i);
+}
+
+std::string NameOf(const std::string& sPath) {
+  size_t i = sPath.find_last_of('/');
+  return i == std::string::npos ? sPath : sPath.substr(i + 1);
+}
+
+bool EndsWithNoCase(const std::string& s, const std::string& sEnd) {
+  if (s.size() < sEnd.size()) return false;
+  return strcasecmp(s.c_str() + s.size() - sEnd.size(), sEnd.c_str()) == 0;
+}
+
+int SyncPath(const std::string& sPath, bool bFolder) {
+  int fd = open(sPath.c_str(), (bFolder ? O_RDONLY | O_DIRECTORY : O_RDONLY) | O_CLOEXEC);
+  if (fd < 0) return errno;
+  int rc = fsync(fd) == 0 ? 0 : errno;
+  close(fd);
+  return rc;
+}
+
+// The writer of the destination: a codec file or a WMA file.
+class Destination {
+ public:
+  Destination(const CommonAudioFormat& fmt, const std::string& sPrxFile) : m_iType(fmt.FormatType()) {
+    switch (m_iType) {
+      case FormatWAV:
+        if (fmt.FormatTag() == 1)
+          m_codec.SetFormatPCM(fmt.SampleRate(), fmt.Channels(), 16);
+        else if (fmt.FormatTag() == 17)
+          m_codec.SetFormatADPCM(fmt.SampleRate(), fmt.Channels());
+        else
+          throw Failure{kExitUsage, "WAV format tag " + std::to_string(fmt.FormatTag()) +
+                                        " is not written (1 PCM, 17 IMA ADPCM)"};
+        m_iFileType = CodecFile::kTypeWAV;
+        break;
+      case FormatMP3: {
+        Mp3Options o;
+        o.SetSampleRate(fmt.SampleRate());
+        o.SetChannels(fmt.Channels());
+        o.SetBitRate(fmt.BitRate());
+        m_codec.SetFormatMP3(o);
+        m_iFileType = CodecFile::kTypeMP3;
+        break;
+      }
+      case FormatOGG:
+        m_codec.SetFormatOGG(fmt.SampleRate(), fmt.Channels(), fmt.BitRate(), 0, 0, true);
+        m_iFileType = CodecFile::kTypeOGG;
+        break;
+      case FormatMP2:
+        m_codec.SetFormatMP2(fmt.SampleRate(), fmt.BitRate(), fmt.Channels());
+        m_iFileType = CodecFile::kTypeMP2;
+        break;
+      case FormatWMA: SetUpWma(fmt, sPrxFile); break;
+      default:
+        throw Failure{kExitUsage, "format type " + std::to_string(m_iType) +
+                                      " is not written (2 WAV, 4 MP3, 8 OGG, 16 WMA, 32 MP2)"};
+    }
+    if (m_iType != FormatWMA && (fmt.BitRate() <= 0 && m_iType != FormatWAV))
+      throw Failure{kExitUsage, "no bit rate in the format text"};
+  }
+
+  int32_t SampleRate() const { return m_iType == FormatWMA ? m_wma.SampleRate() : m_codec.SampleRate(); }
+  int32_t Channels() const { return m_iType == FormatWMA ? m_wma.Channels() : m_codec.Channels(); }
+  int32_t BitRate() const { return m_iType == FormatWMA ? m_wma.BitRate() : m_codec.BitRate(); }
+
+  void Create(const std::string& sPath) {
+    if (m_iType == FormatWMA) {
+      m_wma.SetArrayFormat(SampleRate(), Channels());
+      m_wma.Create(sPath);
+    } else {
+      m_codec.SetArrayFormat(SampleRate(), Channels());
+      m_codec.Create(sPath, m_iFileType);
+    }
+  }
+  void Write(const std::vector<int16_t>& a) {
+    if (m_iType == FormatWMA) m_wma.WriteSamples(a);
+    else m_codec.WriteSamples(a);
+  }
+  void Close() {
+    if (m_iType == FormatWMA) m_wma.Close();
+    else m_codec.Close();
+  }
+
+ private:
+  void SetUpWma(const CommonAudioFormat& fmt, const std::string& sPrxFile) {
+    std::string sPrx = sPrxFile.empty() ? fmt.ProfileFile() : sPrxFile;
+    if (!sPrx.empty()) {
+      try {
+        m_wma.LoadProfiles(sPrx);
+        Trace("profile file " + sPrx + ": " + std::to_string(m_wma.Profiles().size()) + " profiles");
+      } catch (const CodecError& e) {
+        Trace(e.Description);
+      }
+    }
+    m_wma.SetProfileNum(fmt.ProfileNum());
+    if (!m_wma.FindProfile(fmt.ProfileNum())) {
+      // No such profile: the values of the format text, if it has them.
+      WmaProfile p;
+      p.lNumber = fmt.ProfileNum() > 0 ? fmt.ProfileNum() : 9999;
+      p.lSampleRate = fmt.SampleRate();
+      p.lChannels = fmt.Channels();
+      p.lBitRateKbps = fmt.BitRate();
+      if (p.lSampleRate <= 0 || p.lChannels <= 0 || p.lBitRateKbps <= 0)
+        throw Failure{kExitUsage, "WMA profile " + std::to_string(fmt.ProfileNum()) + " not found" +
+                                      (sPrx.empty() ? std::string(" (no profile file)")
+                                                    : " in " + sPrx)};
+      m_wma.AddProfile(p);
+      m_wma.SetProfileNum(p.lNumber);
+    }
+  }
+
+  int32_t m_iType;
+  int32_t m_iFileType = 0;
+  CodecFile m_codec;
+  WmaFile m_wma;
+};
+
+void Convert(const ShuttleArgs& args) {
+  CommonAudioFormat fmt;
+  if (!fmt.ParseFormatText(args.sDstFormat))
+    throw Failure{kExitUsage, "no FormatType in the format text: " + args.sDstFormat};
+  std::unique_ptr<Destination> pDst;
+  try {
+    pDst = std::make_unique<Destination>(fmt, args.sPrxFile);
+  } catch (const CodecError& e) {
+    throw Failure{kExitUsage, "unusable destination format (" + e.Description + "): " + args.sDstFormat};
+  }
+  Destination& dst = *pDst;
+  Trace("destination " + std::to_string(dst.SampleRate()) + " Hz, " + std::to_string(dst.Channels()) +
+        " channels, " + std::to_string(dst.BitRate()) + " bit/s");
+
+  CodecFile src;
+  src.SetUseWindowsMedia(EndsWithNoCase(args.sSrcFile, ".wma"));
+  src.SetArrayFormat(dst.SampleRate(), dst.Channels());
+  try {
+    src.Open(args.sSrcFile, 0, 1);
+  } catch (const CodecError&) {
+    struct stat st {};
+    if (stat(args.sSrcFile.c_str(), &st) != 0)
+      throw Failure{kExitFailed, "cannot read source " + args.sSrcFile + ": " + std::strerror(errno)};
+    throw Failure{kExitFailed, "source is not readable audio: " + args.sSrcFile};
+  }
+  Trace("source " + std::to_string(src.SampleRate()) + " Hz, " + std::to_string(src.Channels()) +
+        " channels, " + std::to_string(src.LengthMs()) + " ms");
+
+  // The temporary file beside the destination.
+  std::string sFolder = FolderOf(args.sDstFile);
+  std::string sTemplate = sFolder + "/." + NameOf(args.sDstFile) + ".shuttle-XXXXXX";
+  if (sTemplate.size() >= sizeof g_szTempFile)
+    throw Failure{kExitDestination, "destination path too long: " + args.sDstFile};
+  std::vector<char> aName(sTemplate.begin(), sTemplate.end());
+  aName.push_back('\0');
+  int fd = mkstemp(aName.data());
+  if (fd < 0)
+    throw Failure{kExitDestination,
+                  "cannot write in folder " + sFolder + ": " + std::strerror(errno)};
+  close(fd);
+  std::string sTemp = aName.data();
+  std::memcpy(g_szTempFile, sTemp.c_str(), sTemp.size() + 1);
+  auto removeTemp = [&] {
+    unlink(sTemp.c_str());
+    g_szTempFile[0] = '\0';
+  };
+  Trace("writing " + sTemp);
+
+  try {
+    dst.Create(sTemp);
+    int64_t lFrames = 0;
+    for (;;) {
+      std::vector<int16_t> a;
+      try {
+        a = src.ReadSamples(kChunkFrames);
+      } catch (const CodecError& e) {
+        Trace("read ended: " + e.Description);
+        break;
+      }
+      if (a.empty()) break;
+      dst.Write(a);
+      lFrames += static_cast<int64_t>(a.size()) / dst.Channels();
+    }
+    dst.Close();
+    Trace("wrote " + std::to_string(lFrames) + " frames");
+  } catch (const CodecError& e) {
+    removeTemp();
+    throw Failure{kExitFailed, "conversion failed: " + e.Description};
+  }
+  if (int rc = SyncPath(sTemp, false)) {
+    removeTemp();
+    throw Failure{kExitDestination, "cannot flush " + sTemp + ": " + std::strerror(rc)};
+  }
+  chmod(sTemp.c_str(), 0644 & ~[] { mode_t m = umask(0); umask(m); return m; }());
+  if (rename(sTemp.c_str(), args.sDstFile.c_str()) != 0) {
+    int iErr = errno;
+    removeTemp();
+    throw Failure{kExitDestination, "cannot rename to " + args.sDstFile + ": " + std::strerror(iErr)};
+  }
+  g_szTempFile[0] = '\0';
+  SyncPath(sFolder, true);
+  Trace("done: " + args.sDstFile);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> aArgs(argv + 1, argv + argc);
+  ShuttleArgs args;
+  std::string sError;
+  if (!ParseShuttleArgs(aArgs, args, sError)) {
+    std::fprintf(stderr, "SoundShuttle: %s (see SoundShuttle --help)\n", sError.c_str());
+    return kExitUsage;
+  }
+  if (args.bHelp) {
+    std::fputs(ShuttleUsage().c_str(), stdout);
+    return 0;
+  }
+  g_iDebug = args.iDebug;
+  SetCodecLogging(args.iDebug >= 10);
+  InstallSignalHandlers();
+  try {
+    Convert(args);
+  } catch (const Failure& f) {
+    std::fprintf(stderr, "SoundShuttle: %s\n", f.sText.c_str());
+    return f.iExit;
+  } catch (const CodecError& e) {
+    std::fprintf(stderr, "SoundShuttle: %s\n", e.Description.c_str());
+    return kExitFailed;
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "SoundShuttle: %s\n", e.what());
+    return kExitFailed;
+  }
+  return 0;
+}
