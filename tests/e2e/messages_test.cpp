@@ -85,16 +85,6 @@ TEST_F(MessagesTest, RespondIsAnsweredWithARecentLastActiveTime) {
   EXPECT_EQ(Trace().find("Responding with"), std::string::npos);  // a level 10 line
 }
 
-TEST_F(MessagesTest, FineTraceShowsTheResponse) {
-  MessageEndpoint oCapture;
-  ASSERT_TRUE(oCapture.Bind("KNCaptureMsgHandler"));
-  StartProcessor({"/DEBUGFULL"});
-  ASSERT_EQ(Knmsg("send KNLogProcMsgHandler RESPOND"), 0);
-  auto oReply = oCapture.Wait(5000);
-  ASSERT_TRUE(oReply);
-  EXPECT_NE(Trace().find("Responding with " + oReply->Text.substr(8)), std::string::npos);
-}
-
 TEST_F(MessagesTest, ShutdownEndsTheProcessorAndItSaysIdle) {
   MessageEndpoint oCapture;
   ASSERT_TRUE(oCapture.Bind("KNCaptureMsgHandler"));

@@ -101,6 +101,19 @@ TEST_F(StartupTest, SigintAndSighupStopItToo) {
   }
 }
 
+// With a platform named, the program runs as a windowed application; the engine and its
+// stop are the same.
+TEST_F(StartupTest, RunsTheSameWithAWindowPlatform) {
+  RunningProgram oProc;
+  ASSERT_TRUE(oProc.Start(m_sProgram, {"/DEBUG"}, PathIn("out.txt"), {"QT_QPA_PLATFORM=offscreen"}));
+  ASSERT_TRUE(WaitForTrace("No Logs Found: Reset wait timer")) << Output("out.txt");
+  oProc.Signal(SIGTERM);
+  ASSERT_TRUE(oProc.WaitEnd(5000));
+  ASSERT_TRUE(WIFEXITED(oProc.Status())) << Output("out.txt");
+  EXPECT_EQ(WEXITSTATUS(oProc.Status()), 0) << Output("out.txt");
+  EXPECT_NE(Trace().find("End frmProcessLogs_Unload"), std::string::npos);
+}
+
 TEST_F(StartupTest, SecondCopyEndsAtOnceAndLeavesTheFirstAlone) {
   RunningProgram oFirst;
   ASSERT_TRUE(oFirst.Start(m_sProgram, {"/DEBUG"}, PathIn("first.txt")));

@@ -1,0 +1,217 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "config/CLog.h"
+#include "config/ConfigTestUtil.h"
+#include "support/CNVErr.h"
+#include "support/Clock.h"
+#include "support/VbDate.h"
+
+namespace {
+CLog& LogWithSegments(CLog& log, int n) {
+  log.NumLogSegmentsPerHour(n);
+  return log;
+}
+
+// A format that answers DataSize with a rate and remembers the seconds asked for.
+class FakeFormat : public IAudioFormat {
+ public:
+  explicit FakeFormat(double dBytesPerSec) : m_dRate(dBytesPerSec) {}
+  void SaveFormat(const std::string&, const std::string&) override {}
+  void LoadFormat(const std::string&, const std::string&) override {}
+  int32_t FormatType() override { return 2; }
+  double DataSize(float fSeconds) override {
+    LastSeconds = fSeconds;
+    return fSeconds * m_dRate;
+  }
+  std::shared_ptr<IAudioFormat> IAudioFormat_Copy() override { return std::make_shared<FakeFormat>(m_dRate); }
+  std::string Description() override { return "fake"; }
+  int32_t SampleRate() override { return 0; }
+  int16_t Channels() override { return 0; }
+  bool IsSameFormat(IAudioFormat*) override { return false; }
+  std::shared_ptr<CommonAudioFormat> CommonFormat() override { return std::make_shared<CommonAudioFormat>(); }
+  void SetCommonFormat(const std::shared_ptr<CommonAudioFormat>&) override {}
+  int32_t GetBlockAlign() override { return 1; }
+  float LastSeconds = -1;
+
+ private:
+  double m_dRate;
+};
+}  // namespace
+
+TEST(NamingTest, WorkedExampleOfLogger3) {
+  CLog log;
+  LogWithSegments(log, 60);
+  const int32_t day = 40251;  // 14 March 2010
+  EXPECT_EQ(log.GetDateFolder(day), "20100314");
+  EXPECT_EQ(log.GetHourFolder(day, 13), "20100314/1300");
+  EXPECT_EQ(log.GetHourFileName(13), "130000");
+  EXPECT_EQ(log.GetBaseFileName(13, 5), "130500");
+  EXPECT_EQ(log.GetBaseFileName(13, 59), "135900");
+  LogInfo li(day, 13, 5);
+  EXPECT_EQ(log.GetDateFolderLI(li), "20100314");
+  EXPECT_EQ(log.GetHourFolderLI(li), "20100314/1300");
+  EXPECT_EQ(log.GetBaseFileNameLI(li), "130500");
+  EXPECT_EQ(log.GetHourFileNameLI(li), "130000");
+  SDTime sd{day, 13 * 3600 + 5 * 60 + 20};
+  EXPECT_EQ(log.GetHourFolderSD(sd), "20100314/1300");
+  EXPECT_EQ(log.GetBaseFileNameSD(sd), "130500");
+  EXPECT_EQ(log.GetHourFileNameSD(sd), "130000");
+  EXPECT_EQ(log.GetHourFolder(day, 7), "20100314/0700");
+  EXPECT_EQ(log.GetBaseFileName(9, -1), "09????");
+  EXPECT_EQ(log.GetBaseFileName(9, 0), "090000");
+}
+
+TEST(NamingTest, MinutesAreSegmentTimesWholeMinutes) {
+  struct Row {
+    int segs, segment;
+    const char* name;
+  } rows[] = {{60, 5, "130500"}, {30, 5, "131000"}, {12, 5, "132500"}, {40, 1, "130130"},
+              {40, 2, "130200"}, {40, 3, "130330"}, {120, 2, "130000"}, {120, 3, "130030"}};
+  for (const auto& r : rows) {
+    CLog log;
+    LogWithSegments(log, r.segs);
+    EXPECT_EQ(log.GetBaseFileName(13, r.segment), r.name) << r.segs << " segments, segment " << r.segment;
+  }
+}
+
+TEST(NamingTest, SegmentOfARecordUsesTheSegmentLength) {
+  CLog log;
+  LogWithSegments(log, 40);  // 90 seconds
+  SDTime sd{40251, 13 * 3600 + 3 * 90 + 10};
+  EXPECT_EQ(log.GetBaseFileNameSD(sd), "130330");
+  // Seconds rounded before the hour is taken.
+  EXPECT_EQ(log.GetHourFolderSD({40251, 3599.6f}), "20100314/0100");
+}
+
+TEST(NamingTest, PositionFromAPath) {
+  CLog log;
+  auto li = log.GetLIFromFileName("D:\\L\\20100314\\1300\\130000.inf");
+  ASSERT_TRUE(li);
+  EXPECT_EQ(li->Date, 40251);
+  EXPECT_EQ(li->Hour, 13);
+  EXPECT_EQ(li->Segment, 0);
+  auto lj = log.GetLIFromFileName("/srv/L/20100314/2359/any.file");
+  ASSERT_TRUE(lj);
+  EXPECT_EQ(lj->Hour, 23);
+  for (const char* bad : {"D:\\L\\20100314\\1300x\\130000.inf", "D:\\L\\20100314\\130\\130000.inf",
+                          "D:\\L\\20100314\\2400\\130000.inf", "D:\\L\\2010031\\1300\\a.inf",
+                          "1300\\a.inf", "", "D:\\L\\2010031a\\1300\\a.inf"}) {
+    EXPECT_FALSE(log.GetLIFromFileName(bad)) << bad;
+  }
+}
+
+TEST(NamingTest, OutputNumberFromTheFileLetter) {
+  CLog log;
+  EXPECT_EQ(log.GetAudioFileOutputNum("D:\\x\\130000b.wav"), 1);
+  EXPECT_EQ(log.GetAudioFileOutputNum("/x/130000A.mp3"), 0);
+  EXPECT_EQ(log.GetAudioFileOutputNum("130500C"), 2);
+  try {
+    log.GetAudioFileOutputNum("D:\\x\\130000.wav");
+    FAIL() << "no error";
+  } catch (const RaisedError& e) {
+    EXPECT_EQ(e.Number, static_cast<int32_t>(0x80040002u));
+    EXPECT_EQ(e.Source, "CLog.GetFileOutputNum");
+    EXPECT_EQ(e.Description, "Not an audio file");
+  }
+}
+
+TEST(NamingTest, SegmentLengthRounding) {
+  CLog log;
+  EXPECT_EQ(log.NumLogSegmentsPerHour(), 0);
+  EXPECT_EQ(log.LogSegmentLength(), 60);
+  EXPECT_EQ(log.NumLogSegmentsPerHour(), 60);
+  struct {
+    int n, len;
+  } rows[] = {{120, 30}, {1, 3600}, {7, 514}, {32, 112}, {96, 38}};
+  for (auto r : rows) {
+    log.NumLogSegmentsPerHour(r.n);
+    EXPECT_EQ(log.LogSegmentLength(), r.len) << r.n;
+  }
+  log.NumLogSegmentsPerHour(121);
+  EXPECT_EQ(log.NumLogSegmentsPerHour(), 120);
+  log.NumLogSegmentsPerHour(0);
+  EXPECT_EQ(log.NumLogSegmentsPerHour(), 1);
+}
+
+TEST(NamingTest, PeriodSizeAsksEachFormatForThePeriodLength) {
+  CLog log;
+  log.OutputFormatCount(2);
+  log.StandardHours(48);
+  log.ArchiveHours(336);
+  log.DeleteHours(1008);
+  auto f0 = std::make_shared<FakeFormat>(10.0);
+  auto f1 = std::make_shared<FakeFormat>(1.0);
+  log.AudioFormat(0)->Period(1, f0);
+  log.AudioFormat(1)->Period(1, f1);
+  EXPECT_DOUBLE_EQ(log.GetPeriodSize(1, 0), 1036800.0 * 11);
+  EXPECT_FLOAT_EQ(f0->LastSeconds, 1036800.0f);
+  EXPECT_FLOAT_EQ(f1->LastSeconds, 1036800.0f);
+  EXPECT_DOUBLE_EQ(log.GetPeriodSize(1, 2), 7200.0 * 11);
+  log.AudioFormat(0)->Period(2, f0);
+  EXPECT_DOUBLE_EQ(log.GetPeriodSize(2, 0), 672.0 * 3600 * 10);  // the other format has no audio
+  log.ArchiveHours(24);
+  log.GetPeriodSize(1, 0);
+  EXPECT_FLOAT_EQ(f0->LastSeconds, -24.0f * 3600);
+  EXPECT_THROW(log.GetPeriodSize(3, 1), RaisedError);
+}
+
+class HourLogTest : public ConfigTest {
+ protected:
+  void TearDown() override {
+    Clock::Reset();
+    ConfigTest::TearDown();
+  }
+};
+
+TEST_F(HourLogTest, LineGoesToTheHourOfTheClock) {
+  Clock::SetFixed(VbDate::DateSerial(2010, 3, 14) + VbDate::TimeSerial(13, 7, 9));
+  std::filesystem::create_directories(DriveD("Kestrane/Logger3/20100314/1300"));
+  CLog log;
+  log.AddToServerLog("D:\\Kestrane\\Logger3", "Converted 130000A.wav", "");
+  log.AddToServerLog("D:\\Kestrane\\Logger3", "second", "");
+  log.AddToServerLog("D:\\Kestrane\\Logger3", "archive line", "arc");
+  EXPECT_EQ(ReadFile("drive_d/Kestrane/Logger3/20100314/1300/130000.LOG"),
+            "13:07:09 Converted 130000A.wav\r\n13:07:09 second\r\n");
+  EXPECT_EQ(ReadFile("drive_d/Kestrane/Logger3/20100314/1300/130000.arc.LOG"), "13:07:09 archive line\r\n");
+}
+
+TEST_F(HourLogTest, MissingFoldersLoseTheLineQuietly) {
+  Clock::SetFixed(VbDate::DateSerial(2010, 3, 14) + VbDate::TimeSerial(14, 0, 0));
+  CLog log;
+  log.AddToServerLog("D:\\Kestrane\\Gone", "x", "");
+  EXPECT_FALSE(std::filesystem::exists(DriveD("Kestrane/Gone")));
+  std::filesystem::create_directories(DriveD("Kestrane/Logger3/20100314/1300"));
+  log.AddToServerLog("D:\\Kestrane\\Logger3", "x", "");
+  EXPECT_FALSE(std::filesystem::exists(DriveD("Kestrane/Logger3/20100314/1400")));
+}
+
+class ActionPointTest : public ConfigTest {};
+
+TEST_F(ActionPointTest, WritesAPointThatIsStillDue) {
+  WriteFile("h/130000.inf", "[General]\r\nVersion=4\r\n[ActionDates]\r\nStandardAudioAt=2010-03-16 13:00\r\n"
+                            "ArchiveAudioAt=20100328 1300\r\nDeleteAudioAt=-1\r\n");
+  CLog log;
+  log.NumLogSegmentsPerHour(60);
+  LogInfo point(40253, 13, 0), later(40265, 9, 30);
+  log.SetStandardPoint(PathIn("h/130000.inf"), nullptr, &point);
+  log.SetArchivePoint(PathIn("h/130000.inf"), nullptr, &later);
+  std::string before = ReadFile("h/130000.inf");
+  log.SetDeletePoint(PathIn("h/130000.inf"), nullptr, &point);
+  std::string after = ReadFile("h/130000.inf");
+  EXPECT_EQ(before, after);
+  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "StandardAudioAt", "", PathIn("h/130000.inf")),
+            "20100316 1300");
+  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "ArchiveAudioAt", "", PathIn("h/130000.inf")),
+            "20100328 0900");
+  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "DeleteAudioAt", "", PathIn("h/130000.inf")), "-1");
+}
+
+TEST_F(ActionPointTest, AbsentKeyWritesNothing) {
+  WriteFile("h/130000.inf", "[ActionDates]\r\nStandardAudioAt=20100316 1300\r\n");
+  CLog log;
+  LogInfo point(40253, 13, 0);
+  log.SetDeletePoint(PathIn("h/130000.inf"), nullptr, &point);
+  EXPECT_EQ(ReadFile("h/130000.inf"), "[ActionDates]\r\nStandardAudioAt=20100316 1300\r\n");
+}

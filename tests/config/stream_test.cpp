@@ -1,0 +1,222 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "config/CStream.h"
+#include "config/ConfigTestUtil.h"
+#include "config/WaveInDevices.h"
+#include "support/CNVErr.h"
+#include "support/MsgBox.h"
+#include "support/OsInfo.h"
+
+namespace {
+const std::string kRoot = "SOFTWARE\\Norvane\\Kestrane v4\\Capture";
+}
+
+class StreamTest : public ConfigTest {
+ protected:
+  void SetUp() override {
+    ConfigTest::SetUp();
+    WaveInDevices::SetCountForTesting(3);
+  }
+  void TearDown() override {
+    WaveInDevices::SetCountForTesting(-1);
+    SetMsgBoxHandler(nullptr);
+    ConfigTest::TearDown();
+  }
+  std::string Key(int n) const { return kRoot + "\\Logger" + std::to_string(n); }
+};
+
+TEST_F(StreamTest, AbsentKeyGivesDefaultsAndIsDisabled) {
+  CStream s;
+  EXPECT_TRUE(s.Load(5, ""));
+  EXPECT_FALSE(s.Enabled());
+  EXPECT_TRUE(s.AutoStart());
+  EXPECT_EQ(s.InputLevel(), 50);
+  EXPECT_EQ(s.ChannelMode(), 0);
+  EXPECT_EQ(s.SampleRate(), 44100);
+  EXPECT_EQ(s.Channels(), 2);
+  EXPECT_EQ(s.LogPath(), "D:\\Kestrane\\Logger0");
+  EXPECT_EQ(s.DirLogPath, "\\\\" + OsInfo::ComputerName() + "\\Kestrane\\Logger0");
+  EXPECT_EQ(s.logNum(), 0);
+  s.logNum(5);
+  EXPECT_EQ(s.LogPath(), "D:\\Kestrane\\Logger5");
+  EXPECT_EQ(s.DirLogPath, "\\\\" + OsInfo::ComputerName() + "\\Kestrane\\Logger5");
+  EXPECT_EQ(s.SoundCardDevNum(), 3);  // smaller of 5 and the device count
+}
+
+TEST_F(StreamTest, StoredValuesAreRead) {
+  WriteRegistry("[HKEY_LOCAL_MACHINE\\" + Key(2) + "]\r\n"
+                "\"LogPath\"=\"E:\\\\Audio\"\r\n\"DirLogPath\"=\"\\\\\\\\PC\\\\A\"\r\n"
+                "\"AltCommentPath\"=\"E:\\\\Comments\"\r\n\"Autostart\"=dword:00000000\r\n"
+                "\"InputLevel\"=dword:00000096\r\n\"Soundcard\"=dword:00000002\r\n"
+                "\"Enabled\"=dword:ffffffff\r\n\"SampleRate\"=dword:00005622\r\n"
+                "\"Channels\"=dword:00000001\r\n\"ChannelMode\"=dword:00000001\r\n");
+  CStream s;
+  int paths = 0;
+  s.LogPathChange = [&](const std::string&) { ++paths; };
+  s.Load(2, "");
+  EXPECT_EQ(s.LogPath(), "E:\\Audio");
+  EXPECT_EQ(s.DirLogPath, "\\\\PC\\A");
+  EXPECT_EQ(s.AltCommentsPath, "E:\\Comments");
+  EXPECT_FALSE(s.AutoStart());
+  EXPECT_EQ(s.InputLevel(), 100);  // 150 clamped
+  EXPECT_EQ(s.SoundCardDevNum(), 2);
+  EXPECT_TRUE(s.Enabled());
+  EXPECT_EQ(s.SampleRate(), 22050);
+  EXPECT_EQ(s.Channels(), 1);
+  EXPECT_EQ(s.ChannelMode(), 1);
+  EXPECT_EQ(paths, 1);
+  s.logNum(2);  // a real path is not a placeholder
+  EXPECT_EQ(s.LogPath(), "E:\\Audio");
+}
+
+TEST_F(StreamTest, OtherRootAndSoundcardBeyondTheDevices) {
+  WriteRegistry("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Test\\Logger1]\r\n\"Enabled\"=dword:00000001\r\n"
+                "\"Soundcard\"=dword:00000009\r\n");
+  CStream s;
+  s.Load(1, "SOFTWARE\\Test");
+  EXPECT_TRUE(s.Enabled());
+  EXPECT_EQ(s.SoundCardDevNum(), 0);
+}
+
+TEST_F(StreamTest, BadChannelModeIsRaisedAfterTheOtherValues) {
+  WriteRegistry("[HKEY_LOCAL_MACHINE\\" + Key(1) + "]\r\n\"Enabled\"=dword:ffffffff\r\n"
+                "\"ChannelMode\"=dword:00000007\r\n");
+  CStream s;
+  try {
+    s.Load(1, "");
+    FAIL() << "no error";
+  } catch (const RaisedError& e) {
+    EXPECT_EQ(e.Number, static_cast<int32_t>(0x80040001u));
+    EXPECT_EQ(e.Source, "StreamInfo.ChannelMode");
+    EXPECT_EQ(e.Description, "Channel Mode 7 is not valid!");
+  }
+  EXPECT_TRUE(s.Enabled());
+  EXPECT_EQ(s.ChannelMode(), 2);  // left from the defaults
+}
+
+TEST_F(StreamTest, PlaceholderIsTheLastSevenCharacters) {
+  CStream s;
+  s.LogPath("E:\\Old\\Logger10");
+  s.logNum(4);
+  EXPECT_EQ(s.LogPath(), "E:\\Old\\Logger10");
+  s.LogPath("E:\\Old\\Logger0");
+  s.logNum(4);
+  EXPECT_EQ(s.LogPath(), "D:\\Kestrane\\Logger4");
+}
+
+TEST_F(StreamTest, SetterRules) {
+  CStream s;
+  int cards = 0, modes = 0, rates = 0, enabled = 0;
+  s.SoundCardChange = [&](int16_t) { ++cards; };
+  s.ChannelModeChange = [&](int16_t) { ++modes; };
+  s.AudioRateChanged = [&] { ++rates; };
+  s.StreamEnabled = [&](bool) { ++enabled; };
+  s.SoundCardDevNum(3);
+  EXPECT_EQ(s.SoundCardDevNum(), 3);
+  s.SoundCardDevNum(4);
+  EXPECT_EQ(s.SoundCardDevNum(), 3);
+  s.SoundCardDevNum(3);  // same and above 0: no event
+  EXPECT_EQ(cards, 1);
+  s.SoundCardDevNum(-1);
+  s.SoundCardDevNum(-1);
+  s.SoundCardDevNum(-2);
+  EXPECT_EQ(cards, 3);
+  EXPECT_EQ(s.SoundCardDevNum(), -1);
+  s.InputLevel(150);
+  EXPECT_EQ(s.InputLevel(), 100);
+  s.InputLevel(-5);
+  EXPECT_EQ(s.InputLevel(), 0);
+  s.ChannelMode(1);
+  EXPECT_THROW(s.ChannelMode(3), RaisedError);
+  EXPECT_THROW(s.ChannelMode(-1), RaisedError);
+  EXPECT_EQ(s.ChannelMode(), 1);
+  EXPECT_EQ(modes, 1);
+  s.Channels(1);
+  s.SampleRate(8000);
+  EXPECT_EQ(rates, 2);
+  EXPECT_THROW(s.Channels(40000), RaisedError);
+  s.Enabled(true);
+  s.Enabled(true);
+  EXPECT_EQ(enabled, 2);
+}
+
+TEST_F(StreamTest, SaveToDiskWritesOnlyFlaggedValues) {
+  CStream s;
+  s.LoadDefaults();
+  s.logNum(3);
+  s.Enabled(true);
+  s.InputLevel(70);
+  s.SaveToDisk(0);
+  EXPECT_FALSE(std::filesystem::exists(PathIn("registry.reg")));
+  s.SaveToDisk(CStream::sfEnabled | CStream::sfLevels);
+  ConfigAccess::ClearCache();
+  EXPECT_EQ(ConfigAccess::GetRegLong(Key(3), "Enabled", 5), -1);
+  EXPECT_EQ(ConfigAccess::GetRegLong(Key(3), "InputLevel", 5), 70);
+  EXPECT_EQ(ConfigAccess::GetRegLong(Key(3), "ChannelMode", 5), 2);
+  EXPECT_FALSE(ConfigAccess::RegValueExists(Key(3), "LogPath"));
+  EXPECT_FALSE(ConfigAccess::RegValueExists(Key(3), "Autostart"));
+  s.SaveToDisk(CStream::sfLogPath | CStream::sfPaths | CStream::sfAutostart | CStream::sfChannels);
+  CStream r;
+  r.Load(3, "");
+  EXPECT_EQ(r.LogPath(), "D:\\Kestrane\\Logger3");
+  EXPECT_TRUE(r.Enabled());
+  EXPECT_EQ(r.InputLevel(), 70);
+  s.DeleteFromDisk();
+  EXPECT_FALSE(ConfigAccess::RegKeyExists(Key(3)));
+}
+
+TEST_F(StreamTest, SaveDefaultsIgnoresTheFields) {
+  CStream s;
+  s.logNum(6);
+  s.Enabled(true);
+  s.InputLevel(10);
+  s.SaveDefaults();
+  EXPECT_EQ(ConfigAccess::GetRegString(Key(6), "LogPath", ""), "D:\\Kestrane\\Logger6");
+  EXPECT_EQ(ConfigAccess::GetRegLong(Key(6), "Enabled", 5), 0);
+  EXPECT_EQ(ConfigAccess::GetRegLong(Key(6), "Autostart", 5), -1);
+  EXPECT_EQ(ConfigAccess::GetRegLong(Key(6), "InputLevel", 5), 50);
+  EXPECT_EQ(ConfigAccess::GetRegLong(Key(6), "ChannelMode", 5), 2);
+  EXPECT_FALSE(ConfigAccess::RegValueExists(Key(6), "SampleRate"));
+  EXPECT_TRUE(s.Enabled());
+}
+
+TEST_F(StreamTest, CopyAndMergeDifferInChannels) {
+  CStream s;
+  s.LoadDefaults();
+  s.Channels(1);
+  s.SampleRate(8000);
+  s.LogPath("E:\\X");
+  s.Running = true;
+  auto c = s.Copy();
+  EXPECT_EQ(c->Channels(), 2);
+  EXPECT_EQ(c->SampleRate(), 44100);
+  EXPECT_EQ(c->LogPath(), "E:\\X");
+  EXPECT_TRUE(c->Running);
+  CStream m;
+  m.Merge(s);
+  EXPECT_EQ(m.Channels(), 1);
+  EXPECT_EQ(m.SampleRate(), 44100);
+  EXPECT_EQ(m.LogPath(), "E:\\X");
+}
+
+TEST_F(StreamTest, SetupFoldersCreatesOrTells) {
+  std::vector<std::string> boxes;
+  SetMsgBoxHandler([&](const std::string& t, int32_t style, const std::string&) {
+    boxes.push_back(t + "|" + std::to_string(style));
+    return vbOK;
+  });
+  CStream s;
+  s.LogPath("D:\\K\\L1");
+  s.AltCommentsPath = "D:\\K\\C1";
+  EXPECT_TRUE(s.SetupFolders());
+  EXPECT_TRUE(std::filesystem::is_directory(DriveD("K/L1")));
+  EXPECT_TRUE(std::filesystem::is_directory(DriveD("K/C1")));
+  WriteFile("drive_d/blocker", "x");
+  s.LogPath("D:\\blocker\\L2");
+  EXPECT_FALSE(s.SetupFolders());
+  ASSERT_EQ(boxes.size(), 1u);
+  EXPECT_EQ(boxes[0].rfind("Could not create the LOG folder in : D:\\blocker\\L2\r\n Error:", 0), 0u) << boxes[0];
+  EXPECT_NE(boxes[0].find("|4112"), std::string::npos);
+}
