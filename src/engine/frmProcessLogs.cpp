@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include "config/CLogList.h"
 #include "engine/CommandLine.h"
 #include "engine/CrashFilter.h"
 #include "engine/Globals.h"
@@ -35,13 +36,12 @@ void PumpMessagesOnce() {
   if (QCoreApplication::instance()) QCoreApplication::processEvents(QEventLoop::AllEvents);
 }
 
-// ---- The logger list.
-// CLogList (config/CLogList.h) is not part of the program yet. These three calls are
-// where the engine meets it; until it is there, no logger loads, and every cycle ends in
-// the "NO LOGS FOUND!" state.
-void LogListClear() {}
-void LogListLoad(const std::string& /*sKey*/, int32_t /*iLogNum*/) {}
-int32_t LogListCount() { return 0; }
+// ---- The logger list: the process-wide CLogList.
+void LogListClear() { LogList().Clear(); }
+void LogListLoad(const std::string& sKey, int32_t iLogNum) {
+  LogList().LoadLog(sKey, static_cast<int16_t>(iLogNum));
+}
+int32_t LogListCount() { return LogList().Count(); }
 
 int ReadInterval(const char* sValue, int iDefault) {
   int32_t lInterval = ConfigAccess::GetRegLong(kLogProcessorKey, sValue, iDefault);
