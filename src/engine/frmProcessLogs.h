@@ -23,6 +23,7 @@
 #include "audio/IAudioFile.h"
 #include "audio/IAudioFileEventSink.h"
 #include "engine/IProcessorView.h"
+#include "engine/WorkList.h"
 #include "support/MessageTransport.h"
 
 struct PrepareState;
@@ -87,6 +88,8 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   bool m_bSaveArcs = false;
   double m_dLastActive = 0;
   bool m_bExitWhenDone = true;
+  // The work list: the rows of the list view, each owning its work item.
+  WorkList lvwItems;
   // The files of the conversion under way.
   std::shared_ptr<IAudioFile> m_oInFile;
   std::shared_ptr<IAudioFile> m_oOutFile;

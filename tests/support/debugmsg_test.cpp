@@ -1,0 +1,153 @@
+#include "support/DebugMsg.h"
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <vector>
+
+#include "common/TempRoot.h"
+#include "support/AppGlobal.h"
+#include "support/Clock.h"
+#include "support/ConfigAccess.h"
+#include "support/FileHelper.h"
+#include "support/VbDate.h"
+
+namespace fs = std::filesystem;
+
+class DebugMsgTest : public TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    AppGlobal::SetApplication("/opt/kn", "knlogproc");
+    AppGlobal::SetDebugPath("");
+    DebugLog::ResetForTesting();
+    Clock::SetFixed(VbDate::Make({2010, 3, 14, 13, 5, 9}));
+  }
+  void TearDown() override {
+    AppGlobal::SetDebugMode(0);
+    AppGlobal::SetDebugPath("");
+    Clock::Reset();
+    FileHelper::SetDiskSpaceSourceForTesting(nullptr);
+    TempRootTest::TearDown();
+  }
+  std::vector<std::string> Lines(const std::string& sFile) {
+    std::ifstream f(sFile, std::ios::binary);
+    std::vector<std::string> out;
+    std::string line;
+    while (std::getline(f, line)) {
+      EXPECT_FALSE(line.empty() || line.back() != '\r') << "lines end in CR LF";
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      out.push_back(line);
+    }
+    return out;
+  }
+  std::string DefaultFile() { return Root() + "/drive_c/DebugFiles/knlogproc.20100314.log"; }
+};
+
+TEST_F(DebugMsgTest, LineFormatIndentAndLevels) {
+  AppGlobal::SetDebugMode(5);
+  DebugMsg("Start Sub Main", 5, 1);
+  DebugMsg("a step", -1, 0);
+  DebugMsg("fine detail", 10, 1);  // dropped: its mark must not deepen the indent
+  DebugMsg("Start Inner", 5, 1);
+  DebugMsg("inner step", -1);
+  DebugMsg("End Inner", 5, 2);
+  DebugMsg("End Sub Main", 5, 2);
+  DebugMsg("End again", 5, 2);  // the indent never goes below 0
+  DebugMsg("resync", 5, 3);
+  EXPECT_EQ(Lines(DefaultFile()),
+            (std::vector<std::string>{"13:05:09 Start Sub Main", "13:05:09     a step", "13:05:09     Start Inner",
+                                      "13:05:09         inner step", "13:05:09     End Inner",
+                                      "13:05:09 End Sub Main", "13:05:09 End again", "13:05:09 resync"}));
+}
+
+TEST_F(DebugMsgTest, OffWritesNothingAndFullWritesMemoryColumns) {
+  AppGlobal::SetDebugMode(0);
+  DebugMsg("nothing", 5);
+  EXPECT_FALSE(fs::exists(Root() + "/drive_c"));
+
+  AppGlobal::SetDebugMode(10);
+  DebugMsg("detail", 10);
+  auto lines = Lines(DefaultFile());
+  ASSERT_EQ(lines.size(), 1u);
+  // time, blank, working set padded to ten, blank, page-file bytes padded to ten, blank, text
+  const std::regex columns(R"(^13:05:09 [ 0-9]{9}[0-9]+ [ 0-9]{9}[0-9]+ (.*)$)");
+  std::smatch m;
+  ASSERT_TRUE(std::regex_match(lines[0], m, columns)) << lines[0];
+  EXPECT_EQ(m[1].str(), "detail");
+
+  AppGlobal::SetDebugMode(-1);
+  DebugMsg("everything", 99);
+  // -1 writes every level, without the memory columns (those need 10 or more).
+  EXPECT_EQ(Lines(DefaultFile()).back(), "13:05:09 everything");
+}
+
+TEST_F(DebugMsgTest, FolderFromRegistryWithOrWithoutBackslash) {
+  for (std::string value : {"E:\\Traces", "E:\\Traces\\"}) {
+    ConfigAccess::SetRegString("SOFTWARE\\Norvane", "DebugPath", value);
+    AppGlobal::SetDebugPath("");
+    DebugLog::ResetForTesting();
+    AppGlobal::SetDebugMode(5);
+    DebugMsg("x " + value);
+    EXPECT_EQ(AppGlobal::DebugPath(), "E:\\Traces\\");
+    EXPECT_EQ(Lines(Root() + "/drive_e/Traces/knlogproc.20100314.log").back(), "13:05:09 x " + value);
+  }
+}
+
+TEST_F(DebugMsgTest, MidnightStartsTheNextDaysFile) {
+  AppGlobal::SetDebugMode(5);
+  Clock::SetFixed(VbDate::Make({2010, 3, 14, 23, 59, 59}));
+  DebugMsg("before");
+  Clock::Advance(1);
+  DebugMsg("after");
+  EXPECT_EQ(Lines(DefaultFile()), std::vector<std::string>{"23:59:59 before"});
+  EXPECT_EQ(Lines(Root() + "/drive_c/DebugFiles/knlogproc.20100315.log"), std::vector<std::string>{"00:00:00 after"});
+}
+
+TEST_F(DebugMsgTest, UncreatableFolderShowsABoxAndLosesTheLine) {
+  WriteFile("drive_c", "a file where the drive folder should be");
+  AppGlobal::SetDebugMode(5);
+  testing::internal::CaptureStderr();
+  DebugMsg("lost", 5, 1);
+  std::string err = testing::internal::GetCapturedStderr();
+  EXPECT_NE(err.find("The Debug Files folder could not be created in 'C:\\DebugFiles\\'!"), std::string::npos) << err;
+  EXPECT_EQ(DebugLog::Indent(), 0);
+}
+
+namespace {
+double g_free = 0;
+int g_reads = 0;
+std::string g_root;
+// Each file deleted frees 1 MiB.
+double FakeFree(const std::string&, int32_t) {
+  ++g_reads;
+  int left = 0;
+  for (auto& e : fs::directory_iterator(g_root + "/drive_c"))
+    if (e.path().filename().string().rfind("kncapture.", 0) == 0) ++left;
+  return g_free - left * 1048576.0;
+}
+}  // namespace
+
+TEST_F(DebugMsgTest, ClearUpDeletesOldestCaptureFilesUntilThereIsRoom) {
+  for (const char* n : {"kncapture.20100312.log", "kncapture.20100310.log", "kncapture.20100311.log",
+                        "kncapture.20100313.log", "kncapture.2010031x.log", "knlogproc.20100301.log"})
+    WriteFile(std::string("drive_c/") + n, "x");
+  g_root = Root();
+  FileHelper::SetDiskSpaceSourceForTesting(FakeFree);
+
+  // 1,048,576 free after counting the files: nothing happens.
+  g_free = 1048576.0 + 5 * 1048576.0;
+  tmrClearUpDebug_Timer();
+  EXPECT_TRUE(fs::exists(PathIn("drive_c/kncapture.20100310.log")));
+
+  // One byte less: the oldest go, up to the first reading above 3 MiB.
+  g_free = 1048575.0 + 5 * 1048576.0;
+  tmrClearUpDebug_Timer();
+  EXPECT_FALSE(fs::exists(PathIn("drive_c/kncapture.20100310.log")));
+  EXPECT_FALSE(fs::exists(PathIn("drive_c/kncapture.20100311.log")));
+  EXPECT_FALSE(fs::exists(PathIn("drive_c/kncapture.20100312.log")));
+  EXPECT_TRUE(fs::exists(PathIn("drive_c/kncapture.20100313.log")));
+  EXPECT_TRUE(fs::exists(PathIn("drive_c/kncapture.2010031x.log")));  // not a digit stamp
+  EXPECT_TRUE(fs::exists(PathIn("drive_c/knlogproc.20100301.log")));  // the program's own files stay
+}
