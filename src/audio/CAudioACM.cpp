@@ -325,9 +325,10 @@ int32_t CAudioACM::OpenReadFileSteps(const std::string& sFile) {
 
 void CAudioACM::NormaliseByteRate() {
   // Some writers put a nominal bit rate into nAvgBytesPerSec of an ADPCM file; lengths
-  // and read sizes need the rate that the block layout gives.
+  // and read sizes (and so the buffers) need the rate that the block layout gives.
   const Wfx w = FileFormatRecord();
   int iSpb = 0;
+  if (w.wFormatTag == WAVE_FORMAT_PCM) iSpb = 1;
   if (w.wFormatTag == WAVE_FORMAT_IMA_ADPCM || w.wFormatTag == WAVE_FORMAT_ADPCM) {
     const int iMax = w.wFormatTag == WAVE_FORMAT_IMA_ADPCM
                          ? Adpcm::ImaSamplesPerBlock(w.nBlockAlign, w.nChannels)
@@ -335,7 +336,7 @@ void CAudioACM::NormaliseByteRate() {
     const int iGiven = w.Extra.size() >= 2 ? (w.Extra[0] | (w.Extra[1] << 8)) : 0;
     iSpb = (iGiven >= 1 && iGiven <= iMax) ? iGiven : iMax;
   }
-  if (iSpb <= 0) return;
+  if (iSpb <= 0 || w.nBlockAlign == 0) return;
   const uint32_t lAvg = static_cast<uint32_t>(
       static_cast<uint64_t>(w.nSamplesPerSec) * w.nBlockAlign / static_cast<uint64_t>(iSpb));
   if (lAvg != 0 && (lAvg > m_wfxFileFormat.nAvgBytesPerSec + 1 || lAvg + 1 < m_wfxFileFormat.nAvgBytesPerSec)) {

@@ -62,18 +62,18 @@ bool CommonAudioFormat::ParseFormatText(const std::string& sText) {
 
 double CommonAudioFormat::DataRateBits() const {
   switch (m_lFormatType) {
-    case FormatWAV: {
-      int iBits = (m_lFormatTag == WAVE_FORMAT_IMA_ADPCM || m_lFormatTag == WAVE_FORMAT_ADPCM)
-                      ? 4
-                      : (m_lBitsPerSample > 0 ? m_lBitsPerSample : 16);
-      return static_cast<double>(m_lSampleRate) * m_lChannels * iBits;
-    }
     case FormatMP3:
     case FormatOGG:
     case FormatMP2:
     case FormatWMA:
       return static_cast<double>(m_lBitRate) * 1000.0;
-    default:
-      return 0.0;
+    default: {
+      // WAV, or a format whose type is not set yet: the rate of its samples.
+      if (m_lSampleRate <= 0 || m_lChannels <= 0) return 0.0;
+      int iBits = (m_lFormatTag == WAVE_FORMAT_IMA_ADPCM || m_lFormatTag == WAVE_FORMAT_ADPCM)
+                      ? 4
+                      : (m_lBitsPerSample > 0 ? m_lBitsPerSample : 16);
+      return static_cast<double>(m_lSampleRate) * m_lChannels * iBits;
+    }
   }
 }

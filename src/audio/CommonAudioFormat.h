@@ -35,9 +35,9 @@ class CommonAudioFormat {
   // this object. False when the text has no FormatType.
   bool ParseFormatText(const std::string& sText);
 
-  // Data rate in bits a second: for WAV, rate x channels x the bits a sample of the
-  // format tag (16 for PCM, 4 for the ADPCM tags); for the compressed formats and WMA,
-  // BitRate x 1000; 0 for no audio.
+  // Data rate in bits a second: for the compressed formats and WMA, BitRate x 1000;
+  // otherwise rate x channels x the bits a sample of the format tag (4 for the ADPCM
+  // tags, else BitsPerSample or 16), 0 without a rate or channels.
   double DataRateBits() const;
 
  private:

@@ -36,13 +36,6 @@ void PumpMessagesOnce() {
   if (QCoreApplication::instance()) QCoreApplication::processEvents(QEventLoop::AllEvents);
 }
 
-// ---- The logger list: the process-wide CLogList.
-void LogListClear() { LogList().Clear(); }
-void LogListLoad(const std::string& sKey, int32_t iLogNum) {
-  LogList().LoadLog(sKey, static_cast<int16_t>(iLogNum));
-}
-int32_t LogListCount() { return LogList().Count(); }
-
 int ReadInterval(const char* sValue, int iDefault) {
   int32_t lInterval = ConfigAccess::GetRegLong(kLogProcessorKey, sValue, iDefault);
   if (lInterval < 0) {
@@ -182,7 +175,7 @@ void frmProcessLogs::cmdRestart_Click() {
 
 void frmProcessLogs::tmrLoadLogs_Timer() {
   tmrLoadLogs.stop();
-  LogListClear();
+  LogList().Clear();
   int32_t lCount = ConfigAccess::GetRegLong(sLogListLoc, "LogCount", 0);
   if (lCount > INT16_MAX) {
     // Logger numbers are 16-bit; a count beyond them is a broken registry, not a list.
@@ -191,7 +184,7 @@ void frmProcessLogs::tmrLoadLogs_Timer() {
   }
   for (int32_t i = 1; i <= lCount; ++i) {
     m_dLastActive = Clock::Now();
-    LogListLoad(sLogListLoc, i);
+    LogList().LoadLog(sLogListLoc, static_cast<int16_t>(i));
     AppGlobal::DoEvents();
     // The operator may have closed the window meanwhile (allowed outside the
     // preparation and processing): nothing more to do then.
@@ -199,7 +192,7 @@ void frmProcessLogs::tmrLoadLogs_Timer() {
   }
   DebugMsg("Set LastProcessed Hour", -1, 0);
   LastProcessedHour = VbDate::Hour(Clock::Now());
-  if (LogListCount() > 0) {
+  if (LogList().Count() > 0) {
     DebugMsg("Logs Found: Resizing Window", -1, 0);
     SetProcessorActive(true);
     EnableTimer(tmrPrepareLists);
@@ -246,7 +239,7 @@ void frmProcessLogs::Form_Unload(int16_t& /*Cancel*/) {
   DebugMsg("Send message to Capture to indicate we're going idle", -1, 0);
   SendToCapture("IDLE");
   DebugMsg("Close Log objects", -1, 0);
-  LogListClear();
+  LogList().Clear();
   if (m_pView) m_pView->SaveWindowPosition();
   if (UseExceptionHandler) {
     DebugMsg("Clear Exception Filter", -1, 0);

@@ -2,7 +2,15 @@
 
 #include <cmath>
 
+#include <filesystem>
+
+#include "audio/AudioFormatHelpers.h"
+#include "audio/CAudioNCT.h"
+#include "audio/CAudioWMA.h"
+#include "audio/ChooseAudioClass.h"
 #include "audio/CodecTestUtil.h"
+#include "audio/GetAudioLengthSecs.h"
+#include "common/TempRoot.h"
 #include "audio/codec/CodecError.h"
 #include "audio/codec/WmaFile.h"
 
@@ -137,3 +145,265 @@ TEST_F(WmaFileTest, RefusesWithoutProfileOrFile) {
   EXPECT_THROW(f.Open(P("missing.wma")), CodecError);
   EXPECT_EQ(f.State(), 0);
 }
+
+// ------------------------------------------------------------------ the WMA class
+
+namespace {
+namespace fs = std::filesystem;
+
+long ReadAllBytes(IAudioFile& o, float fPiece = 1.0f) {
+  std::vector<uint8_t> buf(static_cast<size_t>(176400 * fPiece) * 2);
+  long lBytes = 0;
+  for (int guard = 0; guard < 10000; ++guard) {
+    int32_t n = o.ReadAudioData(buf.data(), fPiece);
+    EXPECT_LE(n, static_cast<int32_t>(176400 * fPiece));
+    if (n <= 0) break;
+    lBytes += n;
+  }
+  return lBytes;
+}
+
+class AudioWmaTest : public TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    SetWriteIndirectDefault(true);
+    fs::create_directories(fs::path(CAudioNCT::CopierPath()).parent_path());
+    fs::create_symlink(std::string(KN_BIN_DIR) + "/SoundShuttle", CAudioNCT::CopierPath());
+  }
+  void TearDown() override {
+    SetWriteIndirectDefault(false);
+    TempRootTest::TearDown();
+  }
+  void InstallPrx() {
+    fs::create_directories(fs::path(CAudioWMA::SystemPrxFile()).parent_path());
+    fs::copy_file(kShippedPrx, CAudioWMA::SystemPrxFile());
+  }
+  std::string P(const std::string& s) { return PathIn(s); }
+  // A WMA file of 2 s written by ffmpeg.
+  void MakeWma(const std::string& sName, const std::string& sOpts) {
+    MakeToneWav(P("tone.wav"), 44100, 2, 2.0);
+    FfmpegConvert(P("tone.wav"), P(sName), sOpts);
+  }
+};
+
+TEST_F(AudioWmaTest, WithoutProfileFileStillReads) {
+  MakeWma("a.wma", "-c:a wmav2 -b:a 64k");
+  CAudioWMA o;
+  EXPECT_EQ(o.FormatType(), FormatWMA);
+  EXPECT_EQ(o.SampleRate(), 0);
+  o.SetMemFormat(GetMemFormat());
+  ASSERT_EQ(o.OpenAudioFile(P("a.wma"), AudioFileRead), 0);
+  EXPECT_EQ(o.SampleRate(), 44100);
+  EXPECT_EQ(o.Channels(), 2);
+  EXPECT_EQ(o.ProfileNum(), 0);  // no profile file: no profile names the file
+  EXPECT_NEAR(o.AudioLength(), 2.0, 0.1);
+  EXPECT_TRUE(o.SameFormat());
+  EXPECT_FALSE(o.ConverterReady());
+  EXPECT_NEAR(ReadAllBytes(o) / 176400.0, o.AudioLength(), 0.1);
+}
+
+TEST_F(AudioWmaTest, ProfilesSettingsAndComparison) {
+  InstallPrx();
+  std::string sIni = P("Kestrane.ini");
+  CAudioWMA o;
+  o.LoadFormat(sIni, "Missing");
+  EXPECT_EQ(o.ProfileNum(), 23);
+  EXPECT_EQ(o.SampleRate(), 44100);
+  EXPECT_EQ(o.Channels(), 2);
+  EXPECT_EQ(o.DataSize(1.0f), 8000.0);
+  EXPECT_EQ(o.Description(), "44,100Hz; Stereo; 64 kbps");
+  o.SetProfileNum(8);
+  o.SaveFormat(sIni, "Fmt");
+  EXPECT_NE(ReadFile("Kestrane.ini").find("ProfileNum=8"), std::string::npos);
+  CAudioWMA r;
+  r.LoadFormat(sIni, "Fmt");
+  EXPECT_EQ(r.ProfileNum(), 8);
+  EXPECT_EQ(r.Description(), "22,050Hz; Mono; 32 kbps");
+  EXPECT_TRUE(r.IsSameFormat(&o));
+
+  auto c = o.CommonFormat();
+  EXPECT_EQ(c->FormatType(), FormatWMA);
+  EXPECT_EQ(c->ProfileNum(), 8);
+  EXPECT_EQ(c->ProfileFile(), CAudioWMA::SystemPrxFile());
+  EXPECT_EQ(c->BitRate(), 32);
+  EXPECT_EQ(c->SampleRate(), 22050);
+  EXPECT_EQ(c->Channels(), 1);
+
+  // Equal values under another number are the same format; another class is not.
+  WmaProfile p{77, 22050, 1, 32, ""};
+  r.Component().AddProfile(p);
+  r.SetProfileNum(77);
+  EXPECT_TRUE(r.IsSameFormat(&o));
+  r.SetProfileNum(23);
+  EXPECT_FALSE(r.IsSameFormat(&o));
+  CAudioNCT n;
+  n.SetFileFormat(FormatMP3, 22050, 32, 1, 17);
+  EXPECT_FALSE(o.IsSameFormat(&n));
+  EXPECT_FALSE(o.IsSameFormat(nullptr));
+
+  // The value object sets the number only when it is a WMA format.
+  auto c2 = std::make_shared<CommonAudioFormat>();
+  c2->SetFormatType(FormatMP3);
+  c2->SetProfileNum(5);
+  r.SetCommonFormat(c2);
+  EXPECT_EQ(r.ProfileNum(), 23);
+  c2->SetFormatType(FormatWMA);
+  r.SetCommonFormat(c2);
+  EXPECT_EQ(r.ProfileNum(), 5);
+
+  o.SetWriteIndirect(true);
+  o.SetAudioFileName("/a/b.wma");
+  auto k = o.Copy();
+  EXPECT_EQ(k->ProfileNum(), 8);
+  EXPECT_EQ(k->SampleRate(), 22050);  // usable at once
+  EXPECT_TRUE(k->WriteIndirect());
+  EXPECT_EQ(k->AudioFileName(), "/a/b.wma");
+}
+
+TEST_F(AudioWmaTest, MemFormatChangeKeepsTheReadPosition) {
+  InstallPrx();
+  MakeWma("a.wma", "-c:a wmav2 -b:a 64k");
+  CAudioWMA o;
+  o.SetMemFormat(GetMemFormat());
+  ASSERT_EQ(o.OpenAudioFile(P("a.wma"), AudioFileRead), 0);
+  EXPECT_EQ(o.ProfileNum(), 23);
+  std::vector<uint8_t> buf(176400 * 2);
+  ASSERT_EQ(o.ReadAudioData(buf.data(), 0.5f), 88200);
+  o.SetMemFormat(Wfx::PCM(22050, 1));
+  EXPECT_NEAR(o.CurrentPosition(), 0.5, 0.01);
+  // The rest, 1.5 s, in the new format: 22050 Hz mono, 2 bytes a frame.
+  long lBytes = ReadAllBytes(o);
+  EXPECT_NEAR(lBytes / 44100.0, o.AudioLength() - 0.5, 0.1);
+}
+
+// A component that delivers the file's own format: the converter makes the memory format.
+TEST_F(AudioWmaTest, ConverterWhenTheComponentDeliversAnotherFormat) {
+  MakeWma("m.wma", "-c:a wmav2 -b:a 32k -ar 22050 -ac 1");
+  CAudioWMA o;
+  o.Component().SetResampling(false);
+  o.SetMemFormat(GetMemFormat());
+  ASSERT_EQ(o.OpenAudioFile(P("m.wma"), AudioFileRead), 0);
+  EXPECT_FALSE(o.SameFormat());
+  EXPECT_TRUE(o.ConverterReady());
+  std::vector<uint8_t> buf(176400 * 2);
+  int32_t n = o.ReadAudioData(buf.data(), 0.25f);
+  EXPECT_GT(n, 0);
+  EXPECT_LE(n, 44100);
+  // Stereo from mono: both channels equal.
+  auto* p = reinterpret_cast<int16_t*>(buf.data());
+  for (int i = 0; i + 1 < n / 2; i += 2) ASSERT_EQ(p[i], p[i + 1]) << i;
+  long lBytes = n + ReadAllBytes(o, 0.25f);
+  EXPECT_NEAR(lBytes / 176400.0, o.AudioLength(), 0.1);
+  o.CloseAudioFile();
+  EXPECT_FALSE(o.ConverterReady());
+}
+
+TEST_F(AudioWmaTest, SeekFractionStopsOneSampleBeforeTheEnd) {
+  MakeWma("a.wma", "-c:a wmav2 -b:a 64k");
+  CAudioWMA o;
+  o.SetMemFormat(GetMemFormat());
+  ASSERT_EQ(o.OpenAudioFile(P("a.wma"), AudioFileRead), 0);
+  o.SeekFraction(0.5f);
+  EXPECT_NEAR(o.CurrentPosition(), o.AudioLength() / 2, 0.01);
+  o.SeekFraction(1.0f);
+  EXPECT_LT(o.CurrentPosition(), o.AudioLength());
+  // One frame before the end as the header counts it; the decoder may stop a little
+  // earlier. What is left (at most one frame) comes out, then the end.
+  EXPECT_NEAR(o.CurrentPosition(), o.AudioLength(), 0.1);
+  std::vector<uint8_t> buf(176400 * 2);
+  int32_t n = o.ReadAudioData(buf.data(), 1.0f);
+  EXPECT_LE(n, 4);
+  EXPECT_EQ(o.ReadAudioData(buf.data(), 1.0f), 0);
+}
+
+TEST_F(AudioWmaTest, EmptyMissingAndBrokenFiles) {
+  WriteFile("empty.wma", "");
+  WriteFile("junk.wma", std::string(3000, 'j'));
+  std::vector<uint8_t> buf(176400 * 2);
+  CAudioWMA o;
+  o.SetMemFormat(GetMemFormat());
+  EXPECT_EQ(o.OpenAudioFile(P("empty.wma"), AudioFileRead), 0);
+  EXPECT_EQ(o.ReadAudioData(buf.data(), 1.0f), 0);
+  EXPECT_EQ(o.OpenAudioFile(P("missing.wma"), AudioFileRead), 0);
+  EXPECT_EQ(o.AudioLength(), 0.0);
+  EXPECT_EQ(o.OpenAudioFile(P("junk.wma"), AudioFileRead), -1);
+  EXPECT_EQ(GetAudioLengthSecs(P("junk.wma")), -1.0);
+  MakeWma("a.wma", "-c:a wmav2 -b:a 64k");
+  auto a = ReadBytes(P("a.wma"));
+  a.resize(a.size() / 2);
+  WriteBytes(P("half.wma"), a);
+  ASSERT_EQ(o.OpenAudioFile(P("half.wma"), AudioFileRead), 0);
+  long lBytes = ReadAllBytes(o);
+  EXPECT_GT(lBytes, 176400 / 2);
+  EXPECT_LT(lBytes, 176400 * 2);
+}
+
+TEST_F(AudioWmaTest, DirectWrite) {
+  InstallPrx();
+  std::vector<int16_t> src(44100 * 2 * 3 / 2);
+  for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<int16_t>(7000 * std::sin(i * 0.03));
+  {
+    CAudioWMA o;
+    o.SetProfileNum(18);  // 44100 Hz stereo 32 kbps
+    o.SetMemFormat(GetMemFormat());
+    ASSERT_EQ(o.OpenAudioFile(P("d.wma"), AudioFileWrite), 0);
+    std::string sTemp = o.RecordedFileName();
+    EXPECT_EQ(fs::path(sTemp).parent_path(), fs::path(P("d.wma")).parent_path());
+    EXPECT_EQ(o.WriteAudioData(src.data(), static_cast<int32_t>(src.size() * 2)),
+              static_cast<int32_t>(src.size() * 2));
+    EXPECT_EQ(o.CloseAudioFile(), 0);
+    EXPECT_FALSE(fs::exists(sTemp));
+    EXPECT_EQ(o.WriteAudioData(src.data(), 400), -1);
+  }
+  auto m = Probe(P("d.wma"));
+  EXPECT_EQ(m["codec_name"], "wmav2");
+  EXPECT_EQ(m["bit_rate"], "32000");
+  EXPECT_NEAR(GetAudioLengthSecs(P("d.wma")), 1.5, 0.1);
+  // No profile: the create fails with a warning and no file.
+  CAudioWMA o;
+  o.SetProfileNum(4444);
+  EXPECT_NE(o.OpenAudioFile(P("e.wma"), AudioFileWrite), 0);
+  EXPECT_FALSE(fs::exists(P("e.wma")));
+}
+
+// Indirect writes at two profiles of each channel count: the copier makes the file,
+// which reads back through the class to the length written.
+TEST_F(AudioWmaTest, IndirectWriteRunsTheCopier) {
+  InstallPrx();
+  std::vector<int16_t> src(44100 * 2 * 3 / 2);
+  for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<int16_t>(7000 * std::sin(i * 0.05));
+  struct Case {
+    int profile, rate, ch, kbps;
+  } cases[] = {{23, 44100, 2, 64}, {9, 22050, 2, 32}, {17, 44100, 1, 64}, {7, 22050, 1, 24}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.profile);
+    std::string sDst = P("p" + std::to_string(c.profile) + ".wma");
+    auto o = std::dynamic_pointer_cast<CAudioWMA>(ChooseAudioClass(FormatWMA));
+    ASSERT_TRUE(o && o->WriteIndirect());
+    o->SetProfileNum(c.profile);
+    o->SetMemFormat(GetMemFormat());
+    ASSERT_EQ(o->OpenAudioFile(sDst, AudioFileWrite), 0);
+    EXPECT_TRUE(o->AudioOpen());
+    std::string sTemp = o->RecordedFileName();
+    for (size_t i = 0; i < src.size(); i += 88200)
+      o->WriteAudioData(src.data() + i, static_cast<int32_t>(std::min<size_t>(88200, src.size() - i) * 2));
+    EXPECT_EQ(o->CloseAudioFile(), 0);
+    EXPECT_FALSE(fs::exists(sTemp));
+    auto m = Probe(sDst);
+    EXPECT_EQ(m["codec_name"], "wmav2");
+    EXPECT_EQ(m["sample_rate"], std::to_string(c.rate));
+    EXPECT_EQ(m["channels"], std::to_string(c.ch));
+    EXPECT_EQ(m["bit_rate"], std::to_string(c.kbps * 1000));
+    double dSecs = GetAudioLengthSecs(sDst);
+    EXPECT_NEAR(dSecs, 1.5, 0.1);
+    CAudioWMA r;
+    r.SetMemFormat(GetMemFormat());
+    ASSERT_EQ(r.OpenAudioFile(sDst, AudioFileRead), 0);
+    EXPECT_EQ(r.ProfileNum(), c.profile);
+    EXPECT_TRUE(r.IsSameFormat(o.get()));
+    EXPECT_NEAR(ReadAllBytes(r) / 176400.0, dSecs, 0.1);
+  }
+}
+
+}  // namespace

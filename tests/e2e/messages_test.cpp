@@ -199,3 +199,31 @@ TEST_F(MessagesTest, WorksUnderAMachineRootLongerThanASocketAddress) {
   ASSERT_TRUE(oIdle);
   EXPECT_EQ(oIdle->Text, "IDLE");
 }
+
+// A cycle over a logger with nothing recorded: without "/KEEPALIVE" the program ends by
+// itself, saying "IDLE" at the end of the run and again as it unloads.
+TEST_F(MessagesTest, ACycleWithoutKeepAliveEndsTheProgram) {
+  WriteFile("registry.reg",
+            "Windows Registry Editor Version 5.00\r\n\r\n"
+            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
+            "\"PrepareTimerInterval\"=dword:00000000\r\n"
+            "\"ProcessTimerInterval\"=dword:00000000\r\n\r\n"
+            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n"
+            "\"LogCount\"=dword:00000001\r\n\r\n"
+            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture\\Logger1]\r\n"
+            "\"LogPath\"=\"D:\\\\Kestrane\\\\Logger1\"\r\n"
+            "\"Enabled\"=dword:ffffffff\r\n");
+  WriteFile("drive_d/Kestrane/Logger1/Kestrane.ini", "[General]\r\nName=Studio One\r\n");
+  MessageEndpoint oCapture;
+  ASSERT_TRUE(oCapture.Bind("KNCaptureMsgHandler"));
+  ASSERT_TRUE(m_oProc.Start(m_sProgram, {"/DEBUG"}, PathIn("proc.txt")));
+  ASSERT_TRUE(m_oProc.WaitEnd(30000)) << Trace();
+  ASSERT_TRUE(WIFEXITED(m_oProc.Status()));
+  EXPECT_EQ(WEXITSTATUS(m_oProc.Status()), 0) << ReadText(PathIn("proc.txt"));
+  std::vector<std::string> aTexts;
+  while (auto m = oCapture.Wait(300)) aTexts.push_back(m->Text);
+  EXPECT_EQ(aTexts, (std::vector<std::string>{"IDLE", "IDLE"}));
+  const std::string sTrace = Trace();
+  EXPECT_NE(sTrace.find("Logs Found: Resizing Window"), std::string::npos) << sTrace;
+  EXPECT_NE(sTrace.find("End frmProcessLogs_Unload"), std::string::npos);
+}

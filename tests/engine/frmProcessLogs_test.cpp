@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -465,4 +466,108 @@ TEST_F(EngineTest, AnImpossibleLoggerCountLoadsNothing) {
   LoadAndWaitForNoLogs();
   EXPECT_EQ(m_pForm->AllDoneCaption(), "NO LOGS FOUND!");
   EXPECT_NE(Trace().find("LogCount 2147483647 is out of range"), std::string::npos);
+}
+
+// Cycles with loggers in the registry and settings files on disk.
+class EngineCycleTest : public EngineTest {
+ protected:
+  void SetUp() override {
+    EngineTest::SetUp();
+    WriteLoggers(true);
+    WriteFile("drive_d/Kestrane/Logger1/Kestrane.ini", "[General]\r\nName=Studio One\r\n");
+  }
+  void WriteLoggers(bool bEnabled) {
+    WriteRegistry(
+        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
+        "\"PrepareTimerInterval\"=dword:0000000a\r\n"
+        "\"ProcessTimerInterval\"=dword:0000000a\r\n"
+        "\r\n"
+        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n"
+        "\"LogCount\"=dword:00000001\r\n"
+        "\r\n"
+        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture\\Logger1]\r\n"
+        "\"LogPath\"=\"D:\\\\Kestrane\\\\Logger1\"\r\n" +
+        std::string(bEnabled ? "\"Enabled\"=dword:ffffffff\r\n" : "\"Enabled\"=dword:00000000\r\n"));
+  }
+  void Load(const std::string& sCommandLine) {
+    AppGlobal::SetCommandLine(sCommandLine);
+    m_pForm = std::make_unique<frmProcessLogs>();
+    m_pForm->SetView(&m_oView);
+    QObject::connect(m_pForm.get(), &frmProcessLogs::Unloaded, [this] { m_bUnloaded = true; });
+    m_pForm->Load();
+  }
+  bool m_bUnloaded = false;
+};
+
+TEST_F(EngineCycleTest, WithoutKeepAliveTheCycleEndsTheProgram) {
+  Load("/DEBUG");
+  ASSERT_TRUE(RunUntil([&] { return m_oView.Has("Active"); }));
+  ASSERT_TRUE(RunUntil([&] { return m_bUnloaded; }));
+  EXPECT_FALSE(m_pForm->tmrWait.isActive());
+  EXPECT_FALSE(m_pForm->tmrProcess.isActive());
+  EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive());
+  // Once at the end of the run, once from the unload.
+  EXPECT_EQ(CaptureMessages(), (std::vector<std::string>{"IDLE", "IDLE"}));
+  const std::string sTrace = Trace();
+  EXPECT_NE(sTrace.find("Logs Found: Resizing Window"), std::string::npos);
+  EXPECT_LT(sTrace.find("Reduce Window size"), sTrace.find("Start frmProcessLogs_Unload"));
+}
+
+TEST_F(EngineCycleTest, WithKeepAliveTheCycleWaitsForTheNextHour) {
+  Load("/KEEPALIVE");
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->ProcessorActive(); }));
+  EXPECT_EQ(m_pForm->AllDoneCaption(), "Processing...");
+  EXPECT_FALSE(m_pForm->RestartEnabled());
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  EXPECT_FALSE(m_bUnloaded);
+  EXPECT_FALSE(m_pForm->ProcessorActive());
+  EXPECT_TRUE(m_pForm->Minimised());
+  EXPECT_EQ(m_pForm->AllDoneCaption(), "Log Processing Complete");
+  EXPECT_TRUE(m_pForm->RestartEnabled());
+  EXPECT_EQ(m_pForm->FileProgress(), 100);
+  EXPECT_EQ(m_pForm->LogProgress(), 100);
+  EXPECT_EQ(CaptureMessages(), std::vector<std::string>{"IDLE"});
+  EXPECT_TRUE(m_oView.Has("Minimise"));
+
+  // 10:05 started; nothing before 11:05, then the next cycle opens the window again.
+  Clock::SetFixed(At(10, 40));
+  m_pForm->tmrWait_Timer();
+  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+  Clock::SetFixed(At(11, 5));
+  m_pForm->tmrWait_Timer();
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->ProcessorActive(); }));
+  EXPECT_FALSE(m_pForm->Minimised());
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  EXPECT_EQ(LastProcessedHour, 11);
+}
+
+TEST_F(EngineCycleTest, ACycleThatOverrunsItsHourIsFollowedAtOnce) {
+  Load("/KEEPALIVE");
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  Clock::SetFixed(At(11, 20));  // the cycle of 10:05 ended after 11:05
+  m_pForm->tmrWait_Timer();
+  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+}
+
+TEST_F(EngineCycleTest, ShutdownDuringPreparationUnloadsAtItsNextTick) {
+  Load("/KEEPALIVE");
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrPrepareLists.isActive(); }));
+  m_pForm->HandleAppMessage("SHUTDOWN");
+  ASSERT_TRUE(RunUntil([&] { return m_bUnloaded; }));
+  EXPECT_FALSE(m_pForm->tmrProcess.isActive());
+  EXPECT_EQ(CaptureMessages(), std::vector<std::string>{"IDLE"});
+}
+
+TEST_F(EngineCycleTest, ADisabledStreamOrAMissingSettingsFileIsNoLogger) {
+  WriteLoggers(false);
+  Load("");
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  EXPECT_EQ(m_pForm->AllDoneCaption(), "NO LOGS FOUND!");
+  m_pForm.reset();
+
+  WriteLoggers(true);
+  std::filesystem::remove(PathIn("drive_d/Kestrane/Logger1/Kestrane.ini"));
+  Load("");
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  EXPECT_EQ(m_pForm->AllDoneCaption(), "NO LOGS FOUND!");
 }

@@ -109,7 +109,9 @@ void WmaFile::Open(const std::string& sPath) {
   auto pReader = std::make_unique<AvAudioReader>();
   pReader->SetOutputFormat(m_lArrayRate, m_lArrayChannels);
   pReader->Open(sPath);
+  if (!m_bResampling) pReader->SetOutputFormat(pReader->SampleRate(), pReader->Channels());
   m_pReader = std::move(pReader);
+  m_lLastTotal = 0;
   // The profile that describes the file: equal rate and channels, nearest bit rate.
   int32_t lBest = 0, lBestDiff = INT32_MAX;
   for (const auto& p : m_aProfiles) {
@@ -124,6 +126,7 @@ void WmaFile::Open(const std::string& sPath) {
 }
 
 void WmaFile::Close() {
+  if (State() != 0) m_lLastTotal = TotalSamples();
   m_pReader.reset();
   if (m_pWriter) {
     std::unique_ptr<AvAudioWriter> pWriter = std::move(m_pWriter);
@@ -149,6 +152,7 @@ void WmaFile::Create(const std::string& sPath) {
   m_pWriter = std::move(pWriter);
   m_writing = *p;
   m_lWritten = 0;
+  m_lLastTotal = 0;
 }
 
 void WmaFile::WriteSamples(const std::vector<int16_t>& a) { WriteSamples(a.data(), a.size()); }
@@ -184,10 +188,18 @@ void WmaFile::Seek(int32_t lPosition, int32_t lOrigin, int32_t& lNewPosition) {
 void WmaFile::SetArrayFormat(int32_t lSampleRate, int32_t lChannels) {
   if (lSampleRate < 1000 || lSampleRate > 384000 || lChannels < 1 || lChannels > 8)
     throw CodecError(CodecErr::kBadArgument, "Unusable array format");
-  if (m_pReader) m_pReader->SetOutputFormat(lSampleRate, lChannels);
+  if (m_pReader && m_bResampling) m_pReader->SetOutputFormat(lSampleRate, lChannels);
   if (m_pWriter) m_pWriter->SetInputFormat(lSampleRate, lChannels);
   m_lArrayRate = lSampleRate;
   m_lArrayChannels = lChannels;
+}
+
+int32_t WmaFile::ArrayChannels() const {
+  return m_pReader ? m_pReader->OutputChannels() : m_lArrayChannels;
+}
+
+int32_t WmaFile::ArraySampleRate() const {
+  return m_pReader ? m_pReader->OutputRate() : m_lArrayRate;
 }
 
 int32_t WmaFile::State() const {
@@ -199,7 +211,7 @@ int32_t WmaFile::State() const {
 int32_t WmaFile::TotalSamples() const {
   if (m_pReader) return static_cast<int32_t>(std::min<int64_t>(m_pReader->TotalFrames(), INT32_MAX));
   if (m_pWriter) return static_cast<int32_t>(std::min<int64_t>(m_lWritten, INT32_MAX));
-  return 0;
+  return m_lLastTotal;
 }
 
 int32_t WmaFile::LengthMs() const {

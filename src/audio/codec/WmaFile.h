@@ -52,8 +52,11 @@ class WmaFile {
   // Loads a profile file; "" lets go of the profiles. Raises when the file can't be read.
   void LoadProfiles(const std::string& sPath);
 
-  int32_t ArrayChannels() const { return m_lArrayChannels; }
-  int32_t ArraySampleRate() const { return m_lArrayRate; }
+  // The format arrays really have: the array format asked for, or with resampling off
+  // the open file's own.
+  int32_t ArrayChannels() const;
+  int32_t ArraySampleRate() const;
+  // Frames of the open file; after a Close, those of the file just closed.
   int32_t TotalSamples() const;
   int16_t Channels() const;      // of the open file, else of the present profile
   int32_t LengthMs() const;
@@ -62,6 +65,9 @@ class WmaFile {
   int32_t State() const;         // 0 no file, 1 reading, 2 writing
   int32_t ProfileNum() const { return m_lProfileNum; }
   void SetProfileNum(int32_t lNumber) { m_lProfileNum = lNumber; }
+
+  // Off: arrays come in the file's own rate and channels (for a caller that converts).
+  void SetResampling(bool bOn) { m_bResampling = bOn; }
 
   const std::vector<WmaProfile>& Profiles() const { return m_aProfiles; }
   // Adds a profile, or replaces the one of the same number.
@@ -79,4 +85,6 @@ class WmaFile {
   int32_t m_lArrayRate = 44100;
   int32_t m_lArrayChannels = 2;
   int64_t m_lWritten = 0;
+  int32_t m_lLastTotal = 0;
+  bool m_bResampling = true;
 };

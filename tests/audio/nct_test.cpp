@@ -1,0 +1,448 @@
+// The compressed file class: its format face (sizes, texts, comparisons, settings), its
+// reads of files that ffmpeg wrote, its direct and indirect writes, and the length of
+// any audio file.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "audio/AudioFormatHelpers.h"
+#include "audio/CAudioNCT.h"
+#include "audio/CAudioWMA.h"
+#include "audio/ChooseAudioClass.h"
+#include "audio/CodecTestUtil.h"
+#include "audio/GetAudioLengthSecs.h"
+#include "common/TempRoot.h"
+#include "support/CNVErr.h"
+
+namespace fs = std::filesystem;
+using namespace codectest;
+
+namespace {
+
+class WarningSink : public IAudioFileEventSink {
+ public:
+  void NonFatalError(const CNVErr& o) override { aWarnings.push_back(o); }
+  std::vector<CNVErr> aWarnings;
+};
+
+// Memory-format audio (44100 Hz stereo): two tones.
+std::vector<int16_t> MemTone(double dSecs) {
+  std::vector<int16_t> a;
+  int n = static_cast<int>(dSecs * 44100);
+  for (int i = 0; i < n; ++i) {
+    a.push_back(static_cast<int16_t>(8000 * std::sin(i * 0.0627)));
+    a.push_back(static_cast<int16_t>(8000 * std::sin(i * 0.0941)));
+  }
+  return a;
+}
+
+// The conversion step's write loop: one second a piece.
+int32_t WriteAll(IAudioFile& o, const std::vector<int16_t>& a) {
+  int32_t rcLast = 0;
+  for (size_t i = 0; i < a.size(); i += 88200) {
+    size_t n = std::min<size_t>(88200, a.size() - i);
+    rcLast = o.WriteAudioData(a.data() + i, static_cast<int32_t>(n * 2));
+    if (rcLast < 0) return rcLast;
+  }
+  return rcLast;
+}
+
+// The conversion step's read loop: bytes read in the memory format.
+long ReadAll(IAudioFile& o) {
+  std::vector<uint8_t> buf(176400 * 2);
+  long lBytes = 0;
+  for (int guard = 0; guard < 10000 && o.CurrentPosition() < o.AudioLength(); ++guard) {
+    double dLeft = o.AudioLength() - o.CurrentPosition();
+    int32_t n = o.ReadAudioData(buf.data(), static_cast<float>(std::min(1.0, dLeft)));
+    EXPECT_LE(n, 176400);
+    if (n <= 0) break;
+    lBytes += n;
+  }
+  return lBytes;
+}
+
+class NctTest : public TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    SetWriteIndirectDefault(true);
+    // The copier and the profile file where the classes look for them.
+    fs::create_directories(fs::path(CAudioNCT::CopierPath()).parent_path());
+    fs::create_symlink(std::string(KN_BIN_DIR) + "/SoundShuttle", CAudioNCT::CopierPath());
+    fs::create_directories(fs::path(CAudioWMA::SystemPrxFile()).parent_path());
+    fs::copy_file(std::string(KN_SOURCE_DIR) + "/data/nvkn4.prx", CAudioWMA::SystemPrxFile());
+  }
+  void TearDown() override {
+    SetWriteIndirectDefault(false);
+    TempRootTest::TearDown();
+  }
+  std::string P(const std::string& s) { return PathIn(s); }
+  void MakeSource(const std::string& sName, const std::string& sOpts, double dSecs = 2.0) {
+    MakeToneWav(P("tone.wav"), 44100, 2, dSecs);
+    FfmpegConvert(P("tone.wav"), P(sName), sOpts);
+  }
+};
+
+// ------------------------------------------------------------------ format face
+
+TEST_F(NctTest, NewObjectAndChooseAudioClass) {
+  CAudioNCT o;
+  EXPECT_EQ(o.FormatType(), FormatWAV);
+  EXPECT_EQ(o.SampleRate(), 44100);
+  EXPECT_EQ(o.Channels(), 2);
+  EXPECT_EQ(o.FormatTag(), 17);
+  EXPECT_TRUE(o.Initialised());
+  EXPECT_TRUE(o.HandleOutOfProcess());
+  EXPECT_EQ(o.BufLenSecs(), 0.0);
+  o.SetBufLenSecs(3.0);
+  EXPECT_EQ(o.BufLenSecs(), 0.0);
+  EXPECT_EQ(o.CurrentPosition(), 0.0);
+  EXPECT_EQ(o.DataSize(1.0f), 44100.0);  // IMA ADPCM 44100 Hz stereo: a quarter of PCM
+
+  auto mp3 = std::dynamic_pointer_cast<CAudioNCT>(ChooseAudioClass(FormatMP3));
+  auto mp2 = std::dynamic_pointer_cast<CAudioNCT>(ChooseAudioClass(FormatMP2));
+  auto ogg = std::dynamic_pointer_cast<CAudioNCT>(ChooseAudioClass(FormatOGG));
+  auto wma = std::dynamic_pointer_cast<CAudioWMA>(ChooseAudioClass(FormatWMA));
+  ASSERT_TRUE(mp3 && mp2 && ogg && wma);
+  EXPECT_EQ(mp3->FormatType(), FormatMP3);
+  EXPECT_EQ(ogg->FormatType(), FormatOGG);
+  EXPECT_TRUE(mp3->WriteIndirect());
+  EXPECT_FALSE(mp2->WriteIndirect());
+  EXPECT_FALSE(ogg->WriteIndirect());
+  EXPECT_TRUE(wma->WriteIndirect());
+  EXPECT_FALSE(mp3->Initialised());
+}
+
+TEST_F(NctTest, DataSizeAndDescription) {
+  CAudioNCT o;
+  o.SetFileFormat(FormatMP3, 44100, 128, 2, 17);
+  EXPECT_EQ(o.DataSize(1.0f), 16384.0);
+  EXPECT_EQ(o.Description(), "44,100Hz; Stereo; 128 kbps");
+  o.SetFileFormat(FormatWAV, 22050, 0, 1, 1);
+  EXPECT_EQ(o.DataSize(2.0f), 88200.0);
+  EXPECT_EQ(o.Description(), "22,050Hz; Mono PCM ");
+  o.SetFileFormat(FormatWAV, 8000, 0, 2, 17);
+  EXPECT_EQ(o.Description(), "8,000Hz; Stereo IMA ADPCM ");
+  // Ogg: the first DataSize initialises, then asks the component for its bit rate.
+  o.SetFileFormat(FormatOGG, 44100, 96, 2, 17);
+  EXPECT_FALSE(o.Initialised());
+  EXPECT_EQ(o.DataSize(2.0f), 24000.0);
+  EXPECT_TRUE(o.Initialised());
+  o.SetFileFormat(FormatMP2, 48000, 192, 1, 17);
+  EXPECT_EQ(o.DataSize(1.0f), 24000.0);
+  EXPECT_EQ(o.Description(), "48,000Hz; Mono; 192 kbps");
+}
+
+TEST_F(NctTest, IsSameFormat) {
+  CAudioNCT a, b;
+  a.SetFileFormat(FormatMP3, 44100, 128, 2, 17);
+  b.SetFileFormat(FormatMP3, 44100, 128, 2, 1);
+  EXPECT_TRUE(a.IsSameFormat(&b));  // the tag does not count for MP3
+  b.SetFileFormat(FormatMP3, 44100, 64, 2, 17);
+  EXPECT_FALSE(a.IsSameFormat(&b));
+  b.SetFileFormat(FormatOGG, 44100, 128, 2, 17);
+  EXPECT_FALSE(a.IsSameFormat(&b));
+  EXPECT_FALSE(a.IsSameFormat(nullptr));
+  a.SetFileFormat(FormatWAV, 22050, 10, 1, 17);
+  b.SetFileFormat(FormatWAV, 22050, 99, 1, 17);
+  EXPECT_TRUE(a.IsSameFormat(&b));  // the bit rate does not count for WAV
+  b.SetFileFormat(FormatWAV, 22050, 10, 1, 1);
+  EXPECT_FALSE(a.IsSameFormat(&b));
+  b.SetFileFormat(FormatWAV, 22050, 10, 2, 17);
+  EXPECT_FALSE(a.IsSameFormat(&b));
+}
+
+TEST_F(NctTest, SettingsCommonFormatAndCopy) {
+  std::string sIni = P("Kestrane.ini");
+  CAudioNCT o;
+  o.SetFileFormat(FormatOGG, 32000, 80, 1, 17);
+  o.SaveFormat(sIni, "Fmt1");
+  std::string s = ReadFile("Kestrane.ini");
+  EXPECT_NE(s.find("Bitrate=80"), std::string::npos) << s;
+  EXPECT_LT(s.find("SampleRate=32000"), s.find("Bitrate=80"));
+  EXPECT_LT(s.find("Bitrate=80"), s.find("Channels=1"));
+  EXPECT_LT(s.find("Channels=1"), s.find("FormatTag=17"));
+  CAudioNCT r;
+  r.SetFileFormat(FormatMP2, 8000, 8, 2, 1);
+  r.LoadFormat(sIni, "Fmt1");
+  EXPECT_EQ(r.FormatType(), FormatMP2);  // the type is not stored
+  EXPECT_EQ(r.SampleRate(), 32000);
+  EXPECT_EQ(r.BitRate(), 80);
+  EXPECT_EQ(r.Channels(), 1);
+  r.LoadFormat(sIni, "Missing");
+  EXPECT_EQ(r.SampleRate(), 44100);
+  EXPECT_EQ(r.Channels(), 2);
+  EXPECT_EQ(r.BitRate(), 128);
+  EXPECT_EQ(r.FormatTag(), 17);
+
+  auto c = o.CommonFormat();
+  EXPECT_EQ(c->FormatType(), FormatOGG);
+  EXPECT_EQ(c->BitsPerSample(), 16);
+  EXPECT_EQ(c->BitRate(), 80);
+  r.SetCommonFormat(c);
+  EXPECT_TRUE(r.IsSameFormat(&o));
+  EXPECT_FALSE(r.Initialised());
+  r.SetCommonFormat(nullptr);
+  EXPECT_EQ(r.FormatType(), FormatOGG);
+
+  auto sink = std::make_shared<WarningSink>();
+  o.SetParent(sink);
+  o.SetAudioFileName("/x/y.ogg");
+  o.SetWriteIndirect(true);
+  o.SetMemFormat(Wfx::PCM(22050, 1));
+  auto k = o.Copy();
+  EXPECT_TRUE(k->IsSameFormat(&o));
+  EXPECT_EQ(k->Parent(), sink);
+  EXPECT_EQ(k->AudioFileName(), "/x/y.ogg");
+  EXPECT_TRUE(k->WriteIndirect());
+  EXPECT_EQ(k->MemFormat().nSamplesPerSec, 22050u);
+  EXPECT_EQ(k->MemFormat().nAvgBytesPerSec, 44100u);
+
+  Wfx bad = Wfx::PCM(44100, 2);
+  bad.wFormatTag = 17;
+  EXPECT_THROW(o.SetMemFormat(bad), RaisedError);
+  EXPECT_EQ(o.MemFormat().nSamplesPerSec, 22050u);
+}
+
+// ------------------------------------------------------------------ reading
+
+TEST_F(NctTest, ReadsCompressedFilesInTheMemoryFormat) {
+  struct Case {
+    const char* name;
+    const char* opts;
+    int kbps, rate, ch;
+  } cases[] = {{"a.mp3", "-c:a libmp3lame -b:a 128k", 128, 44100, 2},
+               {"b.mp3", "-c:a libmp3lame -b:a 32k -ar 22050 -ac 1", 32, 22050, 1},
+               {"a.ogg", "-c:a libvorbis -b:a 96k", 96, 44100, 2},
+               {"a.mp2", "-c:a mp2 -b:a 64k -ar 24000 -ac 1", 64, 24000, 1}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    MakeSource(c.name, c.opts);
+    CAudioNCT o;
+    o.SetBufLenSecs(1.0);
+    o.SetMemFormat(GetMemFormat());
+    ASSERT_EQ(o.OpenAudioFile(P(c.name), AudioFileRead), 0);
+    EXPECT_TRUE(o.AudioOpen());
+    EXPECT_EQ(o.AudioFileName(), P(c.name));
+    EXPECT_EQ(o.RecordedFileName(), "");
+    EXPECT_EQ(o.SampleRate(), c.rate);
+    EXPECT_EQ(o.Channels(), c.ch);
+    EXPECT_NEAR(o.BitRate(), c.kbps, 1);
+    EXPECT_NEAR(o.AudioLength(), 2.0, 0.06);
+    long lBytes = ReadAll(o);
+    EXPECT_NEAR(lBytes / 176400.0, o.AudioLength(), 0.03);
+    EXPECT_NEAR(o.CurrentPosition(), o.AudioLength(), 0.03);
+    // Closing after a read renames and removes nothing.
+    auto before = fs::file_size(P(c.name));
+    EXPECT_EQ(o.CloseAudioFile(), 0);
+    EXPECT_EQ(fs::file_size(P(c.name)), before);
+    EXPECT_FALSE(o.AudioOpen());
+  }
+}
+
+TEST_F(NctTest, EmptyMissingAndBrokenFiles) {
+  WriteFile("empty.mp3", "");
+  WriteFile("text.mp3", std::string(4000, 't'));
+  std::vector<uint8_t> buf(176400 * 2);
+  for (const char* s : {"empty.mp3", "missing.mp3"}) {
+    CAudioNCT o;
+    EXPECT_EQ(o.OpenAudioFile(P(s), AudioFileRead), 0) << s;
+    EXPECT_EQ(o.AudioLength(), 0.0);
+    EXPECT_EQ(o.ReadAudioData(buf.data(), 1.0f), 0);
+  }
+  CAudioNCT o;
+  EXPECT_EQ(o.OpenAudioFile(P("text.mp3"), AudioFileRead), -1);
+  EXPECT_EQ(o.AudioFileName(), "");
+  EXPECT_FALSE(o.AudioOpen());
+  EXPECT_EQ(o.ReadAudioData(buf.data(), 1.0f), 0);
+  EXPECT_TRUE(fs::exists(P("text.mp3")));
+
+  // A truncated MP3 reads to a clean end.
+  MakeSource("a.mp3", "-c:a libmp3lame -b:a 128k");
+  auto a = ReadBytes(P("a.mp3"));
+  a.resize(a.size() / 3);
+  WriteBytes(P("cut.mp3"), a);
+  CAudioNCT c;
+  ASSERT_EQ(c.OpenAudioFile(P("cut.mp3"), AudioFileRead), 0);
+  long lBytes = ReadAll(c);
+  EXPECT_GT(lBytes, 176400 / 2);
+  EXPECT_LT(lBytes, 176400 * 2);
+}
+
+TEST_F(NctTest, SeekFraction) {
+  MakeSource("a.ogg", "-c:a libvorbis -b:a 96k");
+  CAudioNCT o;
+  ASSERT_EQ(o.OpenAudioFile(P("a.ogg"), AudioFileRead), 0);
+  o.SeekFraction(0.5f);
+  EXPECT_NEAR(o.CurrentPosition(), 1.0, 0.01);
+  long lBytes = ReadAll(o);
+  EXPECT_NEAR(lBytes / 176400.0, 1.0, 0.03);
+  o.SeekFraction(1.0f);
+  EXPECT_DOUBLE_EQ(o.CurrentPosition(), o.AudioLength());
+  std::vector<uint8_t> buf(176400 * 2);
+  EXPECT_EQ(o.ReadAudioData(buf.data(), 1.0f), 0);
+}
+
+// ------------------------------------------------------------------ writing
+
+TEST_F(NctTest, DirectWritesRenameAtClose) {
+  struct Case {
+    int type, rate, kbps, ch, tag;
+    const char* name;
+    const char* codec;
+  } cases[] = {{FormatMP2, 22050, 64, 1, 17, "o.mp2", "mp2"},
+               {FormatOGG, 44100, 96, 2, 17, "o.ogg", "vorbis"},
+               {FormatWAV, 16000, 0, 1, 1, "p.wav", "pcm_s16le"},
+               {FormatWAV, 22050, 0, 1, 17, "i.wav", "adpcm_ima_wav"}};
+  auto src = MemTone(1.5);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    WriteFile(c.name, "old content that must go");
+    {
+      CAudioNCT o;
+      o.SetFileFormat(c.type, c.rate, c.kbps, c.ch, c.tag);
+      o.SetMemFormat(GetMemFormat());
+      ASSERT_EQ(o.OpenAudioFile(P(c.name), AudioFileWrite), 0);
+      EXPECT_FALSE(fs::exists(P(c.name)));
+      std::string sTemp = o.RecordedFileName();
+      EXPECT_EQ(fs::path(sTemp).parent_path(), fs::path(P(c.name)).parent_path());
+      EXPECT_TRUE(fs::exists(sTemp));
+      EXPECT_TRUE(o.AudioOpen());
+      EXPECT_EQ(WriteAll(o, src), 88200 * 2 / 2);  // the last piece: half a second
+      EXPECT_EQ(o.CloseAudioFile(), 0);
+      EXPECT_FALSE(fs::exists(sTemp));
+    }
+    auto m = Probe(P(c.name));
+    EXPECT_EQ(m["codec_name"], c.codec);
+    EXPECT_EQ(m["sample_rate"], std::to_string(c.rate));
+    EXPECT_EQ(m["channels"], std::to_string(c.ch));
+    EXPECT_NEAR(GetAudioLengthSecs(P(c.name)), 1.5, 0.1);
+  }
+  // The IMA ADPCM file has the platform's block layout: 512 bytes at 22050 Hz mono.
+  auto a = ReadBytes(P("i.wav"));
+  ASSERT_GT(a.size(), 34u);
+  EXPECT_EQ(static_cast<unsigned char>(a[32]) | (static_cast<unsigned char>(a[33]) << 8), 512);
+}
+
+TEST_F(NctTest, NothingWrittenLeavesNoFile) {
+  std::vector<std::string> before;
+  {
+    CAudioNCT o;
+    o.SetFileFormat(FormatMP2, 44100, 128, 2, 17);
+    ASSERT_EQ(o.OpenAudioFile(P("none.mp2"), AudioFileWrite), 0);
+    EXPECT_EQ(o.CloseAudioFile(), 0);
+    EXPECT_FALSE(fs::exists(o.RecordedFileName()));
+  }
+  EXPECT_FALSE(fs::exists(P("none.mp2")));
+  // The destructor closes an open direct write under the final name.
+  {
+    CAudioNCT o;
+    o.SetFileFormat(FormatMP2, 44100, 128, 2, 17);
+    ASSERT_EQ(o.OpenAudioFile(P("d.mp2"), AudioFileWrite), 0);
+    WriteAll(o, MemTone(0.5));
+  }
+  EXPECT_NEAR(GetAudioLengthSecs(P("d.mp2")), 0.5, 0.1);
+}
+
+TEST_F(NctTest, WriteFailuresReportByResult) {
+  auto src = MemTone(0.1);
+  CAudioNCT o;
+  EXPECT_EQ(o.WriteAudioData(src.data(), 400), -1);  // nothing open
+  o.SetWriteIndirect(true);
+  EXPECT_EQ(o.WriteAudioData(src.data(), 400), -1);  // no WAV object
+  o.SetWriteIndirect(false);
+  // A folder that doesn't exist: no temporary name.
+  o.SetFileFormat(FormatMP2, 44100, 128, 2, 17);
+  EXPECT_EQ(o.OpenAudioFile(P("nowhere/x.mp2"), AudioFileWrite), -1);
+  EXPECT_EQ(o.AudioFileName(), "");
+  // A format the encoder refuses: a warning to the parent and the component's number.
+  auto sink = std::make_shared<WarningSink>();
+  o.SetParent(sink);
+  o.SetFileFormat(FormatMP2, 11025, 128, 2, 17);
+  int32_t rc = o.OpenAudioFile(P("x.mp2"), AudioFileWrite);
+  EXPECT_GT(rc, 0);
+  ASSERT_EQ(sink->aWarnings.size(), 1u);
+  EXPECT_EQ(sink->aWarnings[0].Number, 2);
+  EXPECT_EQ(sink->aWarnings[0].source, "CAudioNCT.OpenWriteFile");
+  EXPECT_EQ(sink->aWarnings[0].Description.rfind("Cannot open segment:\r\n", 0), 0u);
+  EXPECT_EQ(o.WriteAudioData(src.data(), 400), -1);
+  o.CloseAudioFile();
+  EXPECT_FALSE(fs::exists(P("x.mp2")));
+}
+
+// Indirect writes: a WAV file first, then the copier makes the final file. Each format
+// at two rates and bit rates reads back to the length written, and GetAudioLengthSecs
+// agrees.
+TEST_F(NctTest, IndirectWritesRunTheCopier) {
+  struct Case {
+    int type, rate, kbps, ch;
+    const char* name;
+    const char* codec;
+  } cases[] = {{FormatMP3, 22050, 32, 1, "a.mp3", "mp3"},   {FormatMP3, 44100, 128, 2, "b.mp3", "mp3"},
+               {FormatMP2, 22050, 64, 2, "a.mp2", "mp2"},   {FormatMP2, 48000, 192, 1, "b.mp2", "mp2"},
+               {FormatOGG, 22050, 48, 2, "a.ogg", "vorbis"}, {FormatOGG, 44100, 128, 1, "b.ogg", "vorbis"}};
+  auto src = MemTone(1.5);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto o = std::dynamic_pointer_cast<CAudioNCT>(ChooseAudioClass(c.type));
+    ASSERT_TRUE(o);
+    o->SetWriteIndirect(true);
+    o->SetFileFormat(c.type, c.rate, c.kbps, c.ch, 17);
+    o->SetMemFormat(GetMemFormat());
+    ASSERT_EQ(o->OpenAudioFile(P(c.name), AudioFileWrite), 0);
+    ASSERT_TRUE(o->WavFile());
+    EXPECT_TRUE(o->AudioOpen());
+    std::string sTemp = o->RecordedFileName();
+    EXPECT_EQ(fs::path(sTemp).extension(), ".wav");
+    EXPECT_EQ(WriteAll(*o, src), 88200);
+    EXPECT_NEAR(o->CurrentPosition(), 1.5, 0.01);
+    EXPECT_EQ(o->CloseAudioFile(), 0);
+    EXPECT_FALSE(fs::exists(sTemp));
+    auto m = Probe(P(c.name));
+    EXPECT_EQ(m["codec_name"], c.codec);
+    EXPECT_EQ(m["sample_rate"], std::to_string(c.rate));
+    EXPECT_EQ(m["channels"], std::to_string(c.ch));
+    EXPECT_NEAR(std::atof(m["bit_rate"].c_str()) / 1000, c.kbps, c.kbps * 0.1);
+    double dSecs = GetAudioLengthSecs(P(c.name));
+    EXPECT_NEAR(dSecs, 1.5, 0.1);
+    auto r = std::dynamic_pointer_cast<CAudioNCT>(ChooseAudioClass(c.type));
+    r->SetMemFormat(GetMemFormat());
+    ASSERT_EQ(r->OpenAudioFile(P(c.name), AudioFileRead), 0);
+    EXPECT_TRUE(r->IsSameFormat(o.get()));  // the file's values replace the object's
+    EXPECT_NEAR(ReadAll(*r) / 176400.0, dSecs, 0.1);
+  }
+}
+
+// An indirect write that is never closed leaves neither the final file nor its WAV.
+TEST_F(NctTest, AbandonedIndirectWriteLeavesNothing) {
+  std::string sTemp;
+  {
+    CAudioNCT o;
+    o.SetWriteIndirect(true);
+    o.SetFileFormat(FormatMP3, 44100, 128, 2, 17);
+    ASSERT_EQ(o.OpenAudioFile(P("x.mp3"), AudioFileWrite), 0);
+    WriteAll(o, MemTone(0.3));
+    sTemp = o.RecordedFileName();
+  }
+  EXPECT_FALSE(fs::exists(sTemp));
+  EXPECT_FALSE(fs::exists(P("x.mp3")));
+}
+
+TEST_F(NctTest, GetAudioLengthSecs) {
+  WriteFile("empty.wav", "");
+  WriteFile("text.ogg", std::string(2000, 'x'));
+  EXPECT_EQ(GetAudioLengthSecs(P("missing.mp3")), -1.0);
+  EXPECT_EQ(GetAudioLengthSecs(P("empty.wav")), -1.0);
+  EXPECT_EQ(GetAudioLengthSecs(P("text.ogg")), -1.0);
+  for (auto [name, opts] : {std::pair{"a.mp3", "-c:a libmp3lame -b:a 64k"}, std::pair{"a.wma", "-c:a wmav2 -b:a 64k"},
+                            std::pair{"a.ogg", "-c:a libvorbis"}, std::pair{"a.wav", "-c:a adpcm_ima_wav"}}) {
+    SCOPED_TRACE(name);
+    MakeSource(name, opts, 1.25);
+    double dProbe = std::atof(Probe(P(name))["format_duration"].c_str());
+    EXPECT_NEAR(GetAudioLengthSecs(P(name)), 1.25, 0.1);
+    EXPECT_NEAR(GetAudioLengthSecs(P(name)), dProbe, 0.1);
+  }
+}
+
+}  // namespace
