@@ -30,13 +30,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string s(reinterpret_cast<const char*>(data + 1), size - 1);
   CLog log;
   try {
-    switch (sel % 10) {
+    // The whole-file case writes through fsync'd renames and is slow: keep it rare.
+    switch (sel % 32 == 31 ? 9 : sel % 8) {
       case 0: log.DecodeGeneral(s); break;
       case 1: log.DecodeLogSettings(s); break;
       case 2: log.DecodeSilence(s); break;
       case 3: log.DecodeDAB(s); break;
       case 4: log.DecodeLogicLines(s); break;
-      case 5: log.DecodeSerial(static_cast<int32_t>(sel) - 128, s); break;
+      case 5: log.DecodeSerial(static_cast<int32_t>(sel) - 100, s); break;
       case 6: log.DecodeComments(s); break;
       case 7: {
         LogInfo li;
@@ -51,7 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         ConfigAccess::ClearCache();
         log.LoadLog("D:\\L", -1);
-        log.SaveLog("D:\\L", -1);
+        // Every key write is a flushed rename: the writer runs on a small share of inputs.
+        if (sel == 255) log.SaveLog("D:\\L", -1);
         break;
       }
     }

@@ -155,7 +155,7 @@ class CLog : public IKNSettingsCallback {
   void SaveLog(const std::string& LogPath, int32_t eSaveFlags);
   void SaveLogDefaults(const std::string& LogPath, const CLog& oLog, int32_t eSaveFlags);
   // The settings file of a folder, as a path of this machine: "Kestrane.ini", or a file
-  // of that name in another case if the folder holds one.
+  // of that name in another case if the folder holds one; "" for an empty LogPath.
   static std::string SettingsFile(const std::string& LogPath);
 
   // Section decoders. Each takes the section as the profile read gives it: entries ended

@@ -69,6 +69,7 @@ std::string ThreeDigits(int32_t n) { return fmt::format("{:03d}", n); }
 }  // namespace
 
 std::string CLog::SettingsFile(const std::string& LogPath) {
+  if (LogPath.empty()) return "";  // no folder: no file (never one at the file-system root)
   std::string folder = Machine::TranslatePath(LogPath);
   while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
   std::string exact = folder + "/Kestrane.ini";

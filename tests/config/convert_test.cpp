@@ -70,15 +70,3 @@ TEST(FlagTest, OnlyOneIsTrue) {
   EXPECT_FALSE(Flag(""));
 }
 
-TEST(TextTest, TrimRemovesBlanksNotTabs) {
-  EXPECT_EQ(TrimBlanks("  a b  "), "a b");
-  EXPECT_EQ(TrimBlanks("\ta\t"), "\ta\t");
-  EXPECT_EQ(TrimBlanks("   "), "");
-  EXPECT_TRUE(IsDigits("0123"));
-  EXPECT_FALSE(IsDigits("12a3"));
-  EXPECT_FALSE(IsDigits(""));
-  EXPECT_EQ(SingleText(2.0f), "2");
-  EXPECT_EQ(SingleText(2.5f), "2.5");
-  EXPECT_EQ(static_cast<float>(Val(SingleText(0.1f))), 0.1f);
-  EXPECT_EQ(static_cast<float>(Val(SingleText(59.9f))), 59.9f);
-}

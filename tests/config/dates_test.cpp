@@ -55,17 +55,6 @@ TEST(DaySerialTest, KnownDaysAndRollOver) {
   EXPECT_EQ(log.GetDayFromSerial(""), 0);
 }
 
-TEST(LogInfoTest, SecondsAndRecords) {
-  LogInfo li(40251, 13, 5);
-  EXPECT_FLOAT_EQ(li.SecondsOfDay(60), 13 * 3600 + 300);
-  SDTime t = li.ToSDTime(90);
-  EXPECT_EQ(t.Date, 40251);
-  EXPECT_FLOAT_EQ(t.Seconds, 13 * 3600 + 450);
-  auto c = li.Copy();
-  c->Hour = 2;
-  EXPECT_EQ(li.Hour, 13);
-}
-
 TEST(LogInfoTest, AddHoursRollsOverDays) {
   LogInfo li(40251, 13, 7);
   auto a = li.AddHours(1008);  // 42 days

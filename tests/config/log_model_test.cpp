@@ -298,9 +298,3 @@ TEST_F(LogModelTest, SerialCountKeepsEntries) {
   EXPECT_EQ(log.SerialCount(), 3);
 }
 
-TEST_F(LogModelTest, ClearOnlyEmptiesTheName) {
-  log.LoadDefaults(-1);
-  log.Clear();
-  EXPECT_EQ(log.Name(), "");
-  EXPECT_EQ(log.StandardHours(), 48);
-}

@@ -117,15 +117,3 @@ TEST_F(LogListTest, ClearTerminatesAndCopyIsIndependent) {
   EXPECT_EQ(CLogList().Copy()->Count(), 0);
 }
 
-TEST_F(LogListTest, AddKeepsBothHalvesTogether) {
-  CLogList list;
-  auto log = std::make_shared<CLog>();
-  auto stream = std::make_shared<CStream>();
-  list.Add(log, stream);
-  list.Add(nullptr, nullptr);
-  EXPECT_EQ(list.Count(), 2);
-  EXPECT_EQ(list.Log(1), log);
-  EXPECT_EQ(list.Stream(1), stream);
-  EXPECT_EQ(list.Log(2), nullptr);
-  list.Clear();
-}

@@ -30,6 +30,8 @@ TEST_F(SettingsFileTest, MissingFileLeavesDefaultsOnlyWithTheDefaultsBit) {
   EXPECT_FALSE(b.LoadLog(kPath, 15 | CLog::lfDefaults));
   EXPECT_EQ(b.StandardHours(), 48);
   EXPECT_NE(Trace().find("Exit CLog::LoadLog (kestrane.ini does not exist)"), std::string::npos);
+  CLog c;
+  EXPECT_FALSE(c.LoadLog("", 15));
 }
 
 TEST_F(SettingsFileTest, TypicalFile) {
