@@ -11,6 +11,8 @@
 #include "engine/StopSignals.h"
 #include "engine/frmProcessLogs.h"
 #include "support/AppGlobal.h"
+#include "ui/QtMsgBox.h"
+#include "ui/frmProcessLogsWindow.h"
 
 namespace {
 
@@ -38,6 +40,19 @@ int main(int argc, char** argv) {
   else
     pApp = std::make_unique<QCoreApplication>(s_iQtArgc, s_apQtArgv);
 
+  // With a display the form gets its window, and message boxes are real ones (unless the
+  // platform draws for nobody, as offscreen does: then they answer at once).
+  std::unique_ptr<frmProcessLogsWindow> pWindow;
+  if (auto* pGui = qobject_cast<QApplication*>(pApp.get())) {
+    // The form decides when the program ends, not the last window.
+    pGui->setQuitOnLastWindowClosed(false);
+    QtMsgBox::Install();
+    SetViewFactory([&pWindow](frmProcessLogs& oForm) -> IProcessorView* {
+      pWindow = std::make_unique<frmProcessLogsWindow>(oForm);
+      return pWindow.get();
+    });
+  }
+
   StopSignals oStop;
   oStop.Install();
 
@@ -49,6 +64,8 @@ int main(int argc, char** argv) {
     QObject::connect(pForm, &frmProcessLogs::Unloaded, pApp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
     if (pForm->IsLoaded()) iResult = pApp->exec();
+    pForm->SetView(nullptr);
+    pWindow.reset();
     ReleaseMainForm();
   }
   return iResult;

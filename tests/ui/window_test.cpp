@@ -1,0 +1,575 @@
+#include <gtest/gtest.h>
+
+#include <QLabel>
+#include <QListWidget>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScreen>
+#include <QToolButton>
+#include <QTreeView>
+#include <QHeaderView>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/Globals.h"
+#include "engine/frmProcessLogs.h"
+#include "support/AppGlobal.h"
+#include "support/Clock.h"
+#include "support/DebugMsg.h"
+#include "support/MsgBox.h"
+#include "support/VbDate.h"
+#include "ui/TabFrame.h"
+#include "ui/WorkListModel.h"
+#include "ui/frmProcessLogsWindow.h"
+#include "ui/UiTestUtil.h"
+
+namespace {
+
+double At(int iHour, int iMinute) { return VbDate::Make({2026, 11, 23, iHour, iMinute, 0}); }
+
+// What the window showed at one moment.
+struct Snapshot {
+  std::string sCurrentFile;
+  std::string sAllDone;
+  bool bOpenShown = false;  // fraActive
+  bool bDoneShown = false;  // picDone
+  bool bRestartEnabled = false;
+  bool bMinimised = false;
+  int iFile = -1;
+  int iLog = -1;
+  int iRows = 0;
+};
+
+// The real window, noting what it shows each time the engine sets a caption.
+class ProbeWindow : public frmProcessLogsWindow {
+ public:
+  using frmProcessLogsWindow::frmProcessLogsWindow;
+  std::vector<Snapshot> aFileCaptions;
+  std::vector<Snapshot> aAllDoneCaptions;
+
+  void SetCurrentFileCaption(const std::string& s) override {
+    frmProcessLogsWindow::SetCurrentFileCaption(s);
+    aFileCaptions.push_back(Take());
+  }
+  void SetAllDoneCaption(const std::string& s) override {
+    frmProcessLogsWindow::SetAllDoneCaption(s);
+    aAllDoneCaptions.push_back(Take());
+  }
+  Snapshot Take() const {
+    Snapshot o;
+    o.sCurrentFile = lblCurrentFile->text().toStdString();
+    o.sAllDone = lblAllDone->text().toStdString();
+    o.bOpenShown = fraActive.Visible();
+    o.bDoneShown = picDone.Visible();
+    o.bRestartEnabled = cmdRestart->isEnabled();
+    o.bMinimised = isMinimized();
+    o.iFile = prgFile->value();
+    o.iLog = prgLog->value();
+    o.iRows = lvwItemsModel().rowCount();
+    return o;
+  }
+  const Snapshot* FirstWithFile(const std::string& s) const {
+    for (const auto& o : aFileCaptions)
+      if (o.sCurrentFile == s) return &o;
+    return nullptr;
+  }
+};
+
+struct Answered {
+  std::string sText;
+  int32_t lStyle;
+};
+
+}  // namespace
+
+class WindowTest : public TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    UiApp();
+    DebugLog::ResetForTesting();
+    AppGlobal::SetDebugMode(5);
+    AppGlobal::SetCommandLine("");
+    sLogListLoc = kDefaultLogListLoc;
+    UseExceptionHandler = false;
+    Clock::SetFixed(At(10, 5));
+  }
+  void TearDown() override {
+    if (m_pForm) m_pForm->SetView(nullptr);
+    m_pWindow.reset();
+    m_pForm.reset();
+    SetMsgBoxHandler(nullptr);
+    Clock::Reset();
+    AppGlobal::SetDebugMode(0);
+    TempRootTest::TearDown();
+  }
+
+  void WriteRegistry(const std::string& sText) {
+    WriteFile("registry.reg", sText);
+    ConfigAccess::ClearCache();
+  }
+  void WriteLoggers(int iCount, int iPrepareMs, int iProcessMs) {
+    WriteRegistry(RegistryWithLoggers(iCount, iPrepareMs, iProcessMs));
+    for (int i = 1; i <= iCount; ++i)
+      WriteFile(fmt::format("drive_d/Kestrane/Logger{}/Kestrane.ini", i),
+                fmt::format("[General]\r\nName=Studio {}\r\n", i));
+  }
+  // The form with its window, not yet loaded.
+  void MakeForm() {
+    m_pForm = std::make_unique<frmProcessLogs>();
+    m_pWindow = std::make_unique<ProbeWindow>(*m_pForm);
+    m_pForm->SetView(m_pWindow.get());
+    QObject::connect(m_pForm.get(), &frmProcessLogs::Unloaded, [this] { m_bUnloaded = true; });
+  }
+  void Load(const std::string& sCommandLine) {
+    AppGlobal::SetCommandLine(sCommandLine);
+    MakeForm();
+    m_pForm->Load();
+  }
+  std::string Trace() const {
+    const std::string sFile = DebugLog::CurrentFile();
+    return ReadFile(sFile.substr(Root().size() + 1));
+  }
+  std::string SavedPlacement() {
+    ConfigAccess::ClearCache();
+    return ConfigAccess::GetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", "");
+  }
+  static QRect ScreenTwips() {
+    const QRect o = QGuiApplication::primaryScreen()->geometry();
+    return QRect(PixelsToTwips(o.left()), PixelsToTwips(o.top()), PixelsToTwips(o.width()),
+                 PixelsToTwips(o.height()));
+  }
+  // Where a box of this size stands in the middle of the screen, to the pixel.
+  static int Centred(int iScreen, int iSize) { return PixelsToTwips(TwipsToPixels((iScreen - iSize) / 2)); }
+  // Answers every message box with lAnswer and notes what was asked.
+  void AnswerBoxes(int32_t lAnswer) {
+    SetMsgBoxHandler([this, lAnswer](const std::string& sText, int32_t lStyle, const std::string&) {
+      m_aAsked.push_back({sText, lStyle});
+      return lAnswer;
+    });
+  }
+
+  std::unique_ptr<frmProcessLogs> m_pForm;
+  std::unique_ptr<ProbeWindow> m_pWindow;
+  bool m_bUnloaded = false;
+  std::vector<Answered> m_aAsked;
+};
+
+// ---- The layouts through a cycle.
+
+TEST_F(WindowTest, LoadShowsTheClosedBoxInTheMiddleOfTheScreenAndItCannotBeSized) {
+  Load("");
+  ProbeWindow& w = *m_pWindow;
+  ASSERT_TRUE(w.isVisible());
+  EXPECT_EQ(w.windowTitle(), "Log Processor");
+  EXPECT_EQ(w.SSTab1->TabCaption(), "Current Task");
+  EXPECT_EQ(w.SSTab2->TabCaption(), "Actions");
+  EXPECT_FALSE(w.SSTab2.Visible());
+  EXPECT_TRUE(w.picDone.Visible());
+  EXPECT_FALSE(w.fraActive.Visible());
+  EXPECT_EQ(w.lblAllDone->text(), "Loading Logs...");
+  EXPECT_EQ(w.lblAllDone->font().family(), "Verdana");
+  EXPECT_FALSE(w.cmdRestart->isEnabled());
+
+  const QRect oScreen = ScreenTwips();
+  EXPECT_EQ(w.FormWidth(), 7980);
+  EXPECT_EQ(w.FormHeight(), 3000);
+  EXPECT_EQ(w.FormLeft(), Centred(oScreen.width(), 7980));
+  EXPECT_EQ(w.FormTop(), Centred(oScreen.height(), 3000));
+  const QSize oBox = w.size();
+  w.resize(oBox.width() + 100, oBox.height() + 80);
+  EXPECT_EQ(w.size(), oBox);
+  w.resize(oBox.width() - 100, oBox.height() - 80);
+  EXPECT_EQ(w.size(), oBox);
+  EXPECT_TRUE(w.uHWndGrab1.LimitSize());
+  EXPECT_EQ(w.uHWndGrab1.MinWidth(), 7980);
+  EXPECT_EQ(w.uHWndGrab1.MaxHeight(), 3000);
+
+  // No loggers: the box says so, and the restart button starts the next load.
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  EXPECT_EQ(w.lblAllDone->text(), "NO LOGS FOUND!");
+  EXPECT_TRUE(w.cmdRestart->isEnabled());
+  EXPECT_TRUE(w.picDone.Visible());
+  w.cmdRestart->click();
+  EXPECT_EQ(w.lblAllDone->text(), "Loading Logs...");
+  EXPECT_FALSE(w.cmdRestart->isEnabled());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_FALSE(m_pForm->tmrWait.isActive());
+  // The restart leaves the window closed until loggers have been found.
+  EXPECT_TRUE(w.picDone.Visible());
+  EXPECT_EQ(w.FormHeight(), 3000);
+}
+
+TEST_F(WindowTest, ACycleOpensTheWindowAndLeavesItClosedAndMinimised) {
+  WriteLoggers(1, 10, 10);
+  Load("/KEEPALIVE");
+  ProbeWindow& w = *m_pWindow;
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+
+  // While the list was prepared the window was open, at the form's design size (no
+  // place was saved yet), with both bars at 0.
+  const Snapshot* pPrepare = w.FirstWithFile("Preparing Lists ...");
+  ASSERT_NE(pPrepare, nullptr);
+  EXPECT_TRUE(pPrepare->bOpenShown);
+  EXPECT_FALSE(pPrepare->bDoneShown);
+  EXPECT_EQ(pPrepare->sAllDone, "Processing...");
+  EXPECT_FALSE(pPrepare->bRestartEnabled);
+  EXPECT_FALSE(pPrepare->bMinimised);
+  EXPECT_EQ(pPrepare->iFile, 0);
+  EXPECT_EQ(pPrepare->iLog, 0);
+
+  // The end of the list: the captions in order, the bars full, then the closed box.
+  std::vector<std::string> aEnd;
+  for (const auto& o : w.aFileCaptions)
+    if (o.sCurrentFile != "Preparing Lists ..." && o.sCurrentFile.rfind("Preparing Lists... ", 0) != 0)
+      aEnd.push_back(o.sCurrentFile);
+  ASSERT_GE(aEnd.size(), 3u);
+  EXPECT_EQ(std::vector<std::string>(aEnd.end() - 3, aEnd.end()),
+            (std::vector<std::string>{"Removing empty folders", "Processing Complete", ""}));
+  EXPECT_EQ(w.FirstWithFile("Processing Complete")->iFile, 100);
+  EXPECT_EQ(w.FirstWithFile("Processing Complete")->iLog, 100);
+  EXPECT_TRUE(w.isMinimized());
+  EXPECT_TRUE(w.picDone.Visible());
+  EXPECT_FALSE(w.fraActive.Visible());
+  EXPECT_EQ(w.lblAllDone->text(), "Log Processing Complete");
+  EXPECT_TRUE(w.cmdRestart->isEnabled());
+  EXPECT_EQ(w.FormWidth(), 7980);
+  EXPECT_EQ(w.FormHeight(), 3000);
+
+  // Leaving the open layout saved its place: the design size in the middle.
+  const QRect oScreen = ScreenTwips();
+  const int iFrameWidth = w.FormWidth() - w.ScaleWidth();
+  const int iFrameHeight = w.FormHeight() - w.ScaleHeight();
+  EXPECT_EQ(SavedPlacement(),
+            fmt::format("{},{},{},{},0", Centred(oScreen.width(), 7710 + iFrameWidth),
+                        Centred(oScreen.height(), 5490 + iFrameHeight), 7710 + iFrameWidth, 5490 + iFrameHeight));
+
+  // The next hour's cycle opens the window again where it was.
+  Clock::SetFixed(At(11, 5));
+  m_pForm->tmrWait_Timer();
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->ProcessorActive(); }));
+  EXPECT_FALSE(w.isMinimized());
+  EXPECT_TRUE(w.fraActive.Visible());
+  EXPECT_EQ(w.ScaleWidth(), 7710);
+  EXPECT_EQ(w.ScaleHeight(), 5490);
+  EXPECT_FALSE(w.uHWndGrab1.LimitSize());
+}
+
+// ---- The work list.
+
+TEST_F(WindowTest, TheListShowsTheEnginesRowsInItsOrderWithTheSortColumnHidden) {
+  MakeForm();
+  ProbeWindow& w = *m_pWindow;
+  QTreeView& oView = *w.lvwItems.Get();
+  WorkListModel& oModel = w.lvwItemsModel();
+  ASSERT_EQ(oModel.columnCount(), 5);
+  for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(oModel.headerData(i, Qt::Horizontal).toString().toStdString(), WorkList::kColumnHeaders[i]);
+  EXPECT_EQ(oModel.headerData(0, Qt::Horizontal).toString(), "Log Name");
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(oView.columnWidth(i), 96) << i;
+  EXPECT_TRUE(oView.isColumnHidden(4));
+  EXPECT_FALSE(oView.isColumnHidden(3));
+
+  WorkList& oRows = m_pForm->lvwItems;
+  auto fnAdd = [&](const char* sName, const char* sAction, const char* sEfficiency) {
+    WorkListRow oRow;
+    oRow.sKey = std::string(sName) + sEfficiency;
+    oRow.sText = sName;
+    oRow.SubItem(WorkListRow::kLogTime) = "2026-11-20 13:00:00";
+    oRow.SubItem(WorkListRow::kActionTime) = "2026-11-21 13:00:00";
+    oRow.SubItem(WorkListRow::kAction) = sAction;
+    oRow.SubItem(WorkListRow::kEfficiency) = sEfficiency;
+    oRow.SubItem(WorkListRow::kLogTimeSerial) = "46800";
+    oRows.Add(oRow);
+    w.RowsChanged();
+  };
+  fnAdd("Studio A", "Standardise", "P050");
+  fnAdd("Studio B", "Delete", "P100");
+  fnAdd("Studio C", "Archive", "N005");
+  fnAdd("Studio D", "Standardise", "P037");
+  ASSERT_EQ(oModel.rowCount(), 4);
+  EXPECT_EQ(oModel.index(0, 0).data().toString(), "Studio A");
+  oRows.SortByEfficiencyDescending();
+  oRows.Select(1);
+  w.RowsChanged();
+  std::vector<std::string> aOrder;
+  for (int i = 0; i < oModel.rowCount(); ++i)
+    aOrder.push_back(oModel.index(i, 0).data().toString().toStdString() + "/" +
+                     oModel.index(i, 4).data().toString().toStdString());
+  EXPECT_EQ(aOrder, (std::vector<std::string>{"Studio B/P100", "Studio A/P050", "Studio D/P037", "Studio C/N005"}));
+  EXPECT_EQ(oModel.index(0, 1).data().toString(), "2026-11-20 13:00:00");
+  EXPECT_EQ(oModel.index(0, 2).data().toString(), "2026-11-21 13:00:00");
+  EXPECT_EQ(oModel.index(0, 3).data().toString(), "Delete");
+  ASSERT_EQ(oView.selectionModel()->selectedRows().size(), 1);
+  EXPECT_EQ(oView.selectionModel()->selectedRows().front().row(), 0);
+
+  // The finished row leaves; the engine's selection follows its row.
+  oRows.Remove(1);
+  w.RowsChanged();
+  ASSERT_EQ(oModel.rowCount(), 3);
+  EXPECT_EQ(oModel.index(0, 0).data().toString(), "Studio A");
+  EXPECT_TRUE(oView.selectionModel()->selectedRows().isEmpty());
+  // A row picked in the window is the list's selected row.
+  oView.selectionModel()->select(oModel.index(2, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+  EXPECT_EQ(oRows.Selected(), 3);
+  // A row that the engine removed before it said so reads empty, not out of range.
+  oRows.Remove(3);
+  EXPECT_FALSE(oModel.index(2, 0).data().isValid());
+  oRows.Clear();
+  w.RowsChanged();
+  EXPECT_EQ(oModel.rowCount(), 0);
+}
+
+TEST_F(WindowTest, EngineFeedsCaptionsAndBarsAsGiven) {
+  MakeForm();
+  ProbeWindow& w = *m_pWindow;
+  EXPECT_EQ(w.Label5->text(), "File currently being processed");
+  EXPECT_EQ(w.Label2->text(), "Progress of the current file");
+  EXPECT_EQ(w.Label3->text(), "Progress of the current hour");
+  EXPECT_EQ(w.cmdInsertList->toolTip(), "Create a manual list");
+  EXPECT_EQ(w.cmdInsertListNow->toolTip(), "Create a manual list for immediate execution");
+  EXPECT_FALSE(w.cmdRestart->icon().isNull());
+  EXPECT_FALSE(w.cmdInsertList->icon().isNull());
+  EXPECT_FALSE(w.cmdInsertListNow->icon().isNull());
+  // A file name is text, never markup.
+  w.SetCurrentFileCaption("<b>130000A.wav</b> - 2026-11-20 13:00:00");
+  EXPECT_EQ(w.lblCurrentFile->text(), "<b>130000A.wav</b> - 2026-11-20 13:00:00");
+  EXPECT_EQ(w.lblCurrentFile->textFormat(), Qt::PlainText);
+  w.SetFileProgress(42);
+  w.SetLogProgress(7);
+  EXPECT_EQ(w.prgFile->value(), 42);
+  EXPECT_EQ(w.prgLog->value(), 7);
+  w.SetFileProgress(250);
+  w.SetLogProgress(-3);
+  EXPECT_EQ(w.prgFile->value(), 100);
+  EXPECT_EQ(w.prgLog->value(), 0);
+}
+
+// ---- Closing.
+
+TEST_F(WindowTest, ClosingDuringACycleAsksAndOnlyYesEndsIt) {
+  WriteLoggers(1, 60000, 10);  // the preparation's first tick is a minute away
+  Load("/KEEPALIVE");
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrPrepareLists.isActive(); }));
+  ProbeWindow& w = *m_pWindow;
+
+  AnswerBoxes(vbNo);
+  EXPECT_FALSE(w.close());
+  ASSERT_EQ(m_aAsked.size(), 1u);
+  EXPECT_EQ(m_aAsked[0].sText, "Are you sure you want to close the Log Processor?");
+  EXPECT_EQ(m_aAsked[0].lStyle, 36);
+  EXPECT_TRUE(w.isVisible());
+  EXPECT_FALSE(m_pForm->m_bShutdown);
+  EXPECT_FALSE(m_pForm->m_bUnloadRequested);
+  EXPECT_TRUE(m_pForm->tmrPrepareLists.isActive());
+
+  // Yes: the window stays until the running timer brings the form down.
+  AnswerBoxes(vbYes);
+  EXPECT_FALSE(w.close());
+  EXPECT_EQ(m_aAsked.size(), 2u);
+  EXPECT_TRUE(w.isVisible());
+  EXPECT_TRUE(m_pForm->m_bShutdown);
+  EXPECT_TRUE(m_pForm->m_bUnloadRequested);
+  EXPECT_FALSE(m_bUnloaded);
+  m_pForm->tmrPrepareLists.start(0);
+  ASSERT_TRUE(RunUntil([&] { return m_bUnloaded; }));
+  EXPECT_FALSE(w.isVisible());
+  EXPECT_EQ(m_aAsked.size(), 2u);
+}
+
+TEST_F(WindowTest, ClosingOutsideACycleClosesAtOnceAndKeepsTheNormalPlace) {
+  Load("");
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ProbeWindow& w = *m_pWindow;
+  AnswerBoxes(vbNo);
+  EXPECT_TRUE(w.close());
+  EXPECT_TRUE(m_aAsked.empty());
+  EXPECT_TRUE(m_bUnloaded);
+  EXPECT_FALSE(w.isVisible());
+  // The window was in its normal state: the unload saved its place (the closed box).
+  const QRect oScreen = ScreenTwips();
+  EXPECT_EQ(SavedPlacement(), fmt::format("{},{},7980,3000,0", Centred(oScreen.width(), 7980),
+                                          Centred(oScreen.height(), 3000)));
+}
+
+TEST_F(WindowTest, AMinimisedWindowLeavesTheSavedPlaceAloneAtUnload) {
+  MakeForm();
+  ProbeWindow& w = *m_pWindow;
+  w.show();
+  w.SetProcessorActive(true);
+  w.MoveForm(1500, 900, 9000, 6000);
+  w.SaveWindowPosition();
+  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,0");
+  w.MoveForm(3000, 1500, 9000, 6000);
+  w.Minimise();
+  ASSERT_TRUE(w.isMinimized());
+  w.SaveWindowPosition();
+  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,0");
+}
+
+// ---- The saved position.
+
+TEST_F(WindowTest, OpeningRestoresThePlaceSavedWhenTheOpenLayoutWasLeft) {
+  MakeForm();
+  ProbeWindow& w = *m_pWindow;
+  w.show();
+  w.SetProcessorActive(true);
+  w.MoveForm(1500, 900, 9000, 6000);
+  ASSERT_EQ(w.FormWidth(), 9000);
+  w.SetProcessorActive(false);
+  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,0");
+  EXPECT_EQ(w.FormWidth(), 7980);
+  EXPECT_EQ(w.FormHeight(), 3000);
+
+  // A second close saves nothing.
+  ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", "15,30,6000,4500,0");
+  w.SetProcessorActive(false);
+  EXPECT_EQ(SavedPlacement(), "15,30,6000,4500,0");
+
+  w.SetProcessorActive(true);
+  EXPECT_EQ(w.FormLeft(), 15);
+  EXPECT_EQ(w.FormTop(), 30);
+  EXPECT_EQ(w.FormWidth(), 6000);
+  EXPECT_EQ(w.FormHeight(), 4500);
+  EXPECT_TRUE(w.fraActive.Visible());
+  EXPECT_FALSE(w.picDone.Visible());
+  // Open, the window can be sized freely.
+  w.resize(700, 520);
+  EXPECT_EQ(w.size(), QSize(700, 520));
+}
+
+TEST_F(WindowTest, APlaceOffTheScreensOrADamagedValueIsNotRestored) {
+  MakeForm();
+  ProbeWindow& w = *m_pWindow;
+  w.show();
+  const QRect oScreen = ScreenTwips();
+  ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", "-150000,-150000,9000,6000,0");
+  w.SetProcessorActive(true);
+  EXPECT_EQ(w.FormWidth(), 9000);
+  EXPECT_EQ(w.FormHeight(), 6000);
+  EXPECT_EQ(w.FormLeft(), Centred(oScreen.width(), 9000));
+  w.SetProcessorActive(false);
+  for (const char* sBad : {"abc", "1,2,3", "0,0,9000,6000,0,7", "0,0,0,0,0", "0,0,-9000,6000,0"}) {
+    ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", sBad);
+    w.SetProcessorActive(true);
+    EXPECT_EQ(w.ScaleWidth(), 7710) << sBad;
+    EXPECT_EQ(w.ScaleHeight(), 5490) << sBad;
+    ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", sBad);
+    w.SetProcessorActive(false);
+  }
+}
+
+TEST_F(WindowTest, AMaximisedWindowOpensMaximisedAgain) {
+  MakeForm();
+  ProbeWindow& w = *m_pWindow;
+  w.show();
+  w.SetProcessorActive(true);
+  w.MoveForm(1500, 900, 9000, 6000);
+  w.showMaximized();
+  w.SetProcessorActive(false);
+  // The place is the normal one; the state is kept beside it.
+  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,2");
+  w.SetProcessorActive(true);
+  EXPECT_TRUE(w.isMaximized());
+}
+
+// ---- Form_Resize.
+
+class ResizeTest : public WindowTest {
+ protected:
+  void SetUp() override {
+    WindowTest::SetUp();
+    MakeForm();
+    m_pWindow->show();
+    m_pWindow->SetProcessorActive(true);
+  }
+  // The horizontal positions that Form_Resize sets, for a client width.
+  void ExpectHorizontal(int SW) {
+    ProbeWindow& w = *m_pWindow;
+    EXPECT_EQ(w.SSTab2.Left(), SW - 60 - 1290);
+    EXPECT_EQ(w.SSTab1.Width(), SW - 120);
+    EXPECT_EQ(w.fraActive.Width(), SW - 120 - 330);
+    for (const TwipControl* p : {static_cast<const TwipControl*>(&w.prgLog), static_cast<const TwipControl*>(&w.Label3),
+                                 static_cast<const TwipControl*>(&w.prgFile), static_cast<const TwipControl*>(&w.Label2),
+                                 static_cast<const TwipControl*>(&w.Label5), static_cast<const TwipControl*>(&w.lvwItems)})
+      EXPECT_EQ(p->Left(), 0);
+    EXPECT_EQ(w.prgLog.Width(), SW - 450);
+    EXPECT_EQ(w.prgFile.Width(), SW - 450);
+    EXPECT_EQ(w.lvwItems.Width(), SW - 450);
+    EXPECT_EQ(w.lblCurrentFile.Left(), 2175);
+    EXPECT_EQ(w.lblCurrentFile.Width(), SW - 450 - 2175);
+    EXPECT_EQ(w.picDone.Width(), SW - 120 - 360);
+    EXPECT_EQ(w.cmdRestart.Left(), SW - 480 - 735);
+  }
+  // The vertical positions, for a client height.
+  void ExpectVertical(int SH) {
+    ProbeWindow& w = *m_pWindow;
+    EXPECT_EQ(w.SSTab2.Height(), SH - 120);
+    EXPECT_EQ(w.picActions.Height(), SH - 120 - 600);
+    EXPECT_EQ(w.SSTab1.Height(), SH - 120);
+    const int iFrame = SH - 120 - 585;
+    EXPECT_EQ(w.fraActive.Height(), iFrame);
+    EXPECT_EQ(w.prgLog.Top(), iFrame - 255);
+    EXPECT_EQ(w.Label3.Top(), iFrame - 465);
+    EXPECT_EQ(w.prgFile.Top(), iFrame - 720);
+    EXPECT_EQ(w.Label2.Top(), iFrame - 930);
+    EXPECT_EQ(w.Label5.Top(), iFrame - 1185);
+    EXPECT_EQ(w.lblCurrentFile.Top(), iFrame - 1215);
+    EXPECT_EQ(w.lvwItems.Top(), 0);
+    EXPECT_EQ(w.lvwItems.Height(), SH - 1980);
+    EXPECT_EQ(w.picDone.Height(), SH - 120 - 600);
+    EXPECT_EQ(w.cmdRestart.Top(), SH - 720 - 735);
+  }
+};
+
+TEST_F(ResizeTest, TheListGrowsWithTheWindowAndTheBarsStayAtTheBottom) {
+  ProbeWindow& w = *m_pWindow;
+  w.resize(600, 450);
+  ExpectHorizontal(9000);
+  ExpectVertical(6750);
+  // The widgets follow the twips at 15 to a pixel.
+  EXPECT_EQ(w.lvwItems->geometry(), QRect(0, 0, 570, 318));
+  EXPECT_EQ(w.prgLog->geometry(), QRect(0, 386, 570, 17));
+  EXPECT_EQ(w.SSTab1->geometry(), QRect(4, 4, 592, 442));
+  const std::string sTrace = Trace();
+  EXPECT_NE(sTrace.find("Start Resize Event"), std::string::npos);
+  EXPECT_NE(sTrace.find("End Resize Event"), std::string::npos);
+}
+
+TEST_F(ResizeTest, ANarrowWindowLeavesTheHorizontalPositionsAlone) {
+  ProbeWindow& w = *m_pWindow;
+  w.resize(600, 450);
+  w.resize(199, 500);  // 2,985 twips wide
+  ExpectHorizontal(9000);
+  ExpectVertical(7500);
+  w.resize(200, 520);  // 3,000: the width counts again
+  ExpectHorizontal(3000);
+  ExpectVertical(7800);
+}
+
+TEST_F(ResizeTest, ALowWindowLeavesTheVerticalPositionsAlone) {
+  ProbeWindow& w = *m_pWindow;
+  w.resize(600, 450);
+  w.resize(640, 133);  // 1,995 twips high
+  ExpectHorizontal(9600);
+  ExpectVertical(6750);
+  w.resize(660, 134);  // 2,010
+  ExpectHorizontal(9900);
+  ExpectVertical(2010);
+  EXPECT_EQ(w.lvwItems.Height(), 30);
+}
+
+TEST_F(ResizeTest, AMinimisedWindowIsLeftAsItIs) {
+  ProbeWindow& w = *m_pWindow;
+  w.resize(600, 450);
+  w.Minimise();
+  ASSERT_TRUE(w.isMinimized());
+  const size_t iLines = Trace().size();
+  w.resize(700, 520);
+  w.Form_Resize();
+  EXPECT_EQ(Trace().size(), iLines);
+  ExpectHorizontal(9000);
+  ExpectVertical(6750);
+}
