@@ -66,6 +66,10 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
 
   bool ProcessorActive() const { return m_bProcessorActive; }
 
+  // Deletes the day folders of every logger in which no hour is left that still counts
+  // (frmProcessLogs_Tidyup.cpp). Called at the end of a processing pass.
+  void PerformFolderTidyup();
+
   // Warnings of the audio objects: the failure itself comes back through the result of
   // the call, and the trace holds the details, so the warning is taken and ignored.
   void NonFatalError(const CNVErr& oWarning) override;

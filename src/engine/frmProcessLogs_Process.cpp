@@ -4,6 +4,7 @@
 // Not written yet: the entry loop and the file step. What is here is the end of the run
 // for an exhausted list, so that the chain of timers is whole: notify the capture
 // process, close the window up, then wait for the next hour or unload.
+#include "config/CLogList.h"
 #include "engine/Globals.h"
 #include "engine/ProcessState.h"
 #include "engine/frmProcessLogs.h"
@@ -32,7 +33,13 @@ void frmProcessLogs::tmrProcess_Timer() {
     SetLogProgress(100);
     if (!m_bShutdown) {
       st.bGroupError = false;
+      for (int32_t i = 1; i <= LogList().Count(); ++i) {
+        auto oLog = LogList().Log(i);
+        auto oStream = LogList().Stream(i);
+        if (oLog && oStream) oLog->AddToServerLog(oStream->LogPath(), "Finished Archiving Audio", "");
+      }
       SetCurrentFileCaption("Removing empty folders");
+      PerformFolderTidyup();
       SetCurrentFileCaption("Processing Complete");
       SetCurrentFileCaption("");
       DebugMsg("Reduce Window size", -1, 0);
