@@ -35,6 +35,12 @@ int main(int argc, char** argv) {
   static char s_szName[] = "knlogproc";
   static char* s_apQtArgv[] = {s_szName, nullptr};
   std::unique_ptr<QCoreApplication> pApp;
+  // A display that can't be reached (a stale DISPLAY, a server gone) must not stop the
+  // processor: Qt then falls back to drawing for nobody, and the run goes on as it
+  // would headless.
+  const char* sPlatform = std::getenv("QT_QPA_PLATFORM");
+  if (HasDisplay() && !(sPlatform && *sPlatform))
+    setenv("QT_QPA_PLATFORM", std::getenv("WAYLAND_DISPLAY") ? "wayland;xcb;offscreen" : "xcb;offscreen", 1);
   if (HasDisplay())
     pApp = std::make_unique<QApplication>(s_iQtArgc, s_apQtArgv);
   else

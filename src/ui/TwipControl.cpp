@@ -8,6 +8,14 @@ int TwipsToPixels(int iTwips) {
   return iTwips >= 0 ? (iTwips + iHalf) / kTwipsPerPixel : -((-iTwips + iHalf) / kTwipsPerPixel);
 }
 
+QFont FormFont(const QFont& oBase) {
+  QFont oFont = oBase;
+  oFont.setFamilies({QStringLiteral("MS Sans Serif"), QStringLiteral("Microsoft Sans Serif"), QStringLiteral("Arial"),
+                     QStringLiteral("Liberation Sans"), QStringLiteral("DejaVu Sans Condensed")});
+  oFont.setPixelSize(10);
+  return oFont;
+}
+
 void TwipControl::Attach(QWidget* pWidget, int iLeft, int iTop, int iWidth, int iHeight) {
   m_pWidget = pWidget;
   Move(iLeft, iTop, iWidth, iHeight);

@@ -2,6 +2,7 @@
 // A control placed in twips, as the form designs give their geometry. The twips are the
 // truth; the widget follows at 15 twips a pixel. Resize arithmetic works on the twips, so
 // repeated resizes never drift by rounding.
+#include <QFont>
 #include <QRect>
 #include <QWidget>
 
@@ -12,6 +13,11 @@ constexpr int kTwipsPerPixel = 15;
 // Twips to pixels, to the nearest pixel.
 int TwipsToPixels(int iTwips);
 constexpr int PixelsToTwips(int iPixels) { return iPixels * kTwipsPerPixel; }
+
+// The forms were designed for 8-point MS Sans Serif, and their controls are sized for it.
+// This is the nearest font at hand, at a size that keeps the texts inside their controls
+// (a wider font would be cut off at their edges).
+QFont FormFont(const QFont& oBase);
 
 class TwipControl {
  public:

@@ -17,11 +17,15 @@
 
 #include <algorithm>
 
+#include <fmt/format.h>
+
 #include "engine/frmProcessLogs.h"
+#include "hours/CProcessEntryList.h"
 #include "support/DebugMsg.h"
 #include "ui/TabFrame.h"
 #include "ui/WindowPlacement.h"
 #include "ui/WorkListModel.h"
+#include "ui/frmManualList.h"
 
 namespace {
 
@@ -48,9 +52,7 @@ QLabel* MakeLabel(Control<QLabel>& oLabel, QWidget* pParent, int iLeft, int iTop
 frmProcessLogsWindow::frmProcessLogsWindow(frmProcessLogs& oForm, QWidget* pParent)
     : QWidget(pParent), uHWndGrab1(this), m_oForm(oForm) {
   setWindowTitle("Log Processor");
-  QFont oFont = font();
-  oFont.setPointSize(8);
-  setFont(oFont);
+  setFont(FormFont(font()));
   resize(TwipsToPixels(kDesignWidth), TwipsToPixels(kDesignHeight));
   CreateControls();
 
@@ -78,6 +80,8 @@ void frmProcessLogsWindow::CreateControls() {
   cmdInsertListNow->setToolTip("Create a manual list for immediate execution");
   cmdInsertListNow->setIcon(pStyle->standardIcon(QStyle::SP_MediaSeekForward));
   cmdInsertListNow->setIconSize(QSize(32, 32));
+  connect(cmdInsertList.Get(), &QToolButton::clicked, this, [this] { cmdInsertList_Click(); });
+  connect(cmdInsertListNow.Get(), &QToolButton::clicked, this, [this] { cmdInsertListNow_Click(); });
   SSTab2.SetVisible(false);
 
   // The "Current Task" tab carries both layouts.
@@ -365,4 +369,30 @@ void frmProcessLogsWindow::closeEvent(QCloseEvent* pEvent) {
     pEvent->accept();
   else
     pEvent->ignore();
+}
+
+// ---- Manual lists.
+
+void frmProcessLogsWindow::cmdInsertList_Click() {
+  if (auto oList = GetManualList()) InsertManualList(oList, -1);
+}
+
+void frmProcessLogsWindow::cmdInsertListNow_Click() {
+  if (auto oList = GetManualList()) InsertManualList(oList, 2);
+}
+
+std::shared_ptr<CProcessEntryList> frmProcessLogsWindow::GetManualList() {
+  auto pDialog = std::make_unique<frmManualList>(this);
+  pDialog->exec();
+  std::shared_ptr<CProcessEntryList> oList = pDialog->EntryList();
+  pDialog.reset();
+  return oList;
+}
+
+void frmProcessLogsWindow::InsertManualList(const std::shared_ptr<CProcessEntryList>& oList, int32_t lPosition) {
+  DebugMsg("Start InsertManualList", 5, 1);
+  // How the entries are to join the running work list (as rows, each owning its entry)
+  // is not settled; the list is taken and left as it is.
+  DebugMsg(fmt::format("Manual list of {} entries for position {}", oList ? oList->Count() : 0, lPosition), 10, 0);
+  DebugMsg("End InsertManualList", 5, 2);
 }

@@ -10,6 +10,7 @@
 // the list growing with the window and the bars at the bottom.
 #include <QWidget>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -17,6 +18,7 @@
 #include "ui/TwipControl.h"
 #include "ui/uHWndGrab.h"
 
+class CProcessEntryList;
 class QFrame;
 class QLabel;
 class QListWidget;
@@ -93,6 +95,11 @@ class frmProcessLogsWindow : public QWidget, public IProcessorView {
 
   WorkListModel& lvwItemsModel() const { return *m_pModel; }
 
+  // The two buttons of the "Actions" panel: a manual list, added at the end of the work
+  // list or directly behind the entry being worked on.
+  void cmdInsertList_Click();
+  void cmdInsertListNow_Click();
+
  protected:
   void resizeEvent(QResizeEvent* pEvent) override;
   void showEvent(QShowEvent* pEvent) override;
@@ -106,6 +113,10 @@ class frmProcessLogsWindow : public QWidget, public IProcessorView {
   void CheckClosedBoxFrame();
   void SelectEngineRow();
   void lvwItems_SelectionChanged();
+  // Shows the manual list dialog modally and returns the list it built.
+  std::shared_ptr<CProcessEntryList> GetManualList();
+  // Puts a manual list into the work list at a position of CProcessEntryList::Insert.
+  void InsertManualList(const std::shared_ptr<CProcessEntryList>& oList, int32_t lPosition);
 
   frmProcessLogs& m_oForm;
   std::unique_ptr<WorkListModel> m_pModel;

@@ -23,59 +23,12 @@
 #include "ui/TabFrame.h"
 #include "ui/WorkListModel.h"
 #include "ui/frmProcessLogsWindow.h"
+#include "ui/ProbeWindow.h"
 #include "ui/UiTestUtil.h"
 
 namespace {
 
 double At(int iHour, int iMinute) { return VbDate::Make({2026, 11, 23, iHour, iMinute, 0}); }
-
-// What the window showed at one moment.
-struct Snapshot {
-  std::string sCurrentFile;
-  std::string sAllDone;
-  bool bOpenShown = false;  // fraActive
-  bool bDoneShown = false;  // picDone
-  bool bRestartEnabled = false;
-  bool bMinimised = false;
-  int iFile = -1;
-  int iLog = -1;
-  int iRows = 0;
-};
-
-// The real window, noting what it shows each time the engine sets a caption.
-class ProbeWindow : public frmProcessLogsWindow {
- public:
-  using frmProcessLogsWindow::frmProcessLogsWindow;
-  std::vector<Snapshot> aFileCaptions;
-  std::vector<Snapshot> aAllDoneCaptions;
-
-  void SetCurrentFileCaption(const std::string& s) override {
-    frmProcessLogsWindow::SetCurrentFileCaption(s);
-    aFileCaptions.push_back(Take());
-  }
-  void SetAllDoneCaption(const std::string& s) override {
-    frmProcessLogsWindow::SetAllDoneCaption(s);
-    aAllDoneCaptions.push_back(Take());
-  }
-  Snapshot Take() const {
-    Snapshot o;
-    o.sCurrentFile = lblCurrentFile->text().toStdString();
-    o.sAllDone = lblAllDone->text().toStdString();
-    o.bOpenShown = fraActive.Visible();
-    o.bDoneShown = picDone.Visible();
-    o.bRestartEnabled = cmdRestart->isEnabled();
-    o.bMinimised = isMinimized();
-    o.iFile = prgFile->value();
-    o.iLog = prgLog->value();
-    o.iRows = lvwItemsModel().rowCount();
-    return o;
-  }
-  const Snapshot* FirstWithFile(const std::string& s) const {
-    for (const auto& o : aFileCaptions)
-      if (o.sCurrentFile == s) return &o;
-    return nullptr;
-  }
-};
 
 struct Answered {
   std::string sText;
