@@ -359,20 +359,6 @@ TEST_F(PrepareTreeTest, ANewCycleStartsAfreshOnTheSortedList) {
   ExpectRows(a);
 }
 
-TEST_F(PrepareTreeTest, ShutdownStopsTheScanAtTheNextTick) {
-  LogList().LoadLogs(sLogListLoc);
-  m_pForm = std::make_unique<frmProcessLogs>();
-  m_pForm->tmrPrepareLists.start();
-  m_pForm->tmrPrepareLists_Timer();
-  const int iRows = m_pForm->lvwItems.Count();
-  m_pForm->m_bShutdown = true;
-  m_pForm->tmrPrepareLists_Timer();
-  EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive());
-  EXPECT_FALSE(m_pForm->tmrProcess.isActive());
-  EXPECT_EQ(m_pForm->lvwItems.Count(), iRows);
-  EXPECT_FALSE(fs::exists(PathIn(Rel(2, "20261123/1000/100000.LOG"))));
-}
-
 TEST_F(PrepareTest, EmptyAndMissingTreesFinishWithNoRows) {
   Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}}),
            Settings("Studio Two", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
