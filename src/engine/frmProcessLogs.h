@@ -26,6 +26,8 @@
 #include "engine/WorkList.h"
 #include "support/MessageTransport.h"
 
+class CLogProcessEntry;
+class IAudioFormat;
 struct PrepareState;
 struct ProcessState;
 class CLogProcessEntry;
@@ -132,6 +134,25 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   int32_t GetActionEfficiency(const CLogProcessEntry& oEntry);
   // Tells the view that the rows of lvwItems changed.
   void RowsChanged();
+
+  // The hour processing (frmProcessLogs_Process.cpp).
+  void StartGroup();
+  void EndGroup();
+  void DeleteHour();
+  void EndRun();
+  void CloseGroupSearch();
+  void FinishInterruptedReplaces(const std::string& sMask);
+  void MarkActionPoint(CLogProcessEntry& oEntry);
+  int LogProgressOf(int32_t iFilesDone) const;
+  // Its file step (frmProcessLogs_Convert.cpp).
+  void ProcessOneFile();
+  void RunConversion();
+  void PassOver(const std::string& sPath);
+  void RemoveFile(const std::string& sPath);
+  void RejectFile(const std::string& sSource, const std::string& sOutPath, double dExpect, double dActual);
+  void ReplaceFile(const std::string& sSource, const std::string& sOutPath);
+  void ReleaseFileObjects();
+  float GetFileTolerance(IAudioFormat& oFormat);
 
   // The controls of the window, as the engine sees them.
   void SetAllDoneCaption(const std::string& sText);
