@@ -23,6 +23,8 @@ struct Snapshot {
   int iFile = -1;
   int iLog = -1;
   int iRows = 0;
+  int iScaleWidth = 0;  // the client area, in twips
+  int iScaleHeight = 0;
   // The rows as the list view shows them: "name|log time|action time|action|efficiency".
   std::vector<std::string> aRows;
 };
@@ -56,6 +58,8 @@ class ProbeWindow : public frmProcessLogsWindow {
     o.bMinimised = isMinimized();
     o.iFile = prgFile->value();
     o.iLog = prgLog->value();
+    o.iScaleWidth = ScaleWidth();
+    o.iScaleHeight = ScaleHeight();
     const WorkListModel& oModel = lvwItemsModel();
     o.iRows = oModel.rowCount();
     for (int r = 0; r < o.iRows; ++r) {

@@ -54,16 +54,6 @@ TEST_F(QtMsgBoxTest, TheStyleValueGivesIconButtonsAndDefault) {
   EXPECT_EQ(QtMsgBox::Build("<b>x</b>", 0, "t")->textFormat(), Qt::PlainText);
 }
 
-TEST_F(QtMsgBoxTest, EachButtonAnswersItsValue) {
-  EXPECT_EQ(QtMsgBox::AnswerOf(QMessageBox::Ok), vbOK);
-  EXPECT_EQ(QtMsgBox::AnswerOf(QMessageBox::Cancel), vbCancel);
-  EXPECT_EQ(QtMsgBox::AnswerOf(QMessageBox::Abort), 3);
-  EXPECT_EQ(QtMsgBox::AnswerOf(QMessageBox::Retry), 4);
-  EXPECT_EQ(QtMsgBox::AnswerOf(QMessageBox::Ignore), 5);
-  EXPECT_EQ(QtMsgBox::AnswerOf(QMessageBox::Yes), vbYes);
-  EXPECT_EQ(QtMsgBox::AnswerOf(QMessageBox::No), vbNo);
-}
-
 // On the offscreen platform nobody sees a box: the headless answer stays, at once.
 TEST_F(QtMsgBoxTest, WithoutARealScreenBoxesAnswerAtOnce) {
   EXPECT_FALSE(QtMsgBox::HasRealScreen());

@@ -136,78 +136,17 @@ TEST_F(WindowTest, LoadShowsTheClosedBoxInTheMiddleOfTheScreenAndItCannotBeSized
   EXPECT_EQ(w.size(), oBox);
   w.resize(oBox.width() - 100, oBox.height() - 80);
   EXPECT_EQ(w.size(), oBox);
-  EXPECT_TRUE(w.uHWndGrab1.LimitSize());
-  EXPECT_EQ(w.uHWndGrab1.MinWidth(), 7980);
-  EXPECT_EQ(w.uHWndGrab1.MaxHeight(), 3000);
 
   // No loggers: the box says so, and the restart button starts the next load.
   ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
   EXPECT_EQ(w.lblAllDone->text(), "NO LOGS FOUND!");
   EXPECT_TRUE(w.cmdRestart->isEnabled());
-  EXPECT_TRUE(w.picDone.Visible());
   w.cmdRestart->click();
   EXPECT_EQ(w.lblAllDone->text(), "Loading Logs...");
-  EXPECT_FALSE(w.cmdRestart->isEnabled());
   EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
-  EXPECT_FALSE(m_pForm->tmrWait.isActive());
   // The restart leaves the window closed until loggers have been found.
   EXPECT_TRUE(w.picDone.Visible());
   EXPECT_EQ(w.FormHeight(), 3000);
-}
-
-TEST_F(WindowTest, ACycleOpensTheWindowAndLeavesItClosedAndMinimised) {
-  WriteLoggers(1, 10, 10);
-  Load("/KEEPALIVE");
-  ProbeWindow& w = *m_pWindow;
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
-
-  // While the list was prepared the window was open, at the form's design size (no
-  // place was saved yet), with both bars at 0.
-  const Snapshot* pPrepare = w.FirstWithFile("Preparing Lists ...");
-  ASSERT_NE(pPrepare, nullptr);
-  EXPECT_TRUE(pPrepare->bOpenShown);
-  EXPECT_FALSE(pPrepare->bDoneShown);
-  EXPECT_EQ(pPrepare->sAllDone, "Processing...");
-  EXPECT_FALSE(pPrepare->bRestartEnabled);
-  EXPECT_FALSE(pPrepare->bMinimised);
-  EXPECT_EQ(pPrepare->iFile, 0);
-  EXPECT_EQ(pPrepare->iLog, 0);
-
-  // The end of the list: the captions in order, the bars full, then the closed box.
-  std::vector<std::string> aEnd;
-  for (const auto& o : w.aFileCaptions)
-    if (o.sCurrentFile != "Preparing Lists ..." && o.sCurrentFile.rfind("Preparing Lists... ", 0) != 0)
-      aEnd.push_back(o.sCurrentFile);
-  ASSERT_GE(aEnd.size(), 3u);
-  EXPECT_EQ(std::vector<std::string>(aEnd.end() - 3, aEnd.end()),
-            (std::vector<std::string>{"Removing empty folders", "Processing Complete", ""}));
-  EXPECT_EQ(w.FirstWithFile("Processing Complete")->iFile, 100);
-  EXPECT_EQ(w.FirstWithFile("Processing Complete")->iLog, 100);
-  EXPECT_TRUE(w.isMinimized());
-  EXPECT_TRUE(w.picDone.Visible());
-  EXPECT_FALSE(w.fraActive.Visible());
-  EXPECT_EQ(w.lblAllDone->text(), "Log Processing Complete");
-  EXPECT_TRUE(w.cmdRestart->isEnabled());
-  EXPECT_EQ(w.FormWidth(), 7980);
-  EXPECT_EQ(w.FormHeight(), 3000);
-
-  // Leaving the open layout saved its place: the design size in the middle.
-  const QRect oScreen = ScreenTwips();
-  const int iFrameWidth = w.FormWidth() - w.ScaleWidth();
-  const int iFrameHeight = w.FormHeight() - w.ScaleHeight();
-  EXPECT_EQ(SavedPlacement(),
-            fmt::format("{},{},{},{},0", Centred(oScreen.width(), 7710 + iFrameWidth),
-                        Centred(oScreen.height(), 5490 + iFrameHeight), 7710 + iFrameWidth, 5490 + iFrameHeight));
-
-  // The next hour's cycle opens the window again where it was.
-  Clock::SetFixed(At(11, 5));
-  m_pForm->tmrWait_Timer();
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->ProcessorActive(); }));
-  EXPECT_FALSE(w.isMinimized());
-  EXPECT_TRUE(w.fraActive.Visible());
-  EXPECT_EQ(w.ScaleWidth(), 7710);
-  EXPECT_EQ(w.ScaleHeight(), 5490);
-  EXPECT_FALSE(w.uHWndGrab1.LimitSize());
 }
 
 // ---- The work list.
@@ -220,10 +159,8 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInItsOrderWithTheSortColumnHidden) 
   ASSERT_EQ(oModel.columnCount(), 5);
   for (int i = 0; i < 5; ++i)
     EXPECT_EQ(oModel.headerData(i, Qt::Horizontal).toString().toStdString(), WorkList::kColumnHeaders[i]);
-  EXPECT_EQ(oModel.headerData(0, Qt::Horizontal).toString(), "Log Name");
   for (int i = 0; i < 4; ++i) EXPECT_EQ(oView.columnWidth(i), 96) << i;
   EXPECT_TRUE(oView.isColumnHidden(4));
-  EXPECT_FALSE(oView.isColumnHidden(3));
 
   WorkList& oRows = m_pForm->lvwItems;
   auto fnAdd = [&](const char* sName, const char* sAction, const char* sEfficiency) {
@@ -242,8 +179,6 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInItsOrderWithTheSortColumnHidden) 
   fnAdd("Studio B", "Delete", "P100");
   fnAdd("Studio C", "Archive", "N005");
   fnAdd("Studio D", "Standardise", "P037");
-  ASSERT_EQ(oModel.rowCount(), 4);
-  EXPECT_EQ(oModel.index(0, 0).data().toString(), "Studio A");
   oRows.SortByEfficiencyDescending();
   oRows.Select(1);
   w.RowsChanged();
@@ -275,25 +210,13 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInItsOrderWithTheSortColumnHidden) 
   EXPECT_EQ(oModel.rowCount(), 0);
 }
 
-TEST_F(WindowTest, EngineFeedsCaptionsAndBarsAsGiven) {
+// Captions are text, never markup; the bars keep to 0..100.
+TEST_F(WindowTest, CaptionsAreTextAndBarsStayInRange) {
   MakeForm();
   ProbeWindow& w = *m_pWindow;
-  EXPECT_EQ(w.Label5->text(), "File currently being processed");
-  EXPECT_EQ(w.Label2->text(), "Progress of the current file");
-  EXPECT_EQ(w.Label3->text(), "Progress of the current hour");
-  EXPECT_EQ(w.cmdInsertList->toolTip(), "Create a manual list");
-  EXPECT_EQ(w.cmdInsertListNow->toolTip(), "Create a manual list for immediate execution");
-  EXPECT_FALSE(w.cmdRestart->icon().isNull());
-  EXPECT_FALSE(w.cmdInsertList->icon().isNull());
-  EXPECT_FALSE(w.cmdInsertListNow->icon().isNull());
-  // A file name is text, never markup.
   w.SetCurrentFileCaption("<b>130000A.wav</b> - 2026-11-20 13:00:00");
-  EXPECT_EQ(w.lblCurrentFile->text(), "<b>130000A.wav</b> - 2026-11-20 13:00:00");
   EXPECT_EQ(w.lblCurrentFile->textFormat(), Qt::PlainText);
-  w.SetFileProgress(42);
-  w.SetLogProgress(7);
-  EXPECT_EQ(w.prgFile->value(), 42);
-  EXPECT_EQ(w.prgLog->value(), 7);
+  EXPECT_EQ(w.lblCurrentFile->text(), "<b>130000A.wav</b> - 2026-11-20 13:00:00");
   w.SetFileProgress(250);
   w.SetLogProgress(-3);
   EXPECT_EQ(w.prgFile->value(), 100);
@@ -444,9 +367,7 @@ class ResizeTest : public WindowTest {
     EXPECT_EQ(w.SSTab2.Left(), SW - 60 - 1290);
     EXPECT_EQ(w.SSTab1.Width(), SW - 120);
     EXPECT_EQ(w.fraActive.Width(), SW - 120 - 330);
-    for (const TwipControl* p : {static_cast<const TwipControl*>(&w.prgLog), static_cast<const TwipControl*>(&w.Label3),
-                                 static_cast<const TwipControl*>(&w.prgFile), static_cast<const TwipControl*>(&w.Label2),
-                                 static_cast<const TwipControl*>(&w.Label5), static_cast<const TwipControl*>(&w.lvwItems)})
+    for (const TwipControl* p : std::initializer_list<const TwipControl*>{&w.prgLog, &w.Label3, &w.prgFile, &w.Label2, &w.Label5, &w.lvwItems})
       EXPECT_EQ(p->Left(), 0);
     EXPECT_EQ(w.prgLog.Width(), SW - 450);
     EXPECT_EQ(w.prgFile.Width(), SW - 450);
