@@ -26,6 +26,8 @@
 #include "engine/WorkList.h"
 #include "support/MessageTransport.h"
 
+class CLogProcessEntry;
+class IAudioFormat;
 struct PrepareState;
 struct ProcessState;
 
@@ -65,6 +67,10 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   void HandleAppMessage(const std::string& sText);
 
   bool ProcessorActive() const { return m_bProcessorActive; }
+
+  // Deletes the day folders of every logger in which no hour is left that still counts
+  // (frmProcessLogs_Tidyup.cpp). Called at the end of a processing pass.
+  void PerformFolderTidyup();
 
   // Warnings of the audio objects: the failure itself comes back through the result of
   // the call, and the trace holds the details, so the warning is taken and ignored.
@@ -116,6 +122,25 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   void FinishUnload();
   void ReadMessages();
   void SendToCapture(const std::string& sText);
+
+  // The hour processing (frmProcessLogs_Process.cpp).
+  void StartGroup();
+  void EndGroup();
+  void DeleteHour();
+  void EndRun();
+  void CloseGroupSearch();
+  void FinishInterruptedReplaces(const std::string& sMask);
+  void MarkActionPoint(CLogProcessEntry& oEntry);
+  int LogProgressOf(int32_t iFilesDone) const;
+  // Its file step (frmProcessLogs_Convert.cpp).
+  void ProcessOneFile();
+  void RunConversion();
+  void PassOver(const std::string& sPath);
+  void RemoveFile(const std::string& sPath);
+  void RejectFile(const std::string& sSource, const std::string& sOutPath, double dExpect, double dActual);
+  void ReplaceFile(const std::string& sSource, const std::string& sOutPath);
+  void ReleaseFileObjects();
+  float GetFileTolerance(IAudioFormat& oFormat);
 
   // The controls of the window, as the engine sees them.
   void SetAllDoneCaption(const std::string& sText);

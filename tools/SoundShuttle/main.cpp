@@ -1,6 +1,7 @@
 // SoundShuttle: the external copier. Converts one audio file into the format named on
 // its command line; see ShuttleUsage() for the command line and the format text.
 #include <fcntl.h>
+#include <malloc.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -262,6 +263,11 @@ void Convert(const ShuttleArgs& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The copy loop hands blocks of 128 KB between reader and writer. Left to its defaults
+  // the allocator maps and unmaps (or grows and trims the heap for) each of them, and the
+  // page faults cost a third of the time of a cheap encoder; keep the memory instead.
+  mallopt(M_MMAP_THRESHOLD, 16 << 20);
+  mallopt(M_TRIM_THRESHOLD, 64 << 20);
   std::vector<std::string> aArgs(argv + 1, argv + argc);
   ShuttleArgs args;
   std::string sError;

@@ -49,6 +49,7 @@ void AvAudioWriter::Abandon() {
   }
   if (m_pPacket) av_packet_free(&m_pPacket);
   if (m_pFrame) av_frame_free(&m_pFrame);
+  FreeConversionBuffer();
   m_bHeaderWritten = false;
   m_lNextPts = 0;
   m_lInputFrames = 0;
@@ -140,20 +141,36 @@ void AvAudioWriter::SetUpResampler() {
   }
 }
 
+uint8_t** AvAudioWriter::ConversionBuffer(int iFrames) {
+  iFrames = std::max(iFrames, 1);
+  if (m_ppConv && iFrames <= m_iConvFrames) return m_ppConv;
+  FreeConversionBuffer();
+  if (av_samples_alloc_array_and_samples(&m_ppConv, nullptr, m_pEncoder->ch_layout.nb_channels,
+                                         iFrames, m_pEncoder->sample_fmt, 0) < 0) {
+    m_ppConv = nullptr;
+    throw CodecError(CodecErr::kWriteFailed, "Out of memory");
+  }
+  m_iConvFrames = iFrames;
+  return m_ppConv;
+}
+
+void AvAudioWriter::FreeConversionBuffer() {
+  if (m_ppConv) {
+    av_freep(&m_ppConv[0]);
+    av_freep(&m_ppConv);
+  }
+  m_iConvFrames = 0;
+}
+
 void AvAudioWriter::Write(const int16_t* pSamples, size_t lCount) {
   if (!IsOpen()) throw CodecError(CodecErr::kNotOpen, "No file is open for writing");
   int lFrames = static_cast<int>(lCount / static_cast<size_t>(m_lInChannels));
   if (lFrames <= 0) return;
   int lOut = swr_get_out_samples(m_pSwr, lFrames);
-  uint8_t** ppOut = nullptr;
-  if (av_samples_alloc_array_and_samples(&ppOut, nullptr, m_pEncoder->ch_layout.nb_channels,
-                                         std::max(lOut, 1), m_pEncoder->sample_fmt, 0) < 0)
-    throw CodecError(CodecErr::kWriteFailed, "Out of memory");
+  uint8_t** ppOut = ConversionBuffer(lOut);
   const uint8_t* pIn = reinterpret_cast<const uint8_t*>(pSamples);
   int n = swr_convert(m_pSwr, ppOut, lOut, &pIn, lFrames);
   int rc = n > 0 ? av_audio_fifo_write(m_pFifo, reinterpret_cast<void**>(ppOut), n) : 0;
-  av_freep(&ppOut[0]);
-  av_freep(&ppOut);
   if (n < 0 || rc < 0) throw CodecError(CodecErr::kWriteFailed, "Cannot convert audio");
   m_lInputFrames += lFrames;
   EncodeFrames(false);
@@ -203,14 +220,9 @@ void AvAudioWriter::Close() {
     for (;;) {
       int lOut = swr_get_out_samples(m_pSwr, 0);
       if (lOut <= 0) break;
-      uint8_t** ppOut = nullptr;
-      if (av_samples_alloc_array_and_samples(&ppOut, nullptr, m_pEncoder->ch_layout.nb_channels,
-                                             lOut, m_pEncoder->sample_fmt, 0) < 0)
-        break;
+      uint8_t** ppOut = ConversionBuffer(lOut);
       int n = swr_convert(m_pSwr, ppOut, lOut, nullptr, 0);
       if (n > 0) av_audio_fifo_write(m_pFifo, reinterpret_cast<void**>(ppOut), n);
-      av_freep(&ppOut[0]);
-      av_freep(&ppOut);
       if (n <= 0) break;
     }
     EncodeFrames(true);

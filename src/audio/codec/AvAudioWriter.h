@@ -45,6 +45,10 @@ class AvAudioWriter {
   void SetUpResampler();
   void EncodeFrames(bool bFinal);
   void SendFrame(AVFrame* pFrame);
+  // The resampler's output buffer, kept for the life of the file and grown when needed,
+  // so that writing allocates nothing once it runs.
+  uint8_t** ConversionBuffer(int iFrames);
+  void FreeConversionBuffer();
 
   AVFormatContext* m_pFormat = nullptr;
   AVCodecContext* m_pEncoder = nullptr;
@@ -53,6 +57,8 @@ class AvAudioWriter {
   AVPacket* m_pPacket = nullptr;
   AVFrame* m_pFrame = nullptr;
   int m_iFrameSize = 0;
+  uint8_t** m_ppConv = nullptr;
+  int m_iConvFrames = 0;
   int64_t m_lNextPts = 0;
   int64_t m_lInputFrames = 0;
   int32_t m_lInRate = 44100;

@@ -1,0 +1,196 @@
+#include "hours/CHourlyInf.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "support/AppGlobal.h"
+#include "support/CNVErr.h"
+#include "support/ConfigAccess.h"
+#include "support/DebugMsg.h"
+#include "support/Faults.h"
+#include "support/Machine.h"
+#include "support/ProfileFile.h"
+#include "support/VbDate.h"
+
+namespace {
+
+bool Tracing() { return AppGlobal::DebugMode() != 0; }
+
+// The whole file. 0 when read; ENOENT when there is no plain file of that name (nothing,
+// a folder, a pipe or a device); else the errno of the failed read, or EFBIG for a file
+// beyond kMaxFileSize. Tests inject read failures at the point "inf.read".
+int ReadInfFile(const std::string& sPath, std::string& sBytes) {
+  const int fd = ::open(sPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (fd < 0) return errno == ENOTDIR ? ENOENT : errno;
+  struct stat st {};
+  int e = 0;
+  if (::fstat(fd, &st) != 0) {
+    e = errno;
+  } else if (!S_ISREG(st.st_mode)) {
+    e = ENOENT;
+  } else if (st.st_size > CHourlyInf::kMaxFileSize) {
+    e = EFBIG;
+  } else if (int f = Faults::Hit("inf.read")) {
+    e = f;
+  }
+  if (!e) {
+    sBytes.clear();
+    sBytes.resize(static_cast<size_t>(st.st_size) + 1);
+    size_t iHave = 0;
+    for (;;) {
+      if (iHave == sBytes.size()) {
+        // The file grew while it was read.
+        if (sBytes.size() > static_cast<size_t>(CHourlyInf::kMaxFileSize)) {
+          e = EFBIG;
+          break;
+        }
+        sBytes.resize(sBytes.size() * 2);
+      }
+      const ssize_t n = ::read(fd, sBytes.data() + iHave, sBytes.size() - iHave);
+      if (n < 0) {
+        if (errno == EINTR) continue;
+        e = errno;
+        break;
+      }
+      if (n == 0) break;
+      iHave += static_cast<size_t>(n);
+    }
+    sBytes.resize(iHave);
+  }
+  ::close(fd);
+  return e;
+}
+
+bool AllDigits(const std::string& s, size_t iFrom, size_t n) {
+  for (size_t i = iFrom; i < iFrom + n; ++i)
+    if (s[i] < '0' || s[i] > '9') return false;
+  return true;
+}
+
+int Number(const std::string& s, size_t iFrom, size_t n) {
+  int v = 0;
+  for (size_t i = iFrom; i < iFrom + n; ++i) v = v * 10 + (s[i] - '0');
+  return v;
+}
+
+bool IsLeapYear(int y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
+
+int DaysInMonth(int y, int m) {
+  static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  return m == 2 && IsLeapYear(y) ? 29 : kDays[m - 1];
+}
+
+}  // namespace
+
+CHourlyInf::CHourlyInf() {
+  DebugMsg("Start CHourlyInf::Initialise", 10, 1);
+  DebugMsg("End CHourlyInf::Initialise", 10, 2);
+}
+
+std::shared_ptr<CHourlyInf> CHourlyInf::Copy() const {
+  auto o = std::make_shared<CHourlyInf>();
+  o->m_sFileName = m_sFileName;
+  o->m_iSegments = m_iSegments;
+  o->m_sVersion = m_sVersion;
+  if (m_oStandardPoint) o->m_oStandardPoint = m_oStandardPoint->Copy();
+  if (m_oArchivePoint) o->m_oArchivePoint = m_oArchivePoint->Copy();
+  if (m_oDeletePoint) o->m_oDeletePoint = m_oDeletePoint->Copy();
+  return o;
+}
+
+void CHourlyInf::FileName(const std::string& newVal) {
+  DebugMsg("Start CHourlyInf::FileName", 10, 1);
+  m_sFileName = newVal;
+  if (Tracing()) DebugMsg("newVal = " + newVal, 10, 0);
+
+  DebugMsg("Check that the inf exists", 10, 0);
+  std::string sBytes;
+  const int e = ReadInfFile(Machine::TranslatePath(newVal), sBytes);
+  if (e == ENOENT) {
+    DebugMsg("Exit CHourlyInf::FileName (no inf file)", 10, 2);
+    return;
+  }
+  if (e != 0) {
+    const std::string sWhy = e == EFBIG ? "far too large for an hour info file" : std::strerror(e);
+    DebugMsg(fmt::format("Exit CHourlyInf::FileName (cannot read {}: {})", newVal, sWhy), 5, 2);
+    throw RaisedError(kErrInfUnreadable, "CHourlyInf.FileName", "Cannot read the hour info file: " + sWhy);
+  }
+  const ProfileFile oFile = ProfileFile::Parse(sBytes);
+
+  DebugMsg("Read version", 10, 0);
+  m_sVersion = oFile.GetString("General", "Version").value_or(kProgramVersion);
+
+  DebugMsg("Read number of segments", 10, 0);
+  m_iSegments = static_cast<int16_t>(ProfileFile::IntValue(oFile.GetString("Segments", "NumSegs"), 60));
+
+  DebugMsg("Read Standardise Date", 10, 0);
+  m_oStandardPoint = ParsePoint(oFile.GetString("ActionDates", "StandardAudioAt").value_or("-1"));
+  DebugMsg("Read Archive Date", 10, 0);
+  m_oArchivePoint = ParsePoint(oFile.GetString("ActionDates", "ArchiveAudioAt").value_or("-1"));
+  DebugMsg("Read Delete Date", 10, 0);
+  m_oDeletePoint = ParsePoint(oFile.GetString("ActionDates", "DeleteAudioAt").value_or("-1"));
+  DebugMsg("End CHourlyInf::FileName", 10, 2);
+}
+
+int16_t CHourlyInf::LogSegmentLength() const {
+  return static_cast<int16_t>(3600 / (m_iSegments < 1 ? 1 : m_iSegments));
+}
+
+bool CHourlyInf::Save() const {
+  const std::string sFile = Machine::TranslatePath(m_sFileName);
+  bool bOk = ConfigAccess::WriteProfileString("General", "Version", m_sVersion, sFile);
+  bOk &= ConfigAccess::WriteProfileString("Actiondates", "StandardAudioAt", FormatPoint(m_oStandardPoint), sFile);
+  bOk &= ConfigAccess::WriteProfileString("Actiondates", "ArchiveAudioAt", FormatPoint(m_oArchivePoint), sFile);
+  bOk &= ConfigAccess::WriteProfileString("Actiondates", "DeleteAudioAt", FormatPoint(m_oDeletePoint), sFile);
+  bOk &= ConfigAccess::WriteProfileString("Segments", "NumSegs", std::to_string(m_iSegments), sFile);
+  if (!bOk) DebugMsg("CHourlyInf::Save: cannot write " + m_sFileName, 5, 0);
+  return bOk;
+}
+
+std::shared_ptr<LogInfo> CHourlyInf::ParsePoint(const std::string& sText) {
+  auto o = std::make_shared<LogInfo>();
+  if (sText == "-1") {
+    o->SetEmpty();
+    return o;
+  }
+  std::string s;
+  s.reserve(sText.size());
+  for (char c : sText)
+    if (c != '/' && c != '-' && c != ':' && c != ' ') s += c;
+
+  // The date is formed as the platform forms "d monthname yyyy": a day that the month
+  // doesn't have, or a year outside the calendar of day serials above 0, is no date.
+  bool bValid = s.size() >= 10 && AllDigits(s, 0, 10);
+  int iYear = 0, iMonth = 0, iDay = 0, iHour = 0;
+  if (bValid) {
+    iYear = Number(s, 0, 4);
+    iMonth = Number(s, 4, 2);
+    iDay = Number(s, 6, 2);
+    iHour = Number(s, 8, 2);
+    bValid = iYear >= 1900 && iMonth >= 1 && iMonth <= 12 && iDay >= 1 &&
+             iDay <= DaysInMonth(iYear, iMonth) && iHour <= 23;
+  }
+  if (!bValid) {
+    // Never due: garbage in a point must never delete or convert an hour.
+    DebugMsg("CHourlyInf::ParsePoint: not a valid action point: \"" + sText + "\"", 5, 0);
+    o->Date = 0;
+    o->Hour = 0;
+    o->Segment = 0;
+    return o;
+  }
+  o->Date = VbDate::DateSerial(iYear, iMonth, iDay);
+  o->Hour = static_cast<int16_t>(iHour);
+  o->Segment = 0;
+  return o;
+}
+
+std::string CHourlyInf::FormatPoint(const LogInfo* pPoint) {
+  if (!pPoint || pPoint->Date == -1) return "-1";
+  return VbDate::Format(pPoint->Date, "yyyy-mm-dd") + fmt::format(" {:02d}:00", pPoint->Hour);
+}

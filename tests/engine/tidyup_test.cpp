@@ -1,0 +1,147 @@
+// The folder tidy-up: which day folders go, which stay, and what a failed delete leaves.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "common/TempRoot.h"
+#include "config/CLog.h"
+#include "config/CLogList.h"
+#include "config/CStream.h"
+#include "engine/frmProcessLogs.h"
+#include "support/AppGlobal.h"
+#include "support/Clock.h"
+#include "support/DebugMsg.h"
+#include "support/Faults.h"
+#include "support/VbDate.h"
+
+namespace fs = std::filesystem;
+
+class TidyupTest : public TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    AppGlobal::SetDebugPath(Root() + "/dbg/");
+    AppGlobal::SetDebugMode(5);
+    DebugLog::ResetForTesting();
+    // Monday 23 November 2026, 10:05.
+    Clock::SetFixed(VbDate::Make({2026, 11, 23, 10, 5, 0}));
+    LogList().Clear();
+  }
+  void TearDown() override {
+    LogList().Clear();
+    Faults::DisarmAll();
+    Clock::Reset();
+    AppGlobal::SetDebugMode(0);
+    AppGlobal::SetDebugPath("");
+    TempRootTest::TearDown();
+  }
+
+  // A logger numbered iNum whose folder is <root>/drive_d/<sFolder>, audio deleted after
+  // lDeleteHours.
+  void AddLogger(int16_t iNum, const std::string& sFolder, int32_t lDeleteHours) {
+    auto oLog = std::make_shared<CLog>();
+    oLog->logNum(iNum);
+    oLog->Name("Logger " + std::to_string(iNum));
+    oLog->DeleteHours(lDeleteHours);
+    auto oStream = std::make_shared<CStream>();
+    oStream->logNum(iNum);
+    oStream->LogPath("D:\\" + sFolder);
+    LogList().Add(oLog, oStream);
+  }
+  std::string Log(const std::string& sRel) const { return PathIn("drive_d/" + sRel); }
+  void Folder(const std::string& sRel) const { fs::create_directories(Log(sRel)); }
+  bool Exists(const std::string& sRel) const { return fs::exists(Log(sRel)); }
+  std::string Trace() const { return ReadFile(DebugLog::CurrentFile().substr(Root().size() + 1)); }
+
+  frmProcessLogs m_oForm;
+};
+
+TEST_F(TidyupTest, OnlyFinishedDayFoldersOtherThanTodayGo) {
+  AddLogger(1, "L1", 24);
+  // Empty old day: goes.
+  Folder("L1/20261101");
+  // Old hours without info files, their delete time passed: the day goes with them.
+  Folder("L1/20261120/0900");
+  WriteFile("drive_d/L1/20261120/0900/090000A.wav", "x");
+  // An hour whose delete time (23:00 today) hasn't come: stays.
+  Folder("L1/20261122/2300");
+  // One hour with its info file keeps the whole day, however old the rest is.
+  Folder("L1/20261119/0000");
+  Folder("L1/20261119/0500");
+  WriteFile("drive_d/L1/20261119/0500/050000.inf", "[General]\r\n");
+  // Today's folder stays even when empty.
+  Folder("L1/20261123");
+
+  m_oForm.PerformFolderTidyup();
+
+  EXPECT_FALSE(Exists("L1/20261101"));
+  EXPECT_FALSE(Exists("L1/20261120"));
+  EXPECT_TRUE(Exists("L1/20261122/2300"));
+  EXPECT_TRUE(Exists("L1/20261119/0500/050000.inf"));
+  EXPECT_TRUE(Exists("L1/20261119/0000"));
+  EXPECT_TRUE(Exists("L1/20261123"));
+  const std::string sTrace = Trace();
+  EXPECT_NE(sTrace.find("Marking folder for deletion: 20261101"), std::string::npos);
+  EXPECT_NE(sTrace.find("Attempting to delete folder: " + Log("L1/20261120")), std::string::npos);
+  EXPECT_EQ(sTrace.find("Marking folder for deletion: 20261123"), std::string::npos);
+  EXPECT_NE(sTrace.find("End PerformFolderTidyup"), std::string::npos);
+}
+
+TEST_F(TidyupTest, FoldersThatAreNotDaysAreNeverTouched) {
+  AddLogger(1, "L1", 24);
+  Folder("L1/Notes");
+  WriteFile("drive_d/L1/Notes/todo.txt", "keep me");
+  Folder("L1/lost+found");
+  Folder("L1/20261301");  // month 13: not a real day
+  Folder("L1/2026110");   // 7 digits
+  Folder("L1/00000000");
+  WriteFile("drive_d/L1/20261102", "a plain file with a day's name");
+  WriteFile("drive_d/L1/Kestrane.ini", "[General]\r\n");
+  // A day folder that holds something that is no hour folder stays too.
+  Folder("L1/20261103/Clips");
+  // A plain file in an old day folder is no hour: the day goes with it.
+  Folder("L1/20261104");
+  WriteFile("drive_d/L1/20261104/readme.txt", "x");
+
+  m_oForm.PerformFolderTidyup();
+
+  EXPECT_EQ(ReadFile("drive_d/L1/Notes/todo.txt"), "keep me");
+  EXPECT_TRUE(Exists("L1/lost+found"));
+  EXPECT_TRUE(Exists("L1/20261301"));
+  EXPECT_TRUE(Exists("L1/2026110"));
+  EXPECT_TRUE(Exists("L1/00000000"));
+  EXPECT_TRUE(Exists("L1/20261102"));
+  EXPECT_TRUE(Exists("L1/Kestrane.ini"));
+  EXPECT_TRUE(Exists("L1/20261103/Clips"));
+  EXPECT_FALSE(Exists("L1/20261104"));
+}
+
+TEST_F(TidyupTest, EveryLoggerIsWalkedAndAMissingFolderMarksNothing) {
+  AddLogger(1, "Missing", 24);
+  AddLogger(3, "L3", 1);
+  AddLogger(4, "L4", 48);
+  Folder("L3/20261122/2300");  // delete time 23 Nov 00:00: passed
+  Folder("L4/20261122/2300");  // delete time 24 Nov 23:00: not yet
+  m_oForm.PerformFolderTidyup();
+  EXPECT_FALSE(Exists("L3/20261122"));
+  EXPECT_TRUE(Exists("L4/20261122/2300"));
+  EXPECT_FALSE(Exists("Missing"));
+}
+
+TEST_F(TidyupTest, AFailedDeleteIsTracedAndTheNextFolderIsStillTried) {
+  AddLogger(1, "L1", 24);
+  Folder("L1/20261101");
+  Folder("L1/20261102");
+  Faults::Arm("folder.delete", EACCES, 0, 1);
+  m_oForm.PerformFolderTidyup();
+  EXPECT_TRUE(Exists("L1/20261101"));
+  EXPECT_FALSE(Exists("L1/20261102"));
+  const std::string sTrace = Trace();
+  EXPECT_NE(sTrace.find("Failed to delete folder " + Log("L1/20261101") + ": "), std::string::npos) << sTrace;
+  // The next pass takes the folder that failed.
+  m_oForm.PerformFolderTidyup();
+  EXPECT_FALSE(Exists("L1/20261101"));
+}

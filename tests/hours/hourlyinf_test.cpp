@@ -1,0 +1,256 @@
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "config/ConfigTestUtil.h"
+#include "hours/CHourlyInf.h"
+#include "support/CNVErr.h"
+#include "support/Faults.h"
+#include "support/VbDate.h"
+
+namespace {
+constexpr int32_t k14March2010 = 40251;
+
+void ExpectPoint(const std::shared_ptr<LogInfo>& p, int32_t lDate, int16_t iHour, int16_t iSegment,
+                 const std::string& sWhat) {
+  ASSERT_TRUE(p) << sWhat;
+  EXPECT_EQ(p->Date, lDate) << sWhat;
+  EXPECT_EQ(p->Hour, iHour) << sWhat;
+  EXPECT_EQ(p->Segment, iSegment) << sWhat;
+}
+}  // namespace
+
+// ---- Action point texts.
+
+class PointTextTest : public ConfigTest {};
+
+TEST_F(PointTextTest, AllWrittenFormsOfOneMomentReadAlike) {
+  for (const char* s : {"2010-03-14 13:00", "20100314 1300", "2010/03/14 13:00:59", "2010-03-14-13", "2010 03 14 13",
+                        "201003141359trailing"})
+    ExpectPoint(CHourlyInf::ParsePoint(s), k14March2010, 13, 0, s);
+}
+
+TEST_F(PointTextTest, MarkReadsAsEmptyAndWritesBack) {
+  auto p = CHourlyInf::ParsePoint("-1");
+  ExpectPoint(p, -1, -1, -1, "-1");
+  EXPECT_EQ(CHourlyInf::FormatPoint(p), "-1");
+  EXPECT_EQ(CHourlyInf::FormatPoint(std::shared_ptr<LogInfo>()), "-1");
+  // The mark is the date alone: an hour beside it doesn't make it a date.
+  LogInfo oMarked(-1, 13, 0);
+  EXPECT_EQ(CHourlyInf::FormatPoint(&oMarked), "-1");
+}
+
+TEST_F(PointTextTest, FormatIsSeparatedWithTwoDigitHourAndZeroMinutes) {
+  LogInfo o(k14March2010, 7, 5);
+  EXPECT_EQ(CHourlyInf::FormatPoint(&o), "2010-03-14 07:00");
+  LogInfo oLate(VbDate::DateSerial(2026, 12, 31), 23, 0);
+  EXPECT_EQ(CHourlyInf::FormatPoint(&oLate), "2026-12-31 23:00");
+  for (const char* s : {"2012-02-29 05:00", "1900-01-01 00:00", "9999-12-31 23:00"})
+    EXPECT_EQ(CHourlyInf::FormatPoint(CHourlyInf::ParsePoint(s)), s);
+}
+
+TEST_F(PointTextTest, TextThatIsNoDateAndHourIsNeverDueAndTraced) {
+  for (const char* s : {"", "abc", "-01", "2010031", "201003141", "20100230 13", "20110229 01", "20101314 10",
+                        "20100014 10", "20100300 10", "20100314 24", "18991229 00", "2010-03-14 1x:00", "+2010031413",
+                        "2010\t03\t14\t13"}) {
+    ExpectPoint(CHourlyInf::ParsePoint(s), 0, 0, 0, std::string("\"") + s + "\"");
+  }
+  EXPECT_NE(Trace().find("not a valid action point: \"20100230 13\""), std::string::npos);
+}
+
+// ---- The file.
+
+class HourlyInfTest : public ConfigTest {
+ protected:
+  void TearDown() override {
+    Faults::DisarmAll();
+    ConfigTest::TearDown();
+  }
+  std::string Inf(const std::string& sContent, const std::string& sRel = "L/20100314/1300/130000.inf") {
+    WriteFile(sRel, sContent);
+    return PathIn(sRel);
+  }
+};
+
+TEST_F(HourlyInfTest, ReadsEveryKeyInEitherSpellingOfTheSection) {
+  for (const char* sSection : {"ActionDates", "Actiondates", "ACTIONDATES"}) {
+    CHourlyInf o;
+    o.FileName(Inf(std::string("[General]\r\nVersion=3.7\r\n[Segments]\r\nNumSegs=120\r\n[") + sSection +
+                   "]\r\nStandardAudioAt=20100316 1300\r\nArchiveAudioAt=2010-03-28 13:00\r\nDeleteAudioAt=-1\r\n"));
+    EXPECT_EQ(o.Version(), "3.7");
+    EXPECT_EQ(o.SegmentsInHour(), 120);
+    EXPECT_EQ(o.LogSegmentLength(), 30);
+    ExpectPoint(o.StandardPoint(), k14March2010 + 2, 13, 0, sSection);
+    ExpectPoint(o.ArchivePoint(), k14March2010 + 14, 13, 0, sSection);
+    ExpectPoint(o.DeletePoint(), -1, -1, -1, sSection);
+  }
+}
+
+TEST_F(HourlyInfTest, MissingKeysTakeTheirDefaults) {
+  CHourlyInf o;
+  o.FileName(Inf("[ActionDates]\nStandardAudioAt=2010-03-15 13:00\n"));
+  EXPECT_EQ(o.Version(), CHourlyInf::kProgramVersion);
+  EXPECT_EQ(o.SegmentsInHour(), 60);
+  EXPECT_EQ(o.LogSegmentLength(), 60);
+  ExpectPoint(o.StandardPoint(), k14March2010 + 1, 13, 0, "standard");
+  // A missing delete point is the mark: the hour is to be deleted at once.
+  ExpectPoint(o.ArchivePoint(), -1, -1, -1, "archive");
+  ExpectPoint(o.DeletePoint(), -1, -1, -1, "delete");
+}
+
+TEST_F(HourlyInfTest, EmptyValueIsNoMarkButAnUnparseablePoint) {
+  CHourlyInf o;
+  o.FileName(Inf("[ActionDates]\nDeleteAudioAt=\nArchiveAudioAt=soon\n"));
+  ExpectPoint(o.DeletePoint(), 0, 0, 0, "empty delete point");
+  ExpectPoint(o.ArchivePoint(), 0, 0, 0, "garbage archive point");
+}
+
+TEST_F(HourlyInfTest, ZeroSegmentsGiveOneWholeHourSegment) {
+  CHourlyInf o;
+  o.FileName(Inf("[Segments]\nNumSegs=0\n"));
+  EXPECT_EQ(o.SegmentsInHour(), 0);
+  EXPECT_EQ(o.LogSegmentLength(), 3600);
+}
+
+TEST_F(HourlyInfTest, AbsentFileKeepsTheObjectAndSaveCreatesIt) {
+  CHourlyInf o;
+  const std::string sPath = PathIn("L/20100314/1300/130000.inf");
+  std::filesystem::create_directories(PathIn("L/20100314/1300"));
+  o.FileName(sPath);
+  EXPECT_EQ(o.FileName(), sPath);
+  EXPECT_EQ(o.Version(), "4.0");
+  EXPECT_EQ(o.SegmentsInHour(), 60);
+  EXPECT_FALSE(o.StandardPoint());
+  EXPECT_FALSE(o.ArchivePoint());
+  EXPECT_FALSE(o.DeletePoint());
+  ASSERT_TRUE(o.Save());
+  const std::string sText = ReadFile("L/20100314/1300/130000.inf");
+  for (const char* s : {"[General]", "Version=4.0", "StandardAudioAt=-1", "ArchiveAudioAt=-1", "DeleteAudioAt=-1",
+                        "[Segments]", "NumSegs=60"})
+    EXPECT_NE(sText.find(s), std::string::npos) << s << " in\n" << sText;
+  CHourlyInf oBack;
+  oBack.FileName(sPath);
+  ExpectPoint(oBack.DeletePoint(), -1, -1, -1, "saved delete point");
+}
+
+TEST_F(HourlyInfTest, SaveWritesSeparatedFormAndKeepsForeignLines) {
+  const std::string sPath =
+      Inf("; written by capture\r\n[General]\r\nVersion=3.2\r\nRecorder=Studio 4\r\n[ActionDates]\r\n"
+          "StandardAudioAt=20100316 1300\r\nArchiveAudioAt=20100328 1300\r\nDeleteAudioAt=20100414 1300\r\n"
+          "[Segments]\r\nNumSegs=60\r\n[Extra]\r\nA=1\r\n");
+  CHourlyInf o;
+  o.FileName(sPath);
+  ASSERT_TRUE(o.Save());
+  const std::string sText = ReadFile("L/20100314/1300/130000.inf");
+  EXPECT_NE(sText.find("; written by capture"), std::string::npos);
+  EXPECT_NE(sText.find("Recorder=Studio 4"), std::string::npos);
+  EXPECT_NE(sText.find("[Extra]\r\nA=1"), std::string::npos);
+  EXPECT_NE(sText.find("Version=3.2"), std::string::npos);
+  EXPECT_NE(sText.find("StandardAudioAt=2010-03-16 13:00"), std::string::npos) << sText;
+  EXPECT_NE(sText.find("DeleteAudioAt=2010-04-14 13:00"), std::string::npos) << sText;
+  EXPECT_EQ(sText.find("20100316 1300"), std::string::npos);
+  EXPECT_EQ(sText.find("[Actiondates]"), std::string::npos) << "one section, not two";
+  CHourlyInf oBack;
+  oBack.FileName(sPath);
+  EXPECT_EQ(*oBack.StandardPoint(), *o.StandardPoint());
+  EXPECT_EQ(*oBack.ArchivePoint(), *o.ArchivePoint());
+  EXPECT_EQ(*oBack.DeletePoint(), *o.DeletePoint());
+}
+
+TEST_F(HourlyInfTest, PointsAreHandedOutByReferenceAndSavedFromMemory) {
+  const std::string sPath = Inf("[ActionDates]\nStandardAudioAt=20100316 1300\nDeleteAudioAt=20100414 1300\n");
+  CHourlyInf o;
+  o.FileName(sPath);
+  o.StandardPoint()->Date = -1;  // the hour processing marks a finished step this way
+  ASSERT_TRUE(o.Save());
+  CHourlyInf oBack;
+  oBack.FileName(sPath);
+  ExpectPoint(oBack.StandardPoint(), -1, -1, -1, "marked standard point");
+  ExpectPoint(oBack.DeletePoint(), k14March2010 + 31, 13, 0, "delete point untouched");
+}
+
+TEST_F(HourlyInfTest, FailedSaveLeavesTheFileAsItWas) {
+  const std::string sBefore = "[ActionDates]\r\nStandardAudioAt=20100316 1300\r\n";
+  const std::string sPath = Inf(sBefore);
+  CHourlyInf o;
+  o.FileName(sPath);
+  o.StandardPoint()->Date = -1;
+  Faults::Arm("profile.write", ENOSPC);
+  EXPECT_FALSE(o.Save());
+  Faults::DisarmAll();
+  EXPECT_EQ(ReadFile("L/20100314/1300/130000.inf"), sBefore);
+}
+
+TEST_F(HourlyInfTest, UnreadableFileRaisesInsteadOfReadingAsEmpty) {
+  const std::string sPath = Inf("[ActionDates]\nDeleteAudioAt=20300101 0000\n");
+  for (int iErr : {EIO, EACCES}) {
+    CHourlyInf o;
+    Faults::Arm("inf.read", iErr, 0, 1);
+    try {
+      o.FileName(sPath);
+      ADD_FAILURE() << "no error for errno " << iErr;
+    } catch (const RaisedError& e) {
+      EXPECT_EQ(e.Number, CHourlyInf::kErrInfUnreadable);
+      EXPECT_NE(e.Description.find(std::strerror(iErr)), std::string::npos) << e.Description;
+    }
+    // Nothing of a half-read file reached the object.
+    EXPECT_FALSE(o.DeletePoint());
+  }
+  // The next read works again.
+  CHourlyInf o;
+  o.FileName(sPath);
+  ExpectPoint(o.DeletePoint(), VbDate::DateSerial(2030, 1, 1), 0, 0, "after the fault");
+}
+
+TEST_F(HourlyInfTest, FolderOrPipeInPlaceOfTheFileCountsAsNoFile) {
+  std::filesystem::create_directories(PathIn("L/20100314/1300/130000.inf"));
+  CHourlyInf o;
+  EXPECT_NO_THROW(o.FileName(PathIn("L/20100314/1300/130000.inf")));
+  EXPECT_FALSE(o.DeletePoint());
+  const std::string sFifo = PathIn("L/20100314/1400/140000.inf");
+  std::filesystem::create_directories(PathIn("L/20100314/1400"));
+  ASSERT_EQ(::mkfifo(sFifo.c_str(), 0600), 0);
+  EXPECT_NO_THROW(o.FileName(sFifo));  // must not block on the pipe either
+  EXPECT_FALSE(o.DeletePoint());
+}
+
+TEST_F(HourlyInfTest, HugeKeyCountsAndRandomBytesReadAsTheirKeysSay) {
+  std::string sBig = "[ActionDates]\n";
+  for (int i = 0; i < 10000; ++i) sBig += "Key" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+  sBig += "DeleteAudioAt=2030-01-01 05:00\nArchiveAudioAt=2030-01-01 05:00\nArchiveAudioAt=-1\n";
+  CHourlyInf o;
+  o.FileName(Inf(sBig));
+  ExpectPoint(o.DeletePoint(), VbDate::DateSerial(2030, 1, 1), 5, 0, "after 10,000 keys");
+  ExpectPoint(o.ArchivePoint(), VbDate::DateSerial(2030, 1, 1), 5, 0, "first of two equal keys");
+
+  std::string sNoise;
+  uint32_t x = 12345;
+  for (int i = 0; i < 4096; ++i) {
+    x = x * 1103515245u + 12345u;
+    sNoise += static_cast<char>((x >> 16) & 0xff);
+  }
+  CHourlyInf oNoise;
+  EXPECT_NO_THROW(oNoise.FileName(Inf(sNoise)));
+  ASSERT_TRUE(oNoise.DeletePoint());
+}
+
+TEST_F(HourlyInfTest, CopyCarriesMemoryValuesInItsOwnPoints) {
+  const std::string sPath = Inf("[General]\nVersion=3.9\n[ActionDates]\nArchiveAudioAt=20100328 1300\n");
+  CHourlyInf o;
+  o.FileName(sPath);
+  o.SegmentsInHour(30);
+  auto oCopy = o.Copy();
+  EXPECT_EQ(oCopy->FileName(), sPath);
+  EXPECT_EQ(oCopy->Version(), "3.9");
+  EXPECT_EQ(oCopy->SegmentsInHour(), 30);
+  ASSERT_TRUE(oCopy->ArchivePoint());
+  EXPECT_NE(oCopy->ArchivePoint().get(), o.ArchivePoint().get());
+  EXPECT_EQ(*oCopy->ArchivePoint(), *o.ArchivePoint());
+  oCopy->ArchivePoint()->Date = -1;
+  EXPECT_EQ(o.ArchivePoint()->Date, k14March2010 + 14);
+}
