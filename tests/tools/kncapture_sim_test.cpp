@@ -22,6 +22,7 @@
 #include "config/CLog.h"
 #include "config/CLogList.h"
 #include "config/CStream.h"
+#include "hours/CHourlyInf.h"
 #include "support/ConfigAccess.h"
 #include "support/FileHelper.h"
 #include "support/MessageTransport.h"
@@ -209,6 +210,20 @@ TEST_F(CaptureSimTest, HourInfoFilesHoldTheHourPlusTheLoggersHours) {
   EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "StandardAudioAt", "?", sInf2), "-1");
   EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "ArchiveAudioAt", "?", sInf2), "2010-03-15 07:00");
   EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "DeleteAudioAt", "?", sInf2), "1899-12-30 00:00");
+
+  // The hour info class reads the points as the work-list preparation will see them.
+  CHourlyInf oInf;
+  oInf.FileName(sInf1);
+  ASSERT_TRUE(oInf.StandardPoint() && oInf.ArchivePoint() && oInf.DeletePoint());
+  EXPECT_EQ(oInf.SegmentsInHour(), 4);
+  EXPECT_EQ(oInf.LogSegmentLength(), 900);
+  EXPECT_EQ(*oInf.StandardPoint(), LogInfo(40251, 8, 0));
+  EXPECT_EQ(*oInf.ArchivePoint(), LogInfo(40252, 2, 0));
+  EXPECT_EQ(*oInf.DeletePoint(), LogInfo(40252, 18, 0));
+  CHourlyInf oNever;
+  oNever.FileName(sInf2);
+  EXPECT_EQ(oNever.StandardPoint()->Date, -1);
+  EXPECT_EQ(oNever.DeletePoint()->Date, 0);
 }
 
 TEST_F(CaptureSimTest, AudioIsInTheRecordedFormatAndOfTheAskedLength) {

@@ -20,6 +20,7 @@
 #include "config/CStream.h"
 #include "config/ClogPeriods.h"
 #include "config/LogInfo.h"
+#include "hours/CHourlyInf.h"
 #include "support/Clock.h"
 #include "support/ConfigAccess.h"
 #include "support/FileHelper.h"
@@ -101,13 +102,6 @@ std::string ProgramFolder() {
   if (n <= 0) return ".";
   sz[n] = 0;
   return FileHelper::GetFolder(sz);
-}
-
-std::string RecorderMaker::PointText(int32_t lDate, int32_t iHour, int64_t lHours) {
-  int64_t lTotal = static_cast<int64_t>(lDate) * 24 + iHour + lHours;
-  int32_t lDay = static_cast<int32_t>(lTotal / 24);
-  int32_t iH = static_cast<int32_t>(lTotal % 24);
-  return fmt::format("{} {:02}:00", VbDate::Format(lDay, "yyyy-mm-dd"), iH);
 }
 
 bool RecorderMaker::Make(std::string& sError) {
@@ -273,8 +267,11 @@ bool RecorderMaker::MakeLogger(int32_t n, const LoggerSpec& l, std::string& sErr
         sError = fmt::format("cannot make {}", sHourFolder);
         return false;
       }
-      WriteHourInfo(sHourFolder + "/" + oRead.GetHourFileName(static_cast<int16_t>(s.iHour)) + ".inf", l,
-                    s.lDate, s.iHour);
+      const std::string sInf = sHourFolder + "/" + oRead.GetHourFileName(static_cast<int16_t>(s.iHour)) + ".inf";
+      if (!WriteHourInfo(sInf, l, s.lDate, s.iHour)) {
+        sError = fmt::format("cannot write {}", sInf);
+        return false;
+      }
       ++r.iHours;
     }
     for (int32_t i = 0; i < oRead.OutputFormatCount(); ++i) {
@@ -330,19 +327,25 @@ bool RecorderMaker::WriteSegment(const CLog& oLog, int32_t iOutput, const std::s
   return true;
 }
 
-void RecorderMaker::WriteHourInfo(const std::string& sFile, const LoggerSpec& l, int32_t lDate, int32_t iHour) {
+bool RecorderMaker::WriteHourInfo(const std::string& sFile, const LoggerSpec& l, int32_t lDate, int32_t iHour) {
   // Points as the capture process writes them: the hour plus the logger's hours. A
   // step of 0 hours is not wanted ("-1"); a delete after 0 hours means never, which a
-  // point on day 0 says (never due).
-  auto point = [&](int32_t lHours, bool bDelete) -> std::string {
-    if (lHours > 0) return PointText(lDate, iHour, lHours);
-    return bDelete ? std::string("1899-12-30 00:00") : std::string("-1");
+  // point on day 0 says (never due). An absent or "-1" delete point would order the
+  // hour deleted at once.
+  auto point = [&](int32_t lHours, bool bDelete) {
+    auto o = std::make_shared<LogInfo>(lDate, static_cast<int16_t>(iHour), 0);
+    if (lHours > 0) return o->AddHours(lHours);
+    if (bDelete) *o = LogInfo(0, 0, 0);
+    else o->SetEmpty();
+    return o;
   };
-  ConfigAccess::WriteProfileString("General", "Version", "4.0", sFile);
-  ConfigAccess::WriteProfileString("ActionDates", "StandardAudioAt", point(l.iStandardHours, false), sFile);
-  ConfigAccess::WriteProfileString("ActionDates", "ArchiveAudioAt", point(l.iArchiveHours, false), sFile);
-  ConfigAccess::WriteProfileString("ActionDates", "DeleteAudioAt", point(l.iDeleteHours, true), sFile);
-  ConfigAccess::WriteProfileString("Segments", "NumSegs", std::to_string(m_o.iSegmentsPerHour), sFile);
+  CHourlyInf oInf;
+  oInf.FileName(sFile);
+  oInf.SegmentsInHour(static_cast<int16_t>(m_o.iSegmentsPerHour));
+  oInf.StandardPoint(point(l.iStandardHours, false));
+  oInf.ArchivePoint(point(l.iArchiveHours, false));
+  oInf.DeletePoint(point(l.iDeleteHours, true));
+  return oInf.Save();
 }
 
 }  // namespace sim

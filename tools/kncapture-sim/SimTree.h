@@ -31,17 +31,13 @@ class RecorderMaker {
   bool Make(std::string& sError);
   const std::vector<LoggerResult>& Results() const { return m_aResults; }
 
-  // The text of an action point for the hour (day serial, hour) plus lHours, as the
-  // hour info file holds it: "yyyy-mm-dd hh:00".
-  static std::string PointText(int32_t lDate, int32_t iHour, int64_t lHours);
-
  private:
   bool InstallSupportFiles(std::string& sError);
   void WriteRegistry();
   bool MakeLogger(int32_t n, const LoggerSpec& l, std::string& sError);
   bool WriteSegment(const CLog& oLog, int32_t iOutput, const std::string& sFile, uint64_t lKey,
                     std::string& sError);
-  void WriteHourInfo(const std::string& sFile, const LoggerSpec& l, int32_t lDate, int32_t iHour);
+  bool WriteHourInfo(const std::string& sFile, const LoggerSpec& l, int32_t lDate, int32_t iHour);
 
   const SimOptions& m_o;
   double m_dUntil = 0;
