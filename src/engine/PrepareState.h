@@ -11,4 +11,11 @@ struct PrepareState {
   std::string sFolder;
   FileHelper::FindHandle hFileFind = 0;
   int16_t iLog = 0;
+
+  // The folder of the logger being walked, as a path of this machine.
+  std::string sLogPath;
+  // The last folder entry tested for being a day folder, and the answer: the walk inside
+  // a day tests its folder once, not once for every entry in it.
+  std::string sTestedFolder;
+  bool bTestedIsDay = false;
 };

@@ -30,6 +30,7 @@ class CLogProcessEntry;
 class IAudioFormat;
 struct PrepareState;
 struct ProcessState;
+class CLogProcessEntry;
 
 class frmProcessLogs : public QObject, public IAudioFileEventSink {
   Q_OBJECT
@@ -122,6 +123,17 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   void FinishUnload();
   void ReadMessages();
   void SendToCapture(const std::string& sText);
+
+  // The work-list preparation (frmProcessLogs_Prepare.cpp).
+  void PrepareScanStep(PrepareState& st, bool& bLogFinished, bool& bRowsAdded);
+  void PrepareHourStep(PrepareState& st, const std::string& sFile, const std::string& sInf, bool& bRowsAdded);
+  void PrepareStartLogger(PrepareState& st);
+  void PrepareFinishScan(PrepareState& st);
+  // How much of one hour's space in its capture format the entry's action frees, in
+  // percent, rounded half to even; negative when the action grows the audio.
+  int32_t GetActionEfficiency(const CLogProcessEntry& oEntry);
+  // Tells the view that the rows of lvwItems changed.
+  void RowsChanged();
 
   // The hour processing (frmProcessLogs_Process.cpp).
   void StartGroup();

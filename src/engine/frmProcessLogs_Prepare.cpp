@@ -1,12 +1,88 @@
 // The work-list preparation: tmrPrepareLists_Timer walks every logger's day and hour
-// folders a few entries a tick and builds the work list.
-//
-// Not written yet: the walk itself. What is here keeps the chain of timers whole: a
-// tick with m_bShutdown set unloads the form; any other tick hands an empty work list
-// over to the hour processing.
+// folders a few directory entries a tick, opens each hour's info file, decides which
+// action is due, and makes a row of the work list for each hour with an action. At the
+// end the rows are sorted by the efficiency text, highest first, and tmrProcess takes
+// over. Nothing on disk is changed here, apart from one line in the last logger's hour
+// log.
+#include <sys/stat.h>
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+#include "config/CLogList.h"
+#include "config/SerialDateHelper.h"
+#include "config/VbConvert.h"
+#include "engine/Globals.h"
 #include "engine/PrepareState.h"
 #include "engine/frmProcessLogs.h"
+#include "hours/CLogProcessEntry.h"
+#include "support/AppGlobal.h"
+#include "support/CNVErr.h"
+#include "support/Clock.h"
+#include "support/ConfigAccess.h"
 #include "support/DebugMsg.h"
+#include "support/FileUtils.h"
+#include "support/Machine.h"
+#include "support/VbDate.h"
+
+namespace {
+
+bool Tracing() { return AppGlobal::DebugMode() != 0; }
+
+bool IsDotEntry(const std::string& s) { return s == "." || s == ".."; }
+
+// The existence test of an hour's info file: a plain file of that name. A path that
+// runs into nothing or into a file is no hour; any other failure of the test (no
+// permission on the folder, an I/O error) is raised.
+bool InfExists(const std::string& sInf) {
+  struct stat st {};
+  if (::stat(sInf.c_str(), &st) == 0) return S_ISREG(st.st_mode);
+  const int e = errno;
+  if (e == ENOENT || e == ENOTDIR) return false;
+  throw RaisedError(CHourlyInf::kErrInfUnreadable, "tmrPrepareLists_Timer",
+                    std::string("Cannot test the hour info file: ") + std::strerror(e));
+}
+
+// Due when the point holds a date (above 0) whose moment has come.
+bool Due(const std::shared_ptr<LogInfo>& p, const SDTime& now, int16_t iSegmentLength) {
+  if (!p || p->Date <= 0) return false;
+  SDTime t;
+  t.Date = p->Date;
+  t.Seconds = p->SecondsOfDay(iSegmentLength);
+  return SerialDateHelper::HasCome(now, t);
+}
+
+eAction DetermineAction(const CLogProcessEntry& oEntry, const SDTime& now) {
+  const auto& oInf = oEntry.HourInf();
+  if (!oInf) return actNone;
+  const int16_t iLength = oEntry.Log()->LogSegmentLength();
+  const auto& oDelete = oInf->DeletePoint();
+  if ((oDelete && oDelete->Date == -1) || Due(oDelete, now, iLength)) return actDelete;
+  if (Due(oInf->ArchivePoint(), now, iLength)) return actArchive;
+  if (Due(oInf->StandardPoint(), now, iLength)) return actStandardise;
+  return actNone;
+}
+
+const char* ActionText(eAction e) {
+  switch (e) {
+    case actDelete: return "Delete";
+    case actStandardise: return "Standardise";
+    case actArchive: return "Archive";
+    default: return "";
+  }
+}
+
+// "P" or "N" and the absolute value in at least three digits: 37 gives P037, -5 N005.
+std::string EfficiencyText(int32_t lPercent) {
+  const int64_t a = std::llabs(static_cast<int64_t>(lPercent));
+  return fmt::format("{}{:03d}", lPercent < 0 ? 'N' : 'P', a);
+}
+
+}  // namespace
 
 void frmProcessLogs::tmrPrepareLists_Timer() {
   DebugMsg("Start Prepare List Timer Sub", 5, 1);
@@ -16,11 +92,226 @@ void frmProcessLogs::tmrPrepareLists_Timer() {
     DebugMsg("Exit Prepare List Timer Sub (Shutdown)", 5, 2);
     return;
   }
-  SetCurrentFileCaption("Preparing Lists ...");
-  SetFileProgress(0);
-  SetLogProgress(0);
-  // The walk of the loggers' folders goes here; it ends as below when all are scanned.
+  PrepareState& st = *m_pPrepare;
+  if (!st.bListStarted) {
+    DebugMsg("Clear Lists", -1, 0);
+    SetCurrentFileCaption("Preparing Lists ...");
+    SetFileProgress(0);
+    SetLogProgress(0);
+    st.iLog = 1;
+    lvwItems.Clear();
+    RowsChanged();
+    DebugMsg("Find first folder", -1, 0);
+    PrepareStartLogger(st);
+    st.hFileFind = 0;
+    st.bListStarted = true;
+  }
+
+  bool bLogFinished = false;
+  bool bRowsAdded = false;
+  const int32_t lEntries = ConfigAccess::GetRegLong(kLogProcessorKey, "PrepareHoursPerPing", 6);
+  try {
+    for (int32_t i = 0; i < lEntries && !bLogFinished; ++i) PrepareScanStep(st, bLogFinished, bRowsAdded);
+  } catch (const std::exception& e) {
+    // The rest of this logger's folders is left for the next cycle.
+    const auto* pRaised = dynamic_cast<const RaisedError*>(&e);
+    DebugMsg(fmt::format("Logger {} dropped for this cycle at {}: {}", st.iLog, st.sFolder,
+                         pRaised ? pRaised->Description : std::string(e.what())),
+             5, 0);
+    CloseFind(st.hFileFind);
+    CloseFind(st.hFolderFind);
+    bLogFinished = true;
+  } catch (...) {
+    DebugMsg(fmt::format("Logger {} dropped for this cycle at {}", st.iLog, st.sFolder), 5, 0);
+    CloseFind(st.hFileFind);
+    CloseFind(st.hFolderFind);
+    bLogFinished = true;
+  }
+  if (bRowsAdded) RowsChanged();
+  if (!bLogFinished) {
+    DebugMsg("End tmrPrepareLists_Timer", 5, 2);
+    return;
+  }
+
+  // Next logger. Nothing here stops the scan: failures are traced and passed over.
+  try {
+    if (st.iLog >= LogList().Count()) {
+      PrepareFinishScan(st);
+    } else {
+      DebugMsg("Do Next log", -1, 0);
+      ++st.iLog;
+      PrepareStartLogger(st);
+    }
+  } catch (const std::exception& e) {
+    DebugMsg(fmt::format("tmrPrepareLists_Timer: ignored: {}", e.what()), 5, 0);
+  }
+  DebugMsg("End tmrPrepareLists_Timer", 5, 2);
+}
+
+void frmProcessLogs::PrepareStartLogger(PrepareState& st) {
+  CloseFind(st.hFileFind);
+  CloseFind(st.hFolderFind);
+  st.sFolder.clear();
+  st.sTestedFolder.clear();
+  st.bTestedIsDay = false;
+  auto oStream = LogList().Stream(st.iLog);
+  st.sLogPath = oStream ? Machine::TranslatePath(oStream->LogPath()) : std::string();
+  while (st.sLogPath.size() > 1 && st.sLogPath.back() == '/') st.sLogPath.pop_back();
+  // A logger without a folder has nothing to walk (and must not walk "/").
+  if (st.sLogPath.empty()) return;
+  st.sFolder = FileHelper::FindFirst(st.sLogPath + "/*.*", FileHelper::kAttrDirectory, st.hFolderFind);
+}
+
+void frmProcessLogs::PrepareScanStep(PrepareState& st, bool& bLogFinished, bool& bRowsAdded) {
+  if (st.sFolder.empty()) {
+    DebugMsg("No Folder.  Done.", -1, 0);
+    bLogFinished = true;
+    CloseFind(st.hFolderFind);
+    return;
+  }
+  if (IsDotEntry(st.sFolder)) {
+    st.hFileFind = 0;
+  } else {
+    m_dLastActive = Clock::Now();
+    if (Tracing()) DebugMsg("Is " + st.sFolder + " a folder?", 10, 0);
+    const std::string sDay = st.sLogPath + "/" + st.sFolder;
+    if (st.sTestedFolder != st.sFolder) {
+      st.sTestedFolder = st.sFolder;
+      st.bTestedIsDay = VbConvert::IsDigits(st.sFolder) && FileHelper::FolderExists(sDay);
+    }
+    if (st.bTestedIsDay) {
+      std::string sFile;
+      if (st.hFileFind == 0) {
+        DebugMsg("Find first file", 10, 0);
+        sFile = FileHelper::FindFirst(sDay + "/*.*", FileHelper::kAttrDirectory, st.hFileFind);
+      } else {
+        DebugMsg("Find Next File", 10, 0);
+        sFile = FileHelper::FindNext(st.hFileFind);
+      }
+      if (sFile.empty()) {
+        CloseFind(st.hFileFind);  // the day is finished
+      } else {
+        if (Tracing()) DebugMsg("Is " + sFile + " a file?", 10, 0);
+        if (!IsDotEntry(sFile)) {
+          const std::string sInf = sDay + "/" + sFile + "/" + sFile + "00.inf";
+          bool bHour = false;
+          try {
+            bHour = InfExists(sInf);
+          } catch (const RaisedError& e) {
+            const std::string sError = fmt::format("{} ({}).  Current info: File = {}; Folder = {}", e.Description,
+                                                   e.Number, sFile, st.sFolder);
+            DebugMsg("tmrPrepareLists_Timer: ERROR: " + sError, 5, 0);
+            SendToCapture("PrepareListError:" + sError);
+          }
+          if (bHour) PrepareHourStep(st, sFile, sInf, bRowsAdded);
+        }
+      }
+    }
+  }
+  if (st.hFolderFind != 0 && st.hFileFind == 0) {
+    DebugMsg("Find next folder", 10, 0);
+    st.sFolder = FileHelper::FindNext(st.hFolderFind);
+  }
+}
+
+void frmProcessLogs::PrepareHourStep(PrepareState& st, const std::string& sFile, const std::string& sInf,
+                                     bool& bRowsAdded) {
+  const auto oLog = LogList().Log(st.iLog);
+  if (!oLog) throw RaisedError(VbConvert::kErrObjectNotSet, "tmrPrepareLists_Timer", "No logger at this position");
+  const int16_t iLength = oLog->LogSegmentLength();
+
+  const auto oHour = oLog->GetLIFromFileName(sInf);
+  if (!oHour)
+    throw RaisedError(VbConvert::kErrObjectNotSet, "tmrPrepareLists_Timer", "No hour in the path " + sInf);
+  const double dDay = oLog->GetDayFromSerial(st.sFolder);
+  const double dTime = static_cast<double>(oHour->SecondsOfDay(iLength)) / 86400.0;
+  SetCurrentFileCaption("Preparing Lists... " + VbDate::Format(dDay, "dddd, d mmmm yyyy") + " " +
+                        VbDate::Format(dTime, "hh:nn:ss"));
+
+  DebugMsg("Open Inf", -1, 0);
+  auto oEntry = std::make_shared<CLogProcessEntry>();
+  try {
+    oEntry->OpenInf(oLog, sInf);
+  } catch (const RaisedError& e) {
+    if (e.Number != CHourlyInf::kErrInfUnreadable) throw;
+    // A file that is there but can't be read is reported and skipped like a failed
+    // existence test; read as empty, it would order the hour deleted.
+    const std::string sError =
+        fmt::format("{} ({}).  Current info: File = {}; Folder = {}", e.Description, e.Number, sFile, st.sFolder);
+    DebugMsg("tmrPrepareLists_Timer: ERROR: " + sError, 5, 0);
+    SendToCapture("PrepareListError:" + sError);
+    return;
+  }
+
+  DebugMsg("Determine Action", -1, 0);
+  const eAction eAct = DetermineAction(*oEntry, SerialDateHelper::FromDate(m_dLastActive));
+  oEntry->Action(eAct);
+  if (eAct == actNone) return;
+
+  DebugMsg("Add to list", -1, 0);
+  WorkListRow oRow;
+  oRow.sKey = oEntry->Reference();
+  oRow.sText = oLog->Name();
+  oRow.SubItem(WorkListRow::kLogTime) = CHourlyInf::FormatPoint(oEntry->loginf());
+  oRow.SubItem(WorkListRow::kActionTime) = oEntry->ActionDateString();
+  oRow.SubItem(WorkListRow::kAction) = ActionText(eAct);
+  try {
+    oRow.SubItem(WorkListRow::kEfficiency) = EfficiencyText(GetActionEfficiency(*oEntry));
+  } catch (...) {
+    // The row stays as far as it was filled, without its item; the hour processing
+    // ends its run there.
+    lvwItems.Add(std::move(oRow));
+    bRowsAdded = true;
+    throw;
+  }
+  oRow.SubItem(WorkListRow::kLogTimeSerial) = VbConvert::SingleText(oEntry->loginf()->SecondsOfDay(iLength));
+  oRow.pTag = std::move(oEntry);
+  lvwItems.Add(std::move(oRow));
+  bRowsAdded = true;
+}
+
+void frmProcessLogs::PrepareFinishScan(PrepareState& st) {
+  DebugMsg("Prepare Lists Done", -1, 0);
+  try {
+    const int32_t lLast = LogList().Count();
+    auto oLog = LogList().Log(lLast);
+    auto oStream = LogList().Stream(lLast);
+    if (oLog && oStream) oLog->AddToServerLog(oStream->LogPath(), "Finished Preparing Delete/Archive lists", "");
+  } catch (const std::exception& e) {
+    DebugMsg(fmt::format("tmrPrepareLists_Timer: ignored: {}", e.what()), 5, 0);
+  }
+  lvwItems.SortByEfficiencyDescending();
+  if (lvwItems.Count() >= 1) lvwItems.Select(1);
+  RowsChanged();
+  CloseFind(st.hFileFind);
+  CloseFind(st.hFolderFind);
   tmrPrepareLists.stop();
+  st.bListStarted = false;
   EnableTimer(tmrProcess);
-  DebugMsg("End Prepare List Timer Sub", 5, 2);
+  DebugMsg("Finished Preparing Lists.  Enabled Process Timer", -1, 0);
+}
+
+int32_t frmProcessLogs::GetActionEfficiency(const CLogProcessEntry& oEntry) {
+  const eAction eAct = oEntry.Action();
+  if (eAct == actDelete) return 100;
+  if (eAct != actStandardise && eAct != actArchive) return 0;
+  const auto& oLog = oEntry.Log();
+  if (!oLog) throw RaisedError(VbConvert::kErrObjectNotSet, "GetActionEfficiency", "No logger");
+  const double S0 = oLog->GetPeriodSize(0, 1);
+  const double S1 = oLog->GetPeriodSize(1, 1);
+  const double S2 = oLog->GetPeriodSize(2, 1);
+  if (S0 == 0.0) throw RaisedError(11, "GetActionEfficiency", "Division by zero");
+  double dShare;
+  if (eAct == actStandardise) {
+    dShare = (S0 - S1) / S0;
+  } else {
+    const auto& oStandard = oEntry.HourInf() ? oEntry.HourInf()->StandardPoint() : nullptr;
+    const bool bStandardised = !oStandard || oStandard->Date == -1;
+    dShare = bStandardised ? (S1 - S2) / S0 : (S0 - S2) / S0;
+  }
+  return VbConvert::ToLong(dShare * 100.0, "GetActionEfficiency");
+}
+
+void frmProcessLogs::RowsChanged() {
+  if (m_pView) m_pView->RowsChanged();
 }

@@ -92,15 +92,6 @@ TEST_F(WorkItemTest, OpenInfOfAPathOutsideAnHourFolderFails) {
   EXPECT_FALSE(o.HourInf());
 }
 
-TEST_F(WorkItemTest, OpenInfOfAMissingFileLeavesStartingValues) {
-  std::filesystem::create_directories(PathIn("L/20100314/1300"));
-  CLogProcessEntry o;
-  o.OpenInf(NamedLog("L1"), PathIn("L/20100314/1300/130000.inf"));
-  ASSERT_TRUE(o.HourInf());
-  EXPECT_FALSE(o.HourInf()->DeletePoint());
-  EXPECT_EQ(o.ActionDateString(), "-1");
-}
-
 class EntryListTest : public ConfigTest {
  protected:
   std::shared_ptr<CLog> m_oLog = NamedLog("L1");

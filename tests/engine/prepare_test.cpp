@@ -1,0 +1,469 @@
+// The work-list preparation on real logger trees: which hours become rows, their cells,
+// their order, the failure rules, and that nothing on disk changes.
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+
+#include <sys/stat.h>
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "common/TempRoot.h"
+#include "config/CLogList.h"
+#include "engine/Globals.h"
+#include "engine/IProcessorView.h"
+#include "engine/frmProcessLogs.h"
+#include "hours/CLogProcessEntry.h"
+#include "support/AppGlobal.h"
+#include "support/Clock.h"
+#include "support/ConfigAccess.h"
+#include "support/DebugMsg.h"
+#include "support/Faults.h"
+#include "support/MessageTransport.h"
+#include "support/VbDate.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+QCoreApplication& App() {
+  static int s_iArgc = 1;
+  static char s_szName[] = "prepare_test";
+  static char* s_apArgv[] = {s_szName, nullptr};
+  static QCoreApplication* s_pApp = new QCoreApplication(s_iArgc, s_apArgv);
+  return *s_pApp;
+}
+
+class CountingView : public IProcessorView {
+ public:
+  int iRowsChanged = 0;
+  std::vector<std::string> Captions;
+  void ShowForm() override {}
+  void SetBusyPointer(bool) override {}
+  void SetProcessorActive(bool) override {}
+  void SetAllDoneCaption(const std::string&) override {}
+  void SetCurrentFileCaption(const std::string& s) override { Captions.push_back(s); }
+  void SetRestartEnabled(bool) override {}
+  void SetFileProgress(int) override {}
+  void SetLogProgress(int) override {}
+  void RowsChanged() override { ++iRowsChanged; }
+  void Minimise() override {}
+  void SaveWindowPosition() override {}
+  void CloseForm() override {}
+};
+
+const char* const kFuture = "2026-12-30 12:00";
+const std::string kCaptureKey = "SOFTWARE\\Norvane\\Kestrane v4\\Capture";
+
+// The hour info text; a null point leaves its key out.
+std::string Inf(const char* sStandard, const char* sArchive, const char* sDelete) {
+  std::string s = "[General]\r\nVersion=4.0\r\n[ActionDates]\r\n";
+  if (sStandard) s += std::string("StandardAudioAt=") + sStandard + "\r\n";
+  if (sArchive) s += std::string("ArchiveAudioAt=") + sArchive + "\r\n";
+  if (sDelete) s += std::string("DeleteAudioAt=") + sDelete + "\r\n";
+  return s + "[Segments]\r\nNumSegs=60\r\n";
+}
+
+std::string PcmFormat(int iRate, int iChannels, int iTag) {
+  return "SampleRate=" + std::to_string(iRate) + "\r\nChannels=" + std::to_string(iChannels) +
+         "\r\nFormatTag=" + std::to_string(iTag) + "\r\n";
+}
+
+// Settings of a logger whose output formats are WAV in every period; aFormats holds,
+// for each output format, the (rate, channels, tag) of the periods 0, 1, 2.
+struct Wav {
+  int iRate, iChannels, iTag;
+};
+std::string Settings(const std::string& sName, const std::vector<std::array<Wav, 3>>& aFormats, int iType = 2) {
+  std::string s = "[General]\r\nName=" + sName + "\r\nOutputCount=" + std::to_string(aFormats.size()) +
+                  "\r\n[LogSettings]\r\nSegmentsPerHour=60\r\n[Logtypes]\r\n";
+  for (size_t f = 0; f < aFormats.size(); ++f)
+    for (int p = 0; p < 3; ++p)
+      s += "FormatType" + std::to_string(p) + static_cast<char>('a' + f) + "=" + std::to_string(iType) + "\r\n";
+  for (size_t f = 0; f < aFormats.size(); ++f)
+    for (int p = 0; p < 3; ++p) {
+      const Wav& w = aFormats[f][static_cast<size_t>(p)];
+      s += "[OutputFormat" + std::to_string(p) + static_cast<char>('a' + f) + "]\r\n" + PcmFormat(w.iRate, w.iChannels, w.iTag);
+    }
+  return s;
+}
+
+struct Expected {
+  std::string sLog;
+  std::string sHour;  // "yyyymmdd/HH00"
+  std::string sActionTime;
+  std::string sAction;
+  std::string sEfficiency;
+};
+
+}  // namespace
+
+class PrepareTest : public TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    App();
+    DebugLog::ResetForTesting();
+    AppGlobal::SetApplication(Root(), "knlogproc");
+    AppGlobal::SetDebugPath(Root() + "/dbg/");
+    AppGlobal::SetDebugMode(10);
+    AppGlobal::SetCommandLine("");
+    sLogListLoc = kDefaultLogListLoc;
+    Clock::SetFixed(VbDate::Make({2026, 11, 23, 10, 5, 0}));
+    ASSERT_TRUE(m_oCapture.Bind(kCaptureHandler));
+  }
+  void TearDown() override {
+    m_pForm.reset();
+    LogList().Clear();
+    m_oCapture.Close();
+    Faults::DisarmAll();
+    Clock::Reset();
+    AppGlobal::SetDebugMode(0);
+    TempRootTest::TearDown();
+  }
+
+  // Loggers 1..n at D:\Kestrane\Logger<n>, each with its settings file.
+  void Loggers(const std::vector<std::string>& aSettings, int iPerPing = 6) {
+    std::string s = "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\" + kCaptureKey +
+                    "]\r\n\"LogCount\"=dword:0000000" + std::to_string(aSettings.size()) + "\r\n\r\n";
+    for (size_t i = 0; i < aSettings.size(); ++i) {
+      const std::string n = std::to_string(i + 1);
+      s += "[HKEY_LOCAL_MACHINE\\" + kCaptureKey + "\\Logger" + n + "]\r\n\"LogPath\"=\"D:\\\\Kestrane\\\\Logger" + n +
+           "\"\r\n\"Enabled\"=dword:ffffffff\r\n\r\n";
+      WriteFile(Rel(static_cast<int>(i) + 1, "Kestrane.ini"), aSettings[i]);
+    }
+    s += "[HKEY_LOCAL_MACHINE\\" + std::string(kLogProcessorKey) + "]\r\n\"PrepareHoursPerPing\"=dword:" +
+         fmt::format("{:08x}", static_cast<uint32_t>(iPerPing)) + "\r\n";
+    WriteFile("registry.reg", s);
+    ConfigAccess::ClearCache();
+  }
+  static std::string Rel(int iLog, const std::string& sRest) {
+    return "drive_d/Kestrane/Logger" + std::to_string(iLog) + "/" + sRest;
+  }
+  // An hour folder "yyyymmdd/HH00" with its info file.
+  void Hour(int iLog, const std::string& sHour, const std::string& sContent) {
+    WriteFile(Rel(iLog, sHour + "/" + sHour.substr(9, 2) + "0000.inf"), sContent);
+  }
+  std::string InfPath(int iLog, const std::string& sHour) const {
+    return PathIn(Rel(iLog, sHour + "/" + sHour.substr(9, 2) + "0000.inf"));
+  }
+
+  // Loads the logger list and runs the preparation tick by tick to its end, as the
+  // timer would. Returns the number of ticks.
+  int Prepare(int iMaxTicks = 100000) {
+    LogList().LoadLogs(sLogListLoc);
+    if (!m_pForm) {
+      m_pForm = std::make_unique<frmProcessLogs>();
+      m_pForm->SetView(&m_oView);
+    }
+    m_pForm->tmrPrepareLists.start();
+    int iTicks = 0;
+    while (m_pForm->tmrPrepareLists.isActive() && iTicks < iMaxTicks) {
+      m_pForm->tmrPrepareLists_Timer();
+      ++iTicks;
+    }
+    EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive()) << "the scan did not finish";
+    return iTicks;
+  }
+
+  void ExpectRows(const std::vector<Expected>& aRows) {
+    const WorkList& l = m_pForm->lvwItems;
+    ASSERT_EQ(l.Count(), static_cast<int>(aRows.size())) << Dump();
+    for (size_t i = 0; i < aRows.size(); ++i) {
+      const Expected& x = aRows[i];
+      const WorkListRow& r = l.Row(static_cast<int>(i) + 1);
+      int iLog = 1;
+      while (iLog < LogList().Count() && LogList().Log(iLog)->Name() != x.sLog) ++iLog;
+      const int32_t lDay = VbDate::DateSerial(std::stoi(x.sHour.substr(0, 4)), std::stoi(x.sHour.substr(4, 2)),
+                                              std::stoi(x.sHour.substr(6, 2)));
+      const int iHour = std::stoi(x.sHour.substr(9, 2));
+      const std::string sWhere = "row " + std::to_string(i + 1) + " " + x.sHour + "\n" + Dump();
+      EXPECT_EQ(r.sText, x.sLog) << sWhere;
+      EXPECT_EQ(r.sKey, x.sLog + std::to_string(lDay) + std::to_string(iHour) + "0" + InfPath(iLog, x.sHour)) << sWhere;
+      EXPECT_EQ(r.SubItem(WorkListRow::kLogTime),
+                x.sHour.substr(0, 4) + "-" + x.sHour.substr(4, 2) + "-" + x.sHour.substr(6, 2) + " " +
+                    x.sHour.substr(9, 2) + ":00")
+          << sWhere;
+      EXPECT_EQ(r.SubItem(WorkListRow::kActionTime), x.sActionTime) << sWhere;
+      EXPECT_EQ(r.SubItem(WorkListRow::kAction), x.sAction) << sWhere;
+      EXPECT_EQ(r.SubItem(WorkListRow::kEfficiency), x.sEfficiency) << sWhere;
+      if (x.sEfficiency.empty()) {
+        EXPECT_FALSE(r.pTag) << "a half-filled row has no item; " << sWhere;
+        continue;
+      }
+      EXPECT_EQ(r.SubItem(WorkListRow::kLogTimeSerial), std::to_string(iHour * 3600)) << sWhere;
+      ASSERT_TRUE(r.pTag) << sWhere;
+      EXPECT_EQ(r.pTag->Reference(), r.sKey);
+      EXPECT_EQ(r.pTag->Action(), x.sAction == "Delete" ? actDelete : x.sAction == "Archive" ? actArchive : actStandardise);
+      EXPECT_EQ(r.pTag->Log(), LogList().Log(iLog));
+    }
+  }
+  std::string Dump() const {
+    std::string s;
+    for (int i = 1; i <= m_pForm->lvwItems.Count(); ++i) {
+      const WorkListRow& r = m_pForm->lvwItems.Row(i);
+      s += r.sText + " | " + r.SubItem(1) + " | " + r.SubItem(2) + " | " + r.SubItem(3) + " | " + r.SubItem(4) + "\n";
+    }
+    return s;
+  }
+  std::vector<std::string> CaptureMessages() {
+    std::vector<std::string> a;
+    while (auto m = m_oCapture.Receive()) a.push_back(m->Text);
+    return a;
+  }
+  std::string Trace() const {
+    std::ifstream f(DebugLog::CurrentFile(), std::ios::binary);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+  }
+  // Every file and folder below drive_d (hour logs left out): a file with its bytes and
+  // modification time, a folder by its presence (the new hour log changes its time).
+  std::map<std::string, std::string> Snapshot() const {
+    std::map<std::string, std::string> m;
+    for (const auto& e : fs::recursive_directory_iterator(PathIn("drive_d"))) {
+      const std::string p = e.path().string();
+      if (p.size() > 4 && p.substr(p.size() - 4) == ".LOG") continue;
+      struct stat st {};
+      ::lstat(p.c_str(), &st);
+      std::string sInfo = std::to_string(st.st_mode);
+      if (e.is_regular_file())
+        sInfo += " " + std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec) + "\n" +
+                 ReadFile(p.substr(Root().size() + 1));
+      m[p] = sInfo;
+    }
+    return m;
+  }
+
+  MessageEndpoint m_oCapture;
+  CountingView m_oView;
+  std::unique_ptr<frmProcessLogs> m_pForm;
+};
+
+// Logger "Studio One" has two output formats, WAV in every period, per second of audio:
+//   A: capture 44100 Hz stereo PCM 176400 B, standard 22050 Hz mono PCM 44100 B,
+//      archive 22050 Hz mono IMA ADPCM 11025 B;
+//   B: capture 32000 Hz stereo PCM 128000 B, standard 32000 Hz stereo IMA 32000 B,
+//      archive 11025 Hz mono IMA 5512.5 B.
+// So S0 = 304400, S1 = 76100, S2 = 16537.5 (times 3600) and
+//   Standardise            (S0 - S1) / S0 = 75 %          -> P075
+//   Archive, standardised  (S1 - S2) / S0 = 19.567 %      -> P020
+//   Archive, from capture  (S0 - S2) / S0 = 94.567 %      -> P095
+// Logger "Studio Two" has one format: 64000 B, 56000 B, 192000 B a second:
+//   Standardise            8000 / 64000 = 12.5 %          -> P012 (half to even)
+//   Archive, standardised  -136000 / 64000 = -212.5 %     -> N212 (half to even)
+//   Archive, from capture  -128000 / 64000 = -200 %       -> N200
+class PrepareTreeTest : public PrepareTest {
+ protected:
+  void SetUp() override {
+    PrepareTest::SetUp();
+    Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}},
+                                     {Wav{32000, 2, 1}, Wav{32000, 2, 17}, Wav{11025, 1, 17}}}),
+             Settings("Studio Two", {{Wav{32000, 1, 1}, Wav{28000, 1, 1}, Wav{48000, 2, 1}}})});
+    // Now is Monday 2026-11-23 10:05.
+    Hour(1, "20261120/0100", Inf(kFuture, kFuture, "20261122 0100"));        // delete point passed
+    Hour(1, "20261120/0200", Inf(kFuture, kFuture, "-1"));                   // delete at once
+    Hour(1, "20261120/0300", Inf("-1", "2026-11-22 03:00", kFuture));        // archive, standardised
+    Hour(1, "20261120/0400", Inf("2026-11-21 04:00", "2026/11/22 04:00:30", kFuture));  // archive from capture
+    Hour(1, "20261120/0500", Inf("2026-11-21 05:00", kFuture, kFuture));     // standardise
+    Hour(1, "20261120/0600", Inf(kFuture, kFuture, kFuture));                // nothing due
+    WriteFile(Rel(1, "20261120/0700/070000A.wav"), "RIFF");                  // no info file
+    Hour(1, "20261120/0800", Inf("-1", "-1", "soon"));                       // unparseable: never due
+    Hour(1, "20261120/0900", Inf(kFuture, kFuture, nullptr));                // no delete point: delete
+    Hour(1, "20261120/1000", Inf("-1", "-1", kFuture));                      // all done, delete later
+    Hour(1, "20261120/1100", Inf("2026-11-23 10:00", kFuture, "2026-11-23 11:00"));  // due this hour
+    WriteFile(Rel(1, "20261120/notes.txt"), "stray");
+    Hour(1, "20261121/1300", Inf("20261122 1300", kFuture, kFuture));        // standardise
+    Hour(1, "backup/1300", Inf(kFuture, kFuture, "-1"));                     // not a day folder
+    WriteFile(Rel(1, "20261122"), "a file with a day's name");
+    fs::create_directories(PathIn(Rel(1, "20261123/1000")));                 // the present hour
+    Hour(2, "20261120/0100", Inf("2026-11-22 01:00", kFuture, kFuture));
+    Hour(2, "20261120/0200", Inf("-1", "2026-11-22 02:00", kFuture));
+    Hour(2, "20261120/0300", Inf("2026-11-22 03:00", "2026-11-22 03:00", kFuture));
+    fs::create_directories(PathIn(Rel(2, "20261123/1000")));
+  }
+
+  const std::vector<Expected> m_aExpected = {
+      {"Studio One", "20261120/0100", "2026-11-22 01:00", "Delete", "P100"},
+      {"Studio One", "20261120/0200", "-1", "Delete", "P100"},
+      {"Studio One", "20261120/0900", "-1", "Delete", "P100"},
+      {"Studio One", "20261120/0400", "2026-11-22 04:00", "Archive", "P095"},
+      {"Studio One", "20261120/0500", "2026-11-21 05:00", "Standardise", "P075"},
+      {"Studio One", "20261120/1100", "2026-11-23 10:00", "Standardise", "P075"},
+      {"Studio One", "20261121/1300", "2026-11-22 13:00", "Standardise", "P075"},
+      {"Studio One", "20261120/0300", "2026-11-22 03:00", "Archive", "P020"},
+      {"Studio Two", "20261120/0100", "2026-11-22 01:00", "Standardise", "P012"},
+      {"Studio Two", "20261120/0200", "2026-11-22 02:00", "Archive", "N212"},
+      {"Studio Two", "20261120/0300", "2026-11-22 03:00", "Archive", "N200"},
+  };
+};
+
+TEST_F(PrepareTreeTest, GivesTheDueHoursSortedByEfficiencyAndChangesNoFile) {
+  const auto aBefore = Snapshot();
+  Prepare();
+  ExpectRows(m_aExpected);
+  EXPECT_EQ(m_pForm->lvwItems.Selected(), 1);
+  EXPECT_EQ(Snapshot(), aBefore);
+  // The end of the scan is told in the hour log of the last logger only.
+  const std::string sLog = ReadFile(Rel(2, "20261123/1000/100000.LOG"));
+  EXPECT_EQ(sLog, "10:05:00 Finished Preparing Delete/Archive lists\r\n");
+  EXPECT_FALSE(fs::exists(PathIn(Rel(1, "20261123/1000/100000.LOG"))));
+  EXPECT_TRUE(CaptureMessages().empty());
+  EXPECT_GE(m_oView.iRowsChanged, 2);
+  ASSERT_FALSE(m_oView.Captions.empty());
+  EXPECT_EQ(m_oView.Captions.front(), "Preparing Lists ...");
+  EXPECT_EQ(m_pForm->CurrentFileCaption(), "Preparing Lists... Friday, 20 November 2026 03:00:00");
+  EXPECT_EQ(m_pForm->m_dLastActive, Clock::Now());
+  const std::string sTrace = Trace();
+  EXPECT_NE(sTrace.find("Finished Preparing Lists.  Enabled Process Timer"), std::string::npos);
+  EXPECT_EQ(sTrace.find("ERROR"), std::string::npos);
+}
+
+TEST_F(PrepareTreeTest, OneEntryATickOnlyTakesMoreTicks) {
+  const int iTicksAtSix = Prepare();
+  ExpectRows(m_aExpected);
+  Loggers({ReadFile(Rel(1, "Kestrane.ini")), ReadFile(Rel(2, "Kestrane.ini"))}, 1);
+  const int iTicksAtOne = Prepare();
+  ExpectRows(m_aExpected);
+  // A tick for each entry of a logger's folder that is no day, for each entry of a day
+  // (dot entries included) and the end of that day's search, and one for the end of the
+  // logger's folder. Logger 1: ".", "..", a file named like a day, "backup" and the
+  // settings file; days of 14, 3 and 3 entries. Logger 2: ".", "..", the settings file;
+  // days of 5 and 3 entries.
+  EXPECT_EQ(iTicksAtOne, (5 + 15 + 4 + 4 + 1) + (3 + 6 + 4 + 1)) << "ticks at six: " << iTicksAtSix;
+  EXPECT_LT(iTicksAtSix, iTicksAtOne);
+}
+
+TEST_F(PrepareTreeTest, ANewCycleStartsAfreshOnTheSortedList) {
+  Prepare();
+  ASSERT_EQ(m_pForm->lvwItems.Count(), static_cast<int>(m_aExpected.size()));
+  // Meanwhile an hour was archived and another became due for deletion.
+  WriteFile(Rel(1, "20261120/0400/040000.inf"), Inf("-1", "-1", kFuture));
+  WriteFile(Rel(2, "20261120/0300/030000.inf"), Inf("-1", "-1", "-1"));
+  Prepare();
+  std::vector<Expected> a = m_aExpected;
+  a.erase(a.begin() + 3);  // 0400 of Studio One is done
+  a.pop_back();            // 0300 of Studio Two is now a Delete, after the other P100 rows
+  a.insert(a.begin() + 3, {"Studio Two", "20261120/0300", "-1", "Delete", "P100"});
+  ExpectRows(a);
+}
+
+TEST_F(PrepareTest, EmptyAndMissingTreesFinishWithNoRows) {
+  Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}}),
+           Settings("Studio Two", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
+  fs::remove(PathIn(Rel(2, "Kestrane.ini")));
+  LogList().LoadLogs(sLogListLoc);
+  ASSERT_EQ(LogList().Count(), 1);
+  // Logger 2 isn't loaded; logger 1 has only its settings file, then its folder goes.
+  EXPECT_LE(Prepare(), 2);
+  EXPECT_EQ(m_pForm->lvwItems.Count(), 0);
+  EXPECT_EQ(m_pForm->lvwItems.Selected(), 0);
+  fs::remove_all(PathIn(Rel(1, "")));
+  m_pForm->tmrPrepareLists.start();
+  m_pForm->tmrPrepareLists_Timer();
+  EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive());
+  EXPECT_EQ(m_pForm->lvwItems.Count(), 0);
+}
+
+// Info files of any content: each yields what its keys say, and nothing stops the walk.
+TEST_F(PrepareTest, OddInfoFilesYieldWhatTheirKeysSay) {
+  Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
+  std::string sNoise;
+  uint32_t x = 2024;
+  for (int i = 0; i < 8192; ++i) {
+    x = x * 1664525u + 1013904223u;
+    sNoise += static_cast<char>(x >> 24);
+  }
+  std::string sBig = "[ActionDates]\r\n";
+  for (int i = 0; i < 10000; ++i) sBig += "Note" + std::to_string(i) + "=2026-11-01 00:00\r\n";
+  sBig += "StandardAudioAt=2026-11-22 03:00\r\nDeleteAudioAt=" + std::string(kFuture) + "\r\nArchiveAudioAt=-1\r\n";
+  Hour(1, "20261120/0100", sNoise);                                       // no keys: delete
+  Hour(1, "20261120/0200", "");                                           // empty: delete
+  Hour(1, "20261120/0300", sBig);                                         // standardise
+  Hour(1, "20261120/0400", Inf("yesterday", "2026-02-30 01:00", "soon"));  // nothing parses: never due
+  Hour(1, "20261120/0500", Inf("-1", "-1", "2026-11-23 10:00"));          // delete point this hour
+  Prepare();
+  ExpectRows({{"Studio One", "20261120/0100", "-1", "Delete", "P100"},
+              {"Studio One", "20261120/0200", "-1", "Delete", "P100"},
+              {"Studio One", "20261120/0500", "2026-11-23 10:00", "Delete", "P100"},
+              {"Studio One", "20261120/0300", "2026-11-22 03:00", "Standardise", "P075"}});
+}
+
+TEST_F(PrepareTest, UnreadableInfoFileIsReportedAndSkipped) {
+  Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
+  Hour(1, "20261120/0100", Inf("-1", "-1", "-1"));
+  Hour(1, "20261120/0200", Inf("-1", "-1", kFuture));
+  Hour(1, "20261120/0300", Inf("-1", "-1", "-1"));
+  Faults::Arm("inf.read", EIO, 1, 1);  // the second info file read fails
+  Prepare();
+  ExpectRows({{"Studio One", "20261120/0100", "-1", "Delete", "P100"},
+              {"Studio One", "20261120/0300", "-1", "Delete", "P100"}});
+  const std::string sError = fmt::format(
+      "Cannot read the hour info file: Input/output error ({}).  Current info: File = 0200; Folder = 20261120",
+      CHourlyInf::kErrInfUnreadable);
+  EXPECT_EQ(CaptureMessages(), std::vector<std::string>{"PrepareListError:" + sError});
+  EXPECT_NE(Trace().find("tmrPrepareLists_Timer: ERROR: " + sError), std::string::npos);
+}
+
+TEST_F(PrepareTest, FailureInAnHourDropsTheRestOfThatLoggerOnly) {
+  Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}}),
+           Settings("Studio Two", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
+  Hour(1, "20261120/0100", Inf("-1", "-1", "-1"));
+  WriteFile(Rel(1, "20261120/abcd/abcd00.inf"), Inf("-1", "-1", "-1"));  // names no hour
+  Hour(1, "20261121/0100", Inf("-1", "-1", "-1"));                       // not reached this cycle
+  Hour(2, "20261120/0100", Inf("-1", "-1", "-1"));
+  Prepare();
+  ExpectRows({{"Studio One", "20261120/0100", "-1", "Delete", "P100"},
+              {"Studio Two", "20261120/0100", "-1", "Delete", "P100"}});
+  EXPECT_TRUE(CaptureMessages().empty());
+  EXPECT_EQ(ReadFile(Rel(2, "20261120/0100/010000.inf")), Inf("-1", "-1", "-1"));
+}
+
+// A logger whose capture format has no size: its efficiency can't be computed. The row
+// stays half-filled without its item, and the rest of the logger waits for the next cycle.
+TEST_F(PrepareTest, CaptureFormatWithoutSizeLeavesAHalfRow) {
+  Loggers({Settings("Studio Three", {{Wav{0, 0, 0}, Wav{0, 0, 0}, Wav{0, 0, 0}}}, -1)});
+  Hour(1, "20261120/0100", Inf("-1", "-1", "-1"));
+  Hour(1, "20261120/0200", Inf("2026-11-22 02:00", kFuture, kFuture));
+  Hour(1, "20261120/0300", Inf("-1", "-1", "-1"));
+  Prepare();
+  ExpectRows({{"Studio Three", "20261120/0100", "-1", "Delete", "P100"},
+              {"Studio Three", "20261120/0200", "2026-11-22 02:00", "Standardise", ""}});
+}
+
+// The whole chain: the form loads the loggers, prepares, and hands over to the hour
+// processing, which ends the run on an empty list.
+TEST_F(PrepareTest, FinishedScanHandsOverToTheProcessTimer) {
+  Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
+  Hour(1, "20261120/0100", Inf(kFuture, kFuture, kFuture));
+  fs::create_directories(PathIn(Rel(1, "20261123/1000")));
+  m_pForm = std::make_unique<frmProcessLogs>();
+  bool bUnloaded = false;
+  QObject::connect(m_pForm.get(), &frmProcessLogs::Unloaded, [&] { bUnloaded = true; });
+  m_pForm->Load();
+  QElapsedTimer t;
+  t.start();
+  while (!bUnloaded && t.elapsed() < 10000) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+  ASSERT_TRUE(bUnloaded);
+  EXPECT_EQ(m_pForm->lvwItems.Count(), 0);
+  const std::string sTrace = Trace();
+  const size_t iDone = sTrace.find("Finished Preparing Lists.  Enabled Process Timer");
+  ASSERT_NE(iDone, std::string::npos);
+  EXPECT_NE(sTrace.find("Start tmrProcess_Timer", iDone), std::string::npos);
+  EXPECT_NE(ReadFile(Rel(1, "20261123/1000/100000.LOG")).find("Finished Preparing Delete/Archive lists"),
+            std::string::npos);
+  const auto aMessages = CaptureMessages();
+  ASSERT_FALSE(aMessages.empty());
+  EXPECT_EQ(aMessages.front(), "IDLE");
+}
