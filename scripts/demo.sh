@@ -1,17 +1,79 @@
 #!/usr/bin/env bash
-# Runs the log processor headless on a fresh machine root in ./demo-root for a few
-# seconds, stops it as a service manager would (SIGTERM) and shows its debug file.
+# The demo behind `make demo`: a small recorder in ./demo-root, one headless run of the
+# log processor over it, and a summary of what the run did, worked out from the disk.
+#
+# Settings from the environment (the end-to-end test uses them):
+#   KN_BUILD_DIR        build folder with bin/ (build)
+#   KN_DEMO_ROOT        machine root to make (./demo-root); removed and made afresh
+#   KN_DEMO_SKIP_BUILD  1: use the programs as they are, install and build nothing
+#   KN_DEMO_DAYS        days recorded (2)
+#   KN_DEMO_SEGMENTS    segments an hour (4)
+#   KN_DEMO_TIMEOUT     seconds the processor may run before it is stopped (240)
 set -euo pipefail
 cd "$(dirname "$0")/.."
-root="$PWD/demo-root"
+src="$PWD"
+build="${KN_BUILD_DIR:-build}"
+root="${KN_DEMO_ROOT:-$src/demo-root}"
+days="${KN_DEMO_DAYS:-2}"
+segments="${KN_DEMO_SEGMENTS:-4}"
+timeout="${KN_DEMO_TIMEOUT:-240}"
+bin="$build/bin"
+
+if [ "${KN_DEMO_SKIP_BUILD:-0}" != 1 ]; then
+  bash scripts/install-deps.sh
+  cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF > /dev/null
+  cmake --build "$build" -j "$(nproc)" --target knlogproc SoundShuttle kncapture-sim kndemo-report knmsg
+fi
+bin="$(cd "$bin" && pwd)"
+
+# A fresh machine root each time; the processor and the tools find it through KESTRANE_ROOT.
 rm -rf "$root"
 mkdir -p "$root"
+root="$(cd "$root" && pwd)"
 export KESTRANE_ROOT="$root"
 unset DISPLAY WAYLAND_DISPLAY QT_QPA_PLATFORM
-build/bin/knlogproc /DEBUG &
-pid=$!
-sleep 3
-kill -TERM "$pid"
-wait "$pid" || true
-echo "---- debug file ----"
-cat "$root"/drive_c/DebugFiles/knlogproc.*.log
+
+echo "== Making a recorder in $root"
+# Three loggers, $segments segments an hour (2 s of audio each, to keep it small),
+# $days days up to now. Each logger deletes its hours within a day, so with two days
+# or more all three actions fall due.
+#  1  WAV PCM 44.1 kHz stereo -> IMA ADPCM 22.05 kHz stereo -> IMA ADPCM mono
+#  2  MP2 192 kbit/s -> MP3 128 kbit/s -> MP3 22.05 kHz mono 32 kbit/s
+#  3  output A: WAV 22.05 kHz mono -> Ogg Vorbis 48 kbit/s -> WMA profile 7;
+#     output B: WAV 8 kHz mono -> IMA ADPCM -> no archive (removed when archived)
+"$bin/kncapture-sim" make --days "$days" --segments "$segments" --seconds 2 --audio speech --seed 2026 \
+  --loggers 3 \
+  --name "1=Studio 1" --hours 1=2,6,20 \
+  --name "2=News" --hours 2=3,9,22 \
+  --format "2=mp2:44100:2:192/mp3:44100:2:128/mp3:22050:1:32" \
+  --name "3=Talk" --hours 3=4,12,23 \
+  --format "3=wav:22050:1/ogg:22050:1:48/wma:7+wav:8000:1/ima:8000:1/none" \
+  --prepare-interval 10 --process-interval 0 --hours-per-ping 50
+
+"$bin/kndemo-report" snapshot "$root/before.snapshot"
+
+# Stand in for the capture process: collect what the processor tells it.
+"$bin/kncapture-sim" listen > "$root/capture-messages.txt" 2> /dev/null &
+listener=$!
+trap 'kill "$listener" 2> /dev/null || true' EXIT
+for _ in $(seq 50); do [ -S "$root/run/msg/KNCaptureMsgHandler" ] && break; sleep 0.1; done
+
+echo "== Running knlogproc /DEBUG once over it (headless)"
+start=$(date +%s)
+# Without /KEEPALIVE the processor ends by itself after one cycle; if it overruns, it is
+# stopped with SIGTERM as a service manager would stop it.
+status=0
+timeout -s TERM "$timeout" "$bin/knlogproc" /DEBUG || status=$?
+echo "   knlogproc ended with status $status after $(( $(date +%s) - start )) s"
+sleep 0.3
+kill "$listener" 2> /dev/null || true
+wait "$listener" 2> /dev/null || true
+
+"$bin/kndemo-report" snapshot "$root/after.snapshot"
+
+echo
+echo "== What the run did, from the disk before and after"
+"$bin/kndemo-report" summary "$root/before.snapshot" "$root/after.snapshot" | tee "$root/summary.txt"
+"$bin/kndemo-report" summary "$root/before.snapshot" "$root/after.snapshot" --tsv > "$root/summary.tsv"
+echo "Messages to the capture process: $(wc -l < "$root/capture-messages.txt") in $root/capture-messages.txt"
+sed -n '1,5p' "$root/capture-messages.txt" | sed 's/^/  /'

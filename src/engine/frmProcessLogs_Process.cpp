@@ -117,7 +117,15 @@ void frmProcessLogs::tmrProcess_Timer() {
       if (st.sFile.empty()) CloseGroupSearch();
     }
     if (st.bInGroup) {
-      ProcessOneFile();
+      try {
+        ProcessOneFile();
+      } catch (const std::exception& e) {
+        // Nothing of the file was touched yet; it and its hour are tried again later.
+        DebugMsg(std::string("Cannot process ") + st.sFile + ": " + e.what(), -1, 0);
+        ReleaseFileObjects();
+        st.bFileInProgress = false;
+        st.bGroupError = true;
+      }
     } else {
       EndGroup();
     }

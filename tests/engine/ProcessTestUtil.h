@@ -116,4 +116,26 @@ inline double DecodedSeconds(const std::string& sPath) {
   return d;
 }
 
+// One ffmpeg run: the codec of the first audio stream and the seconds it decodes to.
+struct Decoded {
+  std::string sCodec;
+  double dSeconds = -1;
+};
+
+inline Decoded Decode(const std::string& sPath) {
+  Decoded d;
+  const std::string sRaw = sPath + ".probe.raw";
+  std::string sOut;
+  const int rc = RunProgram("ffmpeg -hide_banner -nostdin -y -i '" + sPath + "' -ac 1 -ar 8000 -f s16le '" + sRaw + "'", &sOut);
+  const size_t i = sOut.find("Audio: ");
+  if (i != std::string::npos) {
+    const size_t j = sOut.find_first_of(" ,(\n", i + 7);
+    d.sCodec = sOut.substr(i + 7, j == std::string::npos ? std::string::npos : j - i - 7);
+  }
+  std::error_code ec;
+  if (rc == 0) d.dSeconds = static_cast<double>(std::filesystem::file_size(sRaw, ec)) / 2 / 8000.0;
+  std::filesystem::remove(sRaw, ec);
+  return d;
+}
+
 }  // namespace proctest

@@ -1,0 +1,165 @@
+#pragma once
+// A machine root with recorders' logger trees for end-to-end runs of the processor: the
+// registry, each logger's settings file, the copier and its profile file, hours of
+// recorded segments with their info files, and a listener on the capture side's handler.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "RunningProgram.h"
+#include "audio/CAudioACM.h"
+#include "audio/CAudioNCT.h"
+#include "audio/CAudioWMA.h"
+#include "audio/ChooseAudioClass.h"
+#include "common/TempRoot.h"
+#include "config/CLog.h"
+#include "config/ClogPeriods.h"
+#include "engine/ProcessTestUtil.h"
+#include "support/ConfigAccess.h"
+#include "support/MessageTransport.h"
+
+namespace e2eproc {
+
+namespace fs = std::filesystem;
+
+inline std::shared_ptr<IAudioFormat> Wav(int iRate, int iChannels, int iTag) {
+  auto o = std::make_shared<CAudioACM>();
+  o->SetFileFormat(iRate, iChannels, iTag);
+  return o;
+}
+inline std::shared_ptr<IAudioFormat> Compressed(int iType, int iRate, int iKbps, int iChannels) {
+  auto o = std::make_shared<CAudioNCT>();
+  o->SetFileFormat(iType, iRate, iKbps, iChannels, 0);
+  return o;
+}
+inline std::shared_ptr<IAudioFormat> Wma(int iProfile) {
+  auto o = std::make_shared<CAudioWMA>();
+  o->SetProfileNum(iProfile);
+  return o;
+}
+// Output format with its three periods: as recorded, standard, archive.
+inline std::shared_ptr<ClogPeriods> Periods(std::shared_ptr<IAudioFormat> oRec, std::shared_ptr<IAudioFormat> oStd,
+                                            std::shared_ptr<IAudioFormat> oArc) {
+  auto o = std::make_shared<ClogPeriods>();
+  o->Period(0, std::move(oRec));
+  o->Period(1, std::move(oStd));
+  o->Period(2, std::move(oArc));
+  return o;
+}
+
+class ProcessRunTest : public TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    // A program of our own, so that runs of tests side by side are no "second copy".
+    fs::create_directories(PathIn("bin"));
+    m_sProgram = PathIn("bin/knlogproc");
+    fs::copy_file(BinPath("knlogproc"), m_sProgram);
+    const std::string sShared = PathIn("drive_c/Program Files/Common Files/Norvane Shared");
+    fs::create_directories(sShared + "/Sound Shuttle");
+    fs::copy_file(BinPath("SoundShuttle"), sShared + "/Sound Shuttle/SoundShuttle");
+    proctest::WriteBytes(sShared + "/Kestrane v4/nvkn4.prx", "[Profiles]\r\n23 = 22050, 1, 32, Mono speech\r\n");
+    ASSERT_TRUE(m_oCapture.Bind("KNCaptureMsgHandler"));
+  }
+  void TearDown() override {
+    m_oCapture.Close();
+    TempRootTest::TearDown();
+  }
+
+  // A logger in the registry and, when enabled, its settings file. Its folder is
+  // <root>/drive_d/Logger<n>.
+  void AddLogger(int iNum, bool bEnabled, const std::vector<std::shared_ptr<ClogPeriods>>& aFormats) {
+    m_sLoggers += "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture\\Logger" + std::to_string(iNum) +
+                  "]\r\n\"LogPath\"=\"D:\\\\Logger" + std::to_string(iNum) + "\"\r\n\"Enabled\"=dword:" +
+                  (bEnabled ? "ffffffff" : "00000000") + "\r\n\r\n";
+    m_iLogCount = std::max(m_iLogCount, iNum);
+    fs::create_directories(LogDir(iNum));
+    CLog oLog;
+    oLog.Name("Logger " + std::to_string(iNum));
+    oLog.NumLogSegmentsPerHour(60);
+    oLog.StandardHours(24);
+    oLog.ArchiveHours(24 * 7);
+    oLog.DeleteHours(24 * 30);
+    oLog.OutputFormatCount(static_cast<int32_t>(aFormats.size()));
+    for (size_t i = 0; i < aFormats.size(); ++i) oLog.AudioFormat(static_cast<int32_t>(i), aFormats[i]);
+    oLog.SaveLog(LogDir(iNum), CLog::svName | CLog::svGeneral | CLog::svLogSettings | CLog::svFormats);
+    oLog.Terminate();
+    // The hour of the clock, where the hour log lines go.
+    fs::create_directories(LogDir(iNum) + "/20261123/1000");
+  }
+  // The registry of the loggers added so far; the processor's ticks come back to back
+  // unless iProcessInterval (ms) says otherwise.
+  void WriteRegistry(int iProcessInterval = 0) {
+    char szInterval[16];
+    std::snprintf(szInterval, sizeof szInterval, "%08x", iProcessInterval);
+    WriteFile("registry.reg",
+              "Windows Registry Editor Version 5.00\r\n\r\n"
+              "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n\"LogCount\"=dword:0000000" +
+                  std::to_string(m_iLogCount) +
+                  "\r\n\r\n" + m_sLoggers +
+                  "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
+                  "\"PrepareTimerInterval\"=dword:00000000\r\n\"ProcessTimerInterval\"=dword:" +
+                  szInterval + "\r\n");
+    ConfigAccess::ClearCache();
+  }
+  std::string LogDir(int iNum) const { return PathIn("drive_d/Logger" + std::to_string(iNum)); }
+  // <logger folder>/<sRel>
+  std::string In(int iNum, const std::string& sRel) const { return LogDir(iNum) + "/" + sRel; }
+
+  // An hour folder "<day>/<HH>00" with its info file and iSegments recorded segments
+  // (minutes 00, 01, ...) for each of the output letters.
+  void AddHour(int iNum, const std::string& sDay, const std::string& sHH, const std::string& sStd,
+               const std::string& sArc, const std::string& sDel, int iSegments, double dSeconds,
+               const std::string& sLetters = "A") {
+    const std::string sFolder = In(iNum, sDay + "/" + sHH + "00/");
+    proctest::WriteInf(sFolder + sHH + "0000.inf", sStd, sArc, sDel);
+    for (int i = 0; i < iSegments; ++i)
+      for (char c : sLetters)
+        proctest::WriteToneWav(sFolder + sHH + fmt2(i) + "00" + c + ".wav", dSeconds);
+  }
+  static std::string fmt2(int i) { return (i < 10 ? "0" : "") + std::to_string(i); }
+
+  // Runs the processor to its end (no "/KEEPALIVE"). False when it didn't end in time or
+  // didn't exit with 0.
+  bool RunProcessor(const std::vector<std::string>& aArgs = {"/DEBUG"}, const std::vector<std::string>& aEnv = {},
+                    int iMs = 120000) {
+    RunningProgram oProc;
+    std::vector<std::string> aFullEnv = {"KESTRANE_CLOCK_START=2026-11-23 10:05:00"};
+    aFullEnv.insert(aFullEnv.end(), aEnv.begin(), aEnv.end());
+    if (!oProc.Start(m_sProgram, aArgs, PathIn("out.txt"), aFullEnv)) return false;
+    if (!oProc.WaitEnd(iMs)) return false;
+    return WIFEXITED(oProc.Status()) && WEXITSTATUS(oProc.Status()) == 0;
+  }
+  std::vector<std::string> Messages() {
+    std::vector<std::string> a;
+    while (auto m = m_oCapture.Receive()) a.push_back(m->Text);
+    return a;
+  }
+  static bool Has(const std::vector<std::string>& a, const std::string& s) {
+    return std::find(a.begin(), a.end(), s) != a.end();
+  }
+  std::string HourLog(int iNum) const { return proctest::ReadBytes(In(iNum, "20261123/1000/100000.LOG")); }
+  // All debug files of the processor.
+  std::string Trace() const {
+    std::string sAll;
+    std::error_code ec;
+    for (auto& e : fs::directory_iterator(PathIn("drive_c/DebugFiles"), ec))
+      if (e.path().filename().string().rfind("knlogproc.", 0) == 0) sAll += proctest::ReadBytes(e.path().string());
+    return sAll;
+  }
+
+  std::string m_sProgram;
+  std::string m_sLoggers;
+  int m_iLogCount = 0;
+  MessageEndpoint m_oCapture;
+};
+
+}  // namespace e2eproc
