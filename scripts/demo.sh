@@ -9,6 +9,8 @@
 #   KN_DEMO_DAYS        days recorded (2)
 #   KN_DEMO_SEGMENTS    segments an hour (4)
 #   KN_DEMO_TIMEOUT     seconds the processor may run before it is stopped (240)
+#   KN_DEMO_CLOCK       "yyyy-mm-dd hh:nn:ss": every program's clock starts there (default:
+#                       the real time)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 src="$PWD"
@@ -32,6 +34,7 @@ mkdir -p "$root"
 root="$(cd "$root" && pwd)"
 export KESTRANE_ROOT="$root"
 unset DISPLAY WAYLAND_DISPLAY QT_QPA_PLATFORM
+if [ -n "${KN_DEMO_CLOCK:-}" ]; then export KESTRANE_CLOCK_START="$KN_DEMO_CLOCK"; fi
 
 echo "== Making a recorder in $root"
 # Three loggers, $segments segments an hour (2 s of audio each, to keep it small),
@@ -75,5 +78,5 @@ echo
 echo "== What the run did, from the disk before and after"
 "$bin/kndemo-report" summary "$root/before.snapshot" "$root/after.snapshot" | tee "$root/summary.txt"
 "$bin/kndemo-report" summary "$root/before.snapshot" "$root/after.snapshot" --tsv > "$root/summary.tsv"
-echo "Messages to the capture process: $(wc -l < "$root/capture-messages.txt") in $root/capture-messages.txt"
-sed -n '1,5p' "$root/capture-messages.txt" | sed 's/^/  /'
+echo "Messages to the capture process ($root/capture-messages.txt):"
+cut -d' ' -f3- "$root/capture-messages.txt" | sort | uniq -c | sed 's/^ */  /'

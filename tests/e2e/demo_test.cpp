@@ -3,6 +3,7 @@
 // what this test finds on the disk by itself.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -85,7 +86,9 @@ TEST_F(DemoTest, SummaryOfTheDemoRunAgreesWithTheDisk) {
   const std::string sRoot = Root() + "/demo";
   const std::string sBuild = fs::path(KN_BIN_DIR).parent_path().string();
   std::string sOut;
-  int rc = RunProgram("KN_DEMO_SKIP_BUILD=1 KN_DEMO_SEGMENTS=2 KN_BUILD_DIR=" + Quote(sBuild) +
+  // The clock of every program starts at 10:20 on 14 March 2010, so that the recorder
+  // and what falls due are known: the 13th whole and the 14th to 10:20, 35 hours.
+  int rc = RunProgram("KN_DEMO_CLOCK='2010-03-14 10:20:00' KN_DEMO_SKIP_BUILD=1 KN_DEMO_SEGMENTS=2 KN_BUILD_DIR=" + Quote(sBuild) +
                           " KN_DEMO_ROOT=" + Quote(sRoot) + " bash " +
                           Quote(std::string(KN_SOURCE_DIR) + "/scripts/demo.sh"),
                       &sOut);
@@ -120,6 +123,11 @@ TEST_F(DemoTest, SummaryOfTheDemoRunAgreesWithTheDisk) {
   }
   ASSERT_EQ(mRows.size(), 9u);
 
+  // Hours due by each logger's hours (standardise, archive, delete after 2,6,20; 3,9,22;
+  // 4,12,23), and the files of an hour (two segments; logger 3 has two outputs).
+  const std::map<int, std::array<int, 3>> mDue = {{1, {4, 14, 15}}, {2, {6, 13, 13}}, {3, {8, 11, 12}}};
+  const std::map<int, int> mFilesAnHour = {{1, 2}, {2, 2}, {3, 4}};
+
   ConfigAccess::ClearCache();
   for (int n = 1; n <= 3; ++n) {
     SCOPED_TRACE("logger " + std::to_string(n));
@@ -127,11 +135,29 @@ TEST_F(DemoTest, SummaryOfTheDemoRunAgreesWithTheDisk) {
     const Row& arc = mRows[{n, "Archive"}];
     const Row& del = mRows[{n, "Delete"}];
     Disk d = Walk(sRoot + "/drive_d/Kestrane/Logger" + std::to_string(n));
-    // Every action was due somewhere: the demo's hours make them so.
-    EXPECT_GT(std.iDue, 0);
-    EXPECT_GT(arc.iDue, 0);
-    EXPECT_GT(del.iDue, 0);
-    for (const Row* r : {&std, &arc, &del}) EXPECT_LE(r->iDone, r->iDue);
+    EXPECT_EQ(mMade[n].first, 35);
+    // Every action fell due, and the one run did all that was due.
+    EXPECT_EQ(std.iDue, mDue.at(n)[0]);
+    EXPECT_EQ(arc.iDue, mDue.at(n)[1]);
+    EXPECT_EQ(del.iDue, mDue.at(n)[2]);
+    for (const Row* r : {&std, &arc, &del}) EXPECT_EQ(r->iDone, r->iDue);
+    const int iFiles = mFilesAnHour.at(n);
+    EXPECT_EQ(std.iConverted, std.iDone * iFiles);
+    EXPECT_EQ(std.iRemoved, 0);
+    // Logger 3's output B has no archive format: its files go when the hour is archived.
+    EXPECT_EQ(arc.iConverted, arc.iDone * (n == 3 ? 2 : iFiles));
+    EXPECT_EQ(arc.iRemoved, n == 3 ? arc.iDone * 2 : 0);
+    EXPECT_EQ(del.iRemoved, del.iDone * iFiles);
+    // Each conversion made the audio smaller.
+    EXPECT_LT(std.lAfter, std.lBefore);
+    EXPECT_LT(arc.lAfter, arc.lBefore);
+    // The processor's lines are in the log of the present hour.
+    const std::string sLog =
+        Slurp(sRoot + "/drive_d/Kestrane/Logger" + std::to_string(n) + "/20100314/1000/100000.LOG");
+    EXPECT_NE(sLog.find("Finished Archiving Audio"), std::string::npos) << sLog;
+    EXPECT_NE(sOut.find("Hour log: " + sRoot + "/drive_d/Kestrane/Logger" + std::to_string(n) +
+                        "/20100314/1000/100000.LOG"),
+              std::string::npos);
     // Hours: those deleted are gone, those marked are marked on disk.
     EXPECT_EQ(d.iHours, mMade[n].first - del.iDone);
     EXPECT_EQ(d.iStandardMarked, std.iDone);
