@@ -1,5 +1,7 @@
 #pragma once
 // What the work-list preparation keeps between two ticks of tmrPrepareLists.
+#include <unistd.h>
+
 #include <cstdint>
 #include <string>
 
@@ -18,4 +20,16 @@ struct PrepareState {
   // a day tests its folder once, not once for every entry in it.
   std::string sTestedFolder;
   bool bTestedIsDay = false;
+  // While a day is walked: the day folder, opened once, so that the test of each hour's
+  // info file looks up two names instead of the whole path (-1 when none), and the
+  // day's text in the caption.
+  int iDayFd = -1;
+  std::string sDayText;
+
+  PrepareState() = default;
+  PrepareState(const PrepareState&) = delete;
+  PrepareState& operator=(const PrepareState&) = delete;
+  ~PrepareState() {
+    if (iDayFd >= 0) ::close(iDayFd);
+  }
 };

@@ -24,6 +24,7 @@
 #include "audio/IAudioFileEventSink.h"
 #include "engine/IProcessorView.h"
 #include "engine/WorkList.h"
+#include "hours/CHourlyInf.h"
 #include "support/MessageTransport.h"
 
 class CLogProcessEntry;
@@ -126,7 +127,11 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
 
   // The work-list preparation (frmProcessLogs_Prepare.cpp).
   void PrepareScanStep(PrepareState& st, bool& bLogFinished, bool& bRowsAdded);
-  void PrepareHourStep(PrepareState& st, const std::string& sFile, const std::string& sInf, bool& bRowsAdded);
+  void PrepareHourStep(PrepareState& st, const std::string& sFile, const std::string& sInf,
+                       const CHourlyInf::FileStamp& oStamp, bool& bRowsAdded);
+  // "PrepareListError:" to the capture process, and the trace line.
+  void ReportListError(const std::string& sDescription, int32_t lNumber, const std::string& sFile,
+                       const std::string& sFolder);
   void PrepareStartLogger(PrepareState& st);
   void PrepareFinishScan(PrepareState& st);
   // How much of one hour's space in its capture format the entry's action frees, in

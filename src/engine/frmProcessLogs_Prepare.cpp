@@ -4,7 +4,8 @@
 // end the rows are sorted by the efficiency text, highest first, and tmrProcess takes
 // over. Nothing on disk is changed here, apart from one line in the last logger's hour
 // log.
-#include <sys/stat.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -33,19 +34,20 @@ namespace {
 
 bool Tracing() { return AppGlobal::DebugMode() != 0; }
 
-bool IsDotEntry(const std::string& s) { return s == "." || s == ".."; }
-
-// The existence test of an hour's info file: a plain file of that name. A path that
-// runs into nothing or into a file is no hour; any other failure of the test (no
-// permission on the folder, an I/O error) is raised.
-bool InfExists(const std::string& sInf) {
-  struct stat st {};
-  if (::stat(sInf.c_str(), &st) == 0) return S_ISREG(st.st_mode);
-  const int e = errno;
-  if (e == ENOENT || e == ENOTDIR) return false;
-  throw RaisedError(CHourlyInf::kErrInfUnreadable, "tmrPrepareLists_Timer",
-                    std::string("Cannot test the hour info file: ") + std::strerror(e));
+// A fixed trace text, made into a string only when the trace is on: the steps of the walk
+// run many thousand times a cycle.
+void Trace(const char* sText, int32_t lLevel, int32_t lMark) {
+  if (Tracing()) DebugMsg(sText, lLevel, lMark);
 }
+
+// Ends the walk of one day: its search and its open folder.
+void CloseDay(PrepareState& st) {
+  CloseFind(st.hFileFind);
+  if (st.iDayFd >= 0) ::close(st.iDayFd);
+  st.iDayFd = -1;
+}
+
+bool IsDotEntry(const std::string& s) { return s == "." || s == ".."; }
 
 // Due when the point holds a date (above 0) whose moment has come.
 bool Due(const std::shared_ptr<LogInfo>& p, const SDTime& now, int16_t iSegmentLength) {
@@ -99,7 +101,12 @@ void frmProcessLogs::tmrPrepareLists_Timer() {
     SetFileProgress(0);
     SetLogProgress(0);
     st.iLog = 1;
-    lvwItems.Clear();
+    CHourlyInf::StartCachePass();
+    // The rows go, and with them the sort order of the last list: rows are added at the
+    // end as the walk finds them, and the finish sorts them all at once. (Kept sorted,
+    // each row would be placed among the others, which costs a move of half the list
+    // for every row.)
+    lvwItems = WorkList();
     RowsChanged();
     DebugMsg("Find first folder", -1, 0);
     PrepareStartLogger(st);
@@ -118,12 +125,12 @@ void frmProcessLogs::tmrPrepareLists_Timer() {
     DebugMsg(fmt::format("Logger {} dropped for this cycle at {}: {}", st.iLog, st.sFolder,
                          pRaised ? pRaised->Description : std::string(e.what())),
              5, 0);
-    CloseFind(st.hFileFind);
+    CloseDay(st);
     CloseFind(st.hFolderFind);
     bLogFinished = true;
   } catch (...) {
     DebugMsg(fmt::format("Logger {} dropped for this cycle at {}", st.iLog, st.sFolder), 5, 0);
-    CloseFind(st.hFileFind);
+    CloseDay(st);
     CloseFind(st.hFolderFind);
     bLogFinished = true;
   }
@@ -149,7 +156,7 @@ void frmProcessLogs::tmrPrepareLists_Timer() {
 }
 
 void frmProcessLogs::PrepareStartLogger(PrepareState& st) {
-  CloseFind(st.hFileFind);
+  CloseDay(st);
   CloseFind(st.hFolderFind);
   st.sFolder.clear();
   st.sTestedFolder.clear();
@@ -164,7 +171,7 @@ void frmProcessLogs::PrepareStartLogger(PrepareState& st) {
 
 void frmProcessLogs::PrepareScanStep(PrepareState& st, bool& bLogFinished, bool& bRowsAdded) {
   if (st.sFolder.empty()) {
-    DebugMsg("No Folder.  Done.", -1, 0);
+    Trace("No Folder.  Done.", -1, 0);
     bLogFinished = true;
     CloseFind(st.hFolderFind);
     return;
@@ -182,73 +189,75 @@ void frmProcessLogs::PrepareScanStep(PrepareState& st, bool& bLogFinished, bool&
     if (st.bTestedIsDay) {
       std::string sFile;
       if (st.hFileFind == 0) {
-        DebugMsg("Find first file", 10, 0);
+        Trace("Find first file", 10, 0);
+        CloseDay(st);
         sFile = FileHelper::FindFirst(sDay + "/*.*", FileHelper::kAttrDirectory, st.hFileFind);
+        if (st.hFileFind != 0) st.iDayFd = ::open(sDay.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        const auto oLog = LogList().Log(st.iLog);
+        st.sDayText = oLog ? VbDate::Format(oLog->GetDayFromSerial(st.sFolder), "dddd, d mmmm yyyy") : "";
       } else {
-        DebugMsg("Find Next File", 10, 0);
+        Trace("Find Next File", 10, 0);
         sFile = FileHelper::FindNext(st.hFileFind);
       }
       if (sFile.empty()) {
-        CloseFind(st.hFileFind);  // the day is finished
+        CloseDay(st);  // the day is finished
       } else {
         if (Tracing()) DebugMsg("Is " + sFile + " a file?", 10, 0);
         if (!IsDotEntry(sFile)) {
           const std::string sInf = sDay + "/" + sFile + "/" + sFile + "00.inf";
-          bool bHour = false;
-          try {
-            bHour = InfExists(sInf);
-          } catch (const RaisedError& e) {
-            const std::string sError = fmt::format("{} ({}).  Current info: File = {}; Folder = {}", e.Description,
-                                                   e.Number, sFile, st.sFolder);
-            DebugMsg("tmrPrepareLists_Timer: ERROR: " + sError, 5, 0);
-            SendToCapture("PrepareListError:" + sError);
+          // The existence test: a plain file of that name. A path that runs into nothing
+          // or into a file is no hour; a failure of the test itself is reported.
+          CHourlyInf::FileStamp oStamp;
+          const int e = st.iDayFd >= 0 ? CHourlyInf::ProbeFileAt(st.iDayFd, sFile + "/" + sFile + "00.inf", oStamp)
+                                       : CHourlyInf::ProbeFile(sInf, oStamp);
+          if (e == 0) {
+            PrepareHourStep(st, sFile, sInf, oStamp, bRowsAdded);
+          } else if (e != ENOENT) {
+            ReportListError("Cannot test the hour info file: " + std::string(std::strerror(e)),
+                            CHourlyInf::kErrInfUnreadable, sFile, st.sFolder);
           }
-          if (bHour) PrepareHourStep(st, sFile, sInf, bRowsAdded);
         }
       }
     }
   }
   if (st.hFolderFind != 0 && st.hFileFind == 0) {
-    DebugMsg("Find next folder", 10, 0);
+    Trace("Find next folder", 10, 0);
     st.sFolder = FileHelper::FindNext(st.hFolderFind);
   }
 }
 
 void frmProcessLogs::PrepareHourStep(PrepareState& st, const std::string& sFile, const std::string& sInf,
-                                     bool& bRowsAdded) {
+                                     const CHourlyInf::FileStamp& oStamp, bool& bRowsAdded) {
   const auto oLog = LogList().Log(st.iLog);
   if (!oLog) throw RaisedError(VbConvert::kErrObjectNotSet, "tmrPrepareLists_Timer", "No logger at this position");
   const int16_t iLength = oLog->LogSegmentLength();
 
-  const auto oHour = oLog->GetLIFromFileName(sInf);
+  // The hour is read from the last three parts of the path: the day, the hour folder
+  // and the file.
+  const auto oHour = oLog->GetLIFromFileName(st.sFolder + "/" + sFile + "/" + sFile + "00.inf");
   if (!oHour)
     throw RaisedError(VbConvert::kErrObjectNotSet, "tmrPrepareLists_Timer", "No hour in the path " + sInf);
-  const double dDay = oLog->GetDayFromSerial(st.sFolder);
   const double dTime = static_cast<double>(oHour->SecondsOfDay(iLength)) / 86400.0;
-  SetCurrentFileCaption("Preparing Lists... " + VbDate::Format(dDay, "dddd, d mmmm yyyy") + " " +
-                        VbDate::Format(dTime, "hh:nn:ss"));
+  SetCurrentFileCaption("Preparing Lists... " + st.sDayText + " " + VbDate::Format(dTime, "hh:nn:ss"));
 
-  DebugMsg("Open Inf", -1, 0);
+  Trace("Open Inf", -1, 0);
   auto oEntry = std::make_shared<CLogProcessEntry>();
   try {
-    oEntry->OpenInf(oLog, sInf);
+    oEntry->OpenInf(oLog, sInf, &oStamp);
   } catch (const RaisedError& e) {
     if (e.Number != CHourlyInf::kErrInfUnreadable) throw;
     // A file that is there but can't be read is reported and skipped like a failed
     // existence test; read as empty, it would order the hour deleted.
-    const std::string sError =
-        fmt::format("{} ({}).  Current info: File = {}; Folder = {}", e.Description, e.Number, sFile, st.sFolder);
-    DebugMsg("tmrPrepareLists_Timer: ERROR: " + sError, 5, 0);
-    SendToCapture("PrepareListError:" + sError);
+    ReportListError(e.Description, e.Number, sFile, st.sFolder);
     return;
   }
 
-  DebugMsg("Determine Action", -1, 0);
+  Trace("Determine Action", -1, 0);
   const eAction eAct = DetermineAction(*oEntry, SerialDateHelper::FromDate(m_dLastActive));
   oEntry->Action(eAct);
   if (eAct == actNone) return;
 
-  DebugMsg("Add to list", -1, 0);
+  Trace("Add to list", -1, 0);
   WorkListRow oRow;
   oRow.sKey = oEntry->Reference();
   oRow.sText = oLog->Name();
@@ -270,6 +279,14 @@ void frmProcessLogs::PrepareHourStep(PrepareState& st, const std::string& sFile,
   bRowsAdded = true;
 }
 
+void frmProcessLogs::ReportListError(const std::string& sDescription, int32_t lNumber, const std::string& sFile,
+                                     const std::string& sFolder) {
+  const std::string sError =
+      fmt::format("{} ({}).  Current info: File = {}; Folder = {}", sDescription, lNumber, sFile, sFolder);
+  DebugMsg("tmrPrepareLists_Timer: ERROR: " + sError, 5, 0);
+  SendToCapture("PrepareListError:" + sError);
+}
+
 void frmProcessLogs::PrepareFinishScan(PrepareState& st) {
   DebugMsg("Prepare Lists Done", -1, 0);
   try {
@@ -283,7 +300,7 @@ void frmProcessLogs::PrepareFinishScan(PrepareState& st) {
   lvwItems.SortByEfficiencyDescending();
   if (lvwItems.Count() >= 1) lvwItems.Select(1);
   RowsChanged();
-  CloseFind(st.hFileFind);
+  CloseDay(st);
   CloseFind(st.hFolderFind);
   tmrPrepareLists.stop();
   st.bListStarted = false;

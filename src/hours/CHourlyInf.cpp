@@ -6,8 +6,12 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
+#include <mutex>
+#include <unordered_map>
 
 #include "support/AppGlobal.h"
 #include "support/CNVErr.h"
@@ -22,10 +26,17 @@ namespace {
 
 bool Tracing() { return AppGlobal::DebugMode() != 0; }
 
-// The whole file. 0 when read; ENOENT when there is no plain file of that name (nothing,
-// a folder, a pipe or a device); else the errno of the failed read, or EFBIG for a file
-// beyond kMaxFileSize. Tests inject read failures at the point "inf.read".
-int ReadInfFile(const std::string& sPath, std::string& sBytes) {
+// A fixed trace text, made into a string only when the trace is on: an hour is loaded
+// many thousand times a cycle.
+void Trace(const char* sText, int32_t lLevel, int32_t lMark) {
+  if (Tracing()) DebugMsg(sText, lLevel, lMark);
+}
+
+// The whole file, and the stamp of what was read. 0 when read; ENOENT when there is no
+// plain file of that name (nothing, a folder, a pipe or a device); else the errno of the
+// failed read, or EFBIG for a file beyond kMaxFileSize. Tests inject read failures at
+// the point "inf.read".
+int ReadInfFile(const std::string& sPath, std::string& sBytes, CHourlyInf::FileStamp& oStamp) {
   const int fd = ::open(sPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (fd < 0) return errno == ENOTDIR ? ENOENT : errno;
   struct stat st {};
@@ -40,7 +51,9 @@ int ReadInfFile(const std::string& sPath, std::string& sBytes) {
     e = f;
   }
   if (!e) {
-    sBytes.clear();
+    oStamp = {st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
+    // One byte more than the file holds: a read that stops short of the buffer has
+    // reached the end of a regular file.
     sBytes.resize(static_cast<size_t>(st.st_size) + 1);
     size_t iHave = 0;
     for (;;) {
@@ -60,11 +73,88 @@ int ReadInfFile(const std::string& sPath, std::string& sBytes) {
       }
       if (n == 0) break;
       iHave += static_cast<size_t>(n);
+      if (iHave < sBytes.size()) break;
     }
     sBytes.resize(iHave);
   }
   ::close(fd);
   return e;
+}
+
+bool SameTime(const struct timespec& a, const struct timespec& b) {
+  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+bool SameFile(const CHourlyInf::FileStamp& a, const CHourlyInf::FileStamp& b) {
+  return a.Device == b.Device && a.Inode == b.Inode && a.Size == b.Size && SameTime(a.Modified, b.Modified) &&
+         SameTime(a.Changed, b.Changed);
+}
+
+// What a file held, as its reader took it apart.
+struct CachedInf {
+  CHourlyInf::FileStamp Stamp;
+  std::string sVersion;
+  int16_t iSegments = 60;
+  LogInfo oStandard, oArchive, oDelete;
+  uint64_t lPass = 0;  // the last pass in which the file was loaded
+};
+
+class InfCache {
+ public:
+  // The copy of the file with this stamp; false when there is none.
+  bool Find(const std::string& sPath, const CHourlyInf::FileStamp& oStamp, CachedInf& oOut) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    auto it = m_entries.find(sPath);
+    if (it == m_entries.end()) return false;
+    if (!SameFile(it->second.Stamp, oStamp)) {
+      m_entries.erase(it);
+      return false;
+    }
+    it->second.lPass = m_lPass;
+    oOut = it->second;
+    return true;
+  }
+  void Keep(const std::string& sPath, CachedInf oEntry) {
+    struct timespec now {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const time_t lLatest = std::max(oEntry.Stamp.Modified.tv_sec, oEntry.Stamp.Changed.tv_sec);
+    if (lLatest + m_iSettleSeconds >= now.tv_sec) {
+      m_entries.erase(sPath);
+      return;
+    }
+    if (m_entries.size() >= kMaxEntries) m_entries.clear();
+    oEntry.lPass = m_lPass;
+    m_entries[sPath] = std::move(oEntry);
+  }
+  void StartPass() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (auto it = m_entries.begin(); it != m_entries.end();) {
+      if (it->second.lPass < m_lPass) it = m_entries.erase(it);
+      else ++it;
+    }
+    ++m_lPass;
+  }
+  void Clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_entries.clear();
+  }
+  void SetSettleSeconds(int i) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_iSettleSeconds = i;
+  }
+
+ private:
+  static constexpr size_t kMaxEntries = 1u << 20;
+  std::mutex m_mutex;
+  std::unordered_map<std::string, CachedInf> m_entries;
+  uint64_t m_lPass = 1;
+  int m_iSettleSeconds = 2;
+};
+
+InfCache& Cache() {
+  static InfCache* s_pCache = new InfCache();
+  return *s_pCache;
 }
 
 bool AllDigits(const std::string& s, size_t iFrom, size_t n) {
@@ -89,8 +179,8 @@ int DaysInMonth(int y, int m) {
 }  // namespace
 
 CHourlyInf::CHourlyInf() {
-  DebugMsg("Start CHourlyInf::Initialise", 10, 1);
-  DebugMsg("End CHourlyInf::Initialise", 10, 2);
+  Trace("Start CHourlyInf::Initialise", 10, 1);
+  Trace("End CHourlyInf::Initialise", 10, 2);
 }
 
 std::shared_ptr<CHourlyInf> CHourlyInf::Copy() const {
@@ -104,38 +194,76 @@ std::shared_ptr<CHourlyInf> CHourlyInf::Copy() const {
   return o;
 }
 
+int CHourlyInf::ProbeFile(const std::string& sPath, FileStamp& oStamp) {
+  return ProbeFileAt(AT_FDCWD, sPath, oStamp);
+}
+
+int CHourlyInf::ProbeFileAt(int iFolderFd, const std::string& sRelPath, FileStamp& oStamp) {
+  struct stat st {};
+  if (::fstatat(iFolderFd, sRelPath.c_str(), &st, 0) != 0) return errno == ENOTDIR ? ENOENT : errno;
+  if (!S_ISREG(st.st_mode)) return ENOENT;
+  oStamp = {st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
+  return 0;
+}
+
+void CHourlyInf::StartCachePass() { Cache().StartPass(); }
+
+void CHourlyInf::ClearCache() { Cache().Clear(); }
+
+void CHourlyInf::SetCacheSettleSecondsForTesting(int iSeconds) { Cache().SetSettleSeconds(iSeconds); }
+
 void CHourlyInf::FileName(const std::string& newVal) {
-  DebugMsg("Start CHourlyInf::FileName", 10, 1);
+  FileStamp oStamp;
+  const int e = ProbeFile(Machine::TranslatePath(newVal), oStamp);
+  if (e == ENOENT) {
+    m_sFileName = newVal;
+    if (Tracing()) DebugMsg("newVal = " + newVal, 10, 0);
+    Trace("Check that the inf exists", 10, 0);
+    return;
+  }
+  // A failed test is left to the read, which reports it.
+  FileName(newVal, e == 0 ? oStamp : FileStamp{});
+}
+
+void CHourlyInf::FileName(const std::string& newVal, const FileStamp& oStamp) {
+  Trace("Start CHourlyInf::FileName", 10, 1);
   m_sFileName = newVal;
   if (Tracing()) DebugMsg("newVal = " + newVal, 10, 0);
 
-  DebugMsg("Check that the inf exists", 10, 0);
-  std::string sBytes;
-  const int e = ReadInfFile(Machine::TranslatePath(newVal), sBytes);
-  if (e == ENOENT) {
-    DebugMsg("Exit CHourlyInf::FileName (no inf file)", 10, 2);
-    return;
+  Trace("Check that the inf exists", 10, 0);
+  const std::string sPath = Machine::TranslatePath(newVal);
+  CachedInf oFile;
+  if (!Cache().Find(sPath, oStamp, oFile)) {
+    std::string sBytes;
+    const int e = ReadInfFile(sPath, sBytes, oFile.Stamp);
+    if (e == ENOENT) {
+      Trace("Exit CHourlyInf::FileName (no inf file)", 10, 2);
+      return;
+    }
+    if (e != 0) {
+      const std::string sWhy = e == EFBIG ? "far too large for an hour info file" : std::strerror(e);
+      DebugMsg(fmt::format("Exit CHourlyInf::FileName (cannot read {}: {})", newVal, sWhy), 5, 2);
+      throw RaisedError(kErrInfUnreadable, "CHourlyInf.FileName", "Cannot read the hour info file: " + sWhy);
+    }
+    const ProfileFile oProfile = ProfileFile::Parse(sBytes);
+    Trace("Read version", 10, 0);
+    oFile.sVersion = oProfile.GetString("General", "Version").value_or(kProgramVersion);
+    Trace("Read number of segments", 10, 0);
+    oFile.iSegments = static_cast<int16_t>(ProfileFile::IntValue(oProfile.GetString("Segments", "NumSegs"), 60));
+    Trace("Read Standardise Date", 10, 0);
+    oFile.oStandard = *ParsePoint(oProfile.GetString("ActionDates", "StandardAudioAt").value_or("-1"));
+    Trace("Read Archive Date", 10, 0);
+    oFile.oArchive = *ParsePoint(oProfile.GetString("ActionDates", "ArchiveAudioAt").value_or("-1"));
+    Trace("Read Delete Date", 10, 0);
+    oFile.oDelete = *ParsePoint(oProfile.GetString("ActionDates", "DeleteAudioAt").value_or("-1"));
+    Cache().Keep(sPath, oFile);
   }
-  if (e != 0) {
-    const std::string sWhy = e == EFBIG ? "far too large for an hour info file" : std::strerror(e);
-    DebugMsg(fmt::format("Exit CHourlyInf::FileName (cannot read {}: {})", newVal, sWhy), 5, 2);
-    throw RaisedError(kErrInfUnreadable, "CHourlyInf.FileName", "Cannot read the hour info file: " + sWhy);
-  }
-  const ProfileFile oFile = ProfileFile::Parse(sBytes);
-
-  DebugMsg("Read version", 10, 0);
-  m_sVersion = oFile.GetString("General", "Version").value_or(kProgramVersion);
-
-  DebugMsg("Read number of segments", 10, 0);
-  m_iSegments = static_cast<int16_t>(ProfileFile::IntValue(oFile.GetString("Segments", "NumSegs"), 60));
-
-  DebugMsg("Read Standardise Date", 10, 0);
-  m_oStandardPoint = ParsePoint(oFile.GetString("ActionDates", "StandardAudioAt").value_or("-1"));
-  DebugMsg("Read Archive Date", 10, 0);
-  m_oArchivePoint = ParsePoint(oFile.GetString("ActionDates", "ArchiveAudioAt").value_or("-1"));
-  DebugMsg("Read Delete Date", 10, 0);
-  m_oDeletePoint = ParsePoint(oFile.GetString("ActionDates", "DeleteAudioAt").value_or("-1"));
-  DebugMsg("End CHourlyInf::FileName", 10, 2);
+  m_sVersion = std::move(oFile.sVersion);
+  m_iSegments = oFile.iSegments;
+  m_oStandardPoint = std::make_shared<LogInfo>(oFile.oStandard);
+  m_oArchivePoint = std::make_shared<LogInfo>(oFile.oArchive);
+  m_oDeletePoint = std::make_shared<LogInfo>(oFile.oDelete);
+  Trace("End CHourlyInf::FileName", 10, 2);
 }
 
 int16_t CHourlyInf::LogSegmentLength() const {

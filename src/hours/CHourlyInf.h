@@ -11,6 +11,17 @@
 //
 // An action point text that is neither "-1" nor a valid date and hour reads as a point
 // on day 0, which is never due, and leaves a trace line.
+//
+// What a file held is kept in a process-wide cache, by path, for as long as the file on
+// disk is the same file (device and inode) with the same size and the same modification
+// and change times; a file changed less than two seconds ago is not kept, since a second
+// change within the time stamp's granularity could leave all of those alike (the change
+// time counts, which every write and every change of the times themselves sets). So an
+// unchanged file costs one stat, which is what lets a walk of many thousands of hours
+// stay short. Every change to a file (a rewrite through a rename, an edit in place, a
+// change of its permissions) makes it read again.
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -26,6 +37,15 @@ class CHourlyInf {
   // Larger files are not hour info files; they are refused as unreadable.
   static constexpr int64_t kMaxFileSize = 16 * 1024 * 1024;
 
+  // The identity of a file on disk, as the cache compares it.
+  struct FileStamp {
+    dev_t Device = 0;
+    ino_t Inode = 0;
+    off_t Size = 0;
+    struct timespec Modified {};
+    struct timespec Changed {};
+  };
+
   CHourlyInf();
   ~CHourlyInf() = default;
   CHourlyInf(const CHourlyInf&) = delete;
@@ -38,6 +58,26 @@ class CHourlyInf {
   const std::string& FileName() const { return m_sFileName; }
   // Stores the name and loads the file, see above.
   void FileName(const std::string& newVal);
+  // The same, for a caller that has just made the existence test with ProbeFile (which
+  // found a plain file with oStamp): the file is read only if the cache has no copy of
+  // that very file.
+  void FileName(const std::string& newVal, const FileStamp& oStamp);
+
+  // The existence test of an info file (a path of this machine): 0 when it is a plain
+  // file (oStamp is set), ENOENT when there is no plain file of that name (nothing, a
+  // folder, a pipe), else the errno of the failed test (no permission on a folder, an I/O
+  // error).
+  static int ProbeFile(const std::string& sPath, FileStamp& oStamp);
+  // The same for a path relative to an open folder.
+  static int ProbeFileAt(int iFolderFd, const std::string& sRelPath, FileStamp& oStamp);
+  // Starts a new pass over the files: what the cache holds of files that were not loaded
+  // since the previous call is dropped, so that the cache never holds more than the
+  // hours of about one walk of the trees.
+  static void StartCachePass();
+  // Tests: empty the cache.
+  static void ClearCache();
+  // Tests: how many seconds a file must have stayed unchanged to be kept (2 normally).
+  static void SetCacheSettleSecondsForTesting(int iSeconds);
 
   const std::string& Version() const { return m_sVersion; }
   void Version(const std::string& s) { m_sVersion = s; }

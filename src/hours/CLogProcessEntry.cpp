@@ -2,7 +2,15 @@
 
 #include "config/VbConvert.h"
 #include "support/CNVErr.h"
+#include "support/AppGlobal.h"
 #include "support/DebugMsg.h"
+
+namespace {
+// A fixed trace text, made into a string only when the trace is on.
+void Trace(const char* sText, int32_t lLevel, int32_t lMark) {
+  if (AppGlobal::DebugMode() != 0) DebugMsg(sText, lLevel, lMark);
+}
+}  // namespace
 
 std::string CLogProcessEntry::Reference() const {
   std::string s;
@@ -28,30 +36,43 @@ void CLogProcessEntry::OpenHour(const std::shared_ptr<CLog>& oLog, const LogInfo
   OpenInf(oLog, sInf);
 }
 
-void CLogProcessEntry::OpenInf(const std::shared_ptr<CLog>& oLog, const std::string& sInf) {
-  DebugMsg("Start CLogProcessEntry::OpenInf", 5, 1);
-  DebugMsg("Generate a LogInfo object from the inf filename", -1, 0);
+void CLogProcessEntry::OpenInf(const std::shared_ptr<CLog>& oLog, const std::string& sInf,
+                               const CHourlyInf::FileStamp* pStamp) {
+  Trace("Start CLogProcessEntry::OpenInf", 5, 1);
+  Trace("Generate a LogInfo object from the inf filename", -1, 0);
   if (!oLog) {
     DebugMsg("Exit CLogProcessEntry::OpenInf (no logger)", 5, 2);
     throw RaisedError(VbConvert::kErrObjectNotSet, "CLogProcessEntry.OpenInf", "Object variable not set");
   }
   m_oLog = oLog;
-  m_oLogInf = oLog->GetLIFromFileName(sInf);
+  // Only the last three parts of the path name the hour (day, hour folder, file): they
+  // are all that is handed on, which spares splitting the rest of a long path.
+  size_t iStart = std::string::npos;
+  for (int iSeps = 0, i = static_cast<int>(sInf.size()) - 1; i >= 0; --i) {
+    if (sInf[static_cast<size_t>(i)] == '/' || sInf[static_cast<size_t>(i)] == '\\') {
+      if (++iSeps == 3) {
+        iStart = static_cast<size_t>(i) + 1;
+        break;
+      }
+    }
+  }
+  m_oLogInf = oLog->GetLIFromFileName(iStart == std::string::npos ? sInf : sInf.substr(iStart));
   if (!m_oLogInf) {
     DebugMsg("Exit CLogProcessEntry::OpenInf (not in an hour folder: " + sInf + ")", 5, 2);
     throw RaisedError(VbConvert::kErrObjectNotSet, "CLogProcessEntry.OpenInf",
                       "Object variable not set: no hour in the path " + sInf);
   }
-  DebugMsg("Create an hourly inf object", -1, 0);
+  Trace("Create an hourly inf object", -1, 0);
   auto oInf = std::make_shared<CHourlyInf>();
   try {
-    oInf->FileName(sInf);
+    if (pStamp) oInf->FileName(sInf, *pStamp);
+    else oInf->FileName(sInf);
   } catch (...) {
     DebugMsg("Exit CLogProcessEntry::OpenInf (cannot read the inf)", 5, 2);
     throw;
   }
   m_oHourInf = std::move(oInf);
-  DebugMsg("End CLogProcessEntry::OpenInf", 5, 2);
+  Trace("End CLogProcessEntry::OpenInf", 5, 2);
 }
 
 std::string CLogProcessEntry::ActionDateString() const {

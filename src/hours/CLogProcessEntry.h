@@ -38,7 +38,9 @@ class CLogProcessEntry {
   // loaded file. A path that names no hour folder raises error 91; a file that can't be
   // read raises CHourlyInf::kErrInfUnreadable. A file that doesn't exist leaves the
   // hour info with its starting values.
-  void OpenInf(const std::shared_ptr<CLog>& oLog, const std::string& sInf);
+  // pStamp: the stamp of an existence test just made (CHourlyInf::ProbeFile), if any.
+  void OpenInf(const std::shared_ptr<CLog>& oLog, const std::string& sInf,
+               const CHourlyInf::FileStamp* pStamp = nullptr);
 
   eAction Action() const { return m_eAction; }
   void Action(eAction e) { m_eAction = e; }

@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <string>
 
@@ -253,4 +256,99 @@ TEST_F(HourlyInfTest, CopyCarriesMemoryValuesInItsOwnPoints) {
   EXPECT_EQ(*oCopy->ArchivePoint(), *o.ArchivePoint());
   oCopy->ArchivePoint()->Date = -1;
   EXPECT_EQ(o.ArchivePoint()->Date, k14March2010 + 14);
+}
+
+// ---- The cache of what files held.
+
+class HourlyInfCacheTest : public HourlyInfTest {
+ protected:
+  void SetUp() override {
+    HourlyInfTest::SetUp();
+    CHourlyInf::ClearCache();
+    // A file counts as settled unless it was changed in this very second.
+    CHourlyInf::SetCacheSettleSecondsForTesting(0);
+  }
+  void TearDown() override {
+    CHourlyInf::SetCacheSettleSecondsForTesting(2);
+    CHourlyInf::ClearCache();
+    HourlyInfTest::TearDown();
+  }
+  // Waits into the next second, so that what was written is settled.
+  static void NextSecond() {
+    const time_t l = std::time(nullptr);
+    while (std::time(nullptr) == l) ::usleep(10000);
+  }
+  // Back-dates the file, as an hour written long ago.
+  void MakeOld(const std::string& sPath) {
+    struct timespec ts[2] = {{1700000000, 0}, {1700000000, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, sPath.c_str(), ts, 0), 0);
+  }
+  // Loads the file with reading made to fail: true when the load was served without a
+  // read.
+  bool ServedWithoutRead(const std::string& sPath) {
+    Faults::Arm("inf.read", EIO);
+    CHourlyInf o;
+    bool bServed = true;
+    try {
+      o.FileName(sPath);
+    } catch (const RaisedError&) {
+      bServed = false;
+    }
+    Faults::DisarmAll();
+    return bServed;
+  }
+};
+
+TEST_F(HourlyInfCacheTest, UnchangedOldFileIsNotReadAgain) {
+  const std::string sPath = Inf("[ActionDates]\nDeleteAudioAt=20300101 0500\n");
+  MakeOld(sPath);
+  NextSecond();
+  CHourlyInf o;
+  o.FileName(sPath);
+  ASSERT_TRUE(ServedWithoutRead(sPath));
+  CHourlyInf oAgain;
+  Faults::Arm("inf.read", EIO);
+  oAgain.FileName(sPath);
+  Faults::DisarmAll();
+  ExpectPoint(oAgain.DeletePoint(), VbDate::DateSerial(2030, 1, 1), 5, 0, "from the cache");
+  // Each load hands out its own points.
+  EXPECT_NE(oAgain.DeletePoint().get(), o.DeletePoint().get());
+}
+
+TEST_F(HourlyInfCacheTest, FreshOrChangedFilesAreReadAgain) {
+  const std::string sPath = Inf("[ActionDates]\nDeleteAudioAt=20300101 0500\n");
+  CHourlyInf::SetCacheSettleSecondsForTesting(3600);
+  CHourlyInf o;
+  o.FileName(sPath);
+  EXPECT_FALSE(ServedWithoutRead(sPath)) << "a file changed within the settle time is not kept";
+  CHourlyInf::SetCacheSettleSecondsForTesting(0);
+  MakeOld(sPath);
+  NextSecond();
+  o.FileName(sPath);
+  ASSERT_TRUE(ServedWithoutRead(sPath));
+  // The same size and modification time, other content: the change time tells.
+  WriteFile("L/20100314/1300/130000.inf", "[ActionDates]\nDeleteAudioAt=20300101 0600\n");
+  MakeOld(sPath);
+  CHourlyInf oNew;
+  oNew.FileName(sPath);
+  ExpectPoint(oNew.DeletePoint(), VbDate::DateSerial(2030, 1, 1), 6, 0, "after the change");
+  // Permissions taken away: read again, and the failure is seen.
+  ASSERT_EQ(::chmod(sPath.c_str(), 0), 0);
+  EXPECT_FALSE(ServedWithoutRead(sPath));
+}
+
+TEST_F(HourlyInfCacheTest, APassDropsWhatThePreviousPassDidNotLoad) {
+  const std::string sKept = Inf("[ActionDates]\nDeleteAudioAt=-1\n", "L/20100314/1300/130000.inf");
+  const std::string sGone = Inf("[ActionDates]\nDeleteAudioAt=-1\n", "L/20100314/1400/140000.inf");
+  MakeOld(sKept);
+  MakeOld(sGone);
+  NextSecond();
+  CHourlyInf o;
+  o.FileName(sKept);
+  o.FileName(sGone);
+  CHourlyInf::StartCachePass();
+  o.FileName(sKept);  // loaded in this pass
+  CHourlyInf::StartCachePass();
+  EXPECT_TRUE(ServedWithoutRead(sKept));
+  EXPECT_FALSE(ServedWithoutRead(sGone));
 }
