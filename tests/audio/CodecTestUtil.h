@@ -1,4 +1,5 @@
 #pragma once
+#include "common/TempRoot.h"
 // Helpers of the codec tests: a scratch folder, reference files made by sox and ffmpeg,
 // and what ffprobe says about a file.
 #include <gtest/gtest.h>
@@ -28,15 +29,6 @@ inline std::string Shell(const std::string& sCommand, int* piStatus = nullptr) {
   int rc = pclose(p);
   if (piStatus) *piStatus = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
   return sOut;
-}
-
-inline std::string Quote(const std::string& s) {
-  std::string r = "'";
-  for (char c : s) {
-    if (c == '\'') r += "'\\''";
-    else r += c;
-  }
-  return r + "'";
 }
 
 // A two-tone test signal (different in each channel) written by sox as 16-bit PCM.

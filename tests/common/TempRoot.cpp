@@ -68,3 +68,9 @@ int RunProgram(const std::string& sCommandLine, std::string* psOutput) {
 }
 
 std::string BinPath(const std::string& sName) { return std::string(KN_BIN_DIR) + "/" + sName; }
+
+std::string Quote(const std::string& s) {
+  std::string r = "'";
+  for (char c : s) r += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return r + "'";
+}

@@ -26,3 +26,5 @@ class TempRootTest : public ::testing::Test {
 int RunProgram(const std::string& sCommandLine, std::string* psOutput = nullptr);
 // Path of a built program (bin folder of this build).
 std::string BinPath(const std::string& sName);
+// s in single quotes for the shell, with any single quote in it escaped.
+std::string Quote(const std::string& s);

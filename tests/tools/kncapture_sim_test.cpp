@@ -31,12 +31,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string Quote(const std::string& s) {
-  std::string r = "'";
-  for (char c : s) r += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return r + "'";
-}
-
 std::vector<std::string> Names(const std::string& sFolder) {
   std::vector<std::string> a;
   for (auto& e : fs::directory_iterator(sFolder)) a.push_back(e.path().filename().string());

@@ -13,12 +13,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string Quote(const std::string& s) {
-  std::string r = "'";
-  for (char c : s) r += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return r + "'";
-}
-
 struct Row {
   int iDue = -1, iDone = -1, iConverted = -1, iRemoved = -1;
   long long lBefore = -1, lAfter = -1;
