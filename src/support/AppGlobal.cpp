@@ -1,10 +1,11 @@
 #include "support/AppGlobal.h"
 
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <random>
 
@@ -122,16 +123,47 @@ int32_t RunAndWait(const std::string& sProgram, const std::string& sArgLine, int
   std::vector<char*> argv;
   for (auto& a : args) argv.push_back(a.data());
   argv.push_back(nullptr);
-  pid_t pid = 0;
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  int rc = ::posix_spawn(&pid, sProgram.c_str(), &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (rc != 0) return -1;
+
+  // The program learns of a failed start through a close-on-exec pipe: a
+  // successful exec closes it empty, a failed one writes errno into it.
+  int aPipe[2];
+  if (::pipe2(aPipe, O_CLOEXEC) != 0) return -1;
+  const pid_t parent = ::getpid();
+  const pid_t pid = ::fork();
+  if (pid < 0) {
+    ::close(aPipe[0]);
+    ::close(aPipe[1]);
+    return -1;
+  }
+  if (pid == 0) {
+    // Only async-signal-safe calls from here to exec. A child outlives a
+    // killed parent by default; a copier left running would go on writing
+    // into an hour that the next run of the parent works on, so it is told
+    // to stop (SIGTERM, on which it removes its temporary file). The signal
+    // follows the death of the calling thread: callers are on the main thread.
+    ::close(aPipe[0]);
+    sigset_t all;
+    ::sigemptyset(&all);
+    ::sigprocmask(SIG_SETMASK, &all, nullptr);
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != parent) ::_exit(127);  // the parent died before prctl
+    ::execve(sProgram.c_str(), argv.data(), environ);
+    const int iErr = errno;
+    [[maybe_unused]] ssize_t n = ::write(aPipe[1], &iErr, sizeof iErr);
+    ::_exit(127);
+  }
+  ::close(aPipe[1]);
+  int iExecErr = 0;
+  ssize_t nRead;
+  do {
+    nRead = ::read(aPipe[0], &iExecErr, sizeof iExecErr);
+  } while (nRead < 0 && errno == EINTR);
+  ::close(aPipe[0]);
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0) {
     if (errno != EINTR) return -1;
   }
+  if (nRead > 0) return -1;  // the program could not be started
   if (WIFEXITED(status)) return WEXITSTATUS(status);
   return -1;
 }

@@ -1,5 +1,11 @@
 #include "support/AppGlobal.h"
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "common/TempRoot.h"
@@ -24,6 +30,42 @@ TEST(AppGlobalTest, RunAndWaitReturnsTheExitStatusWithoutAShell) {
   EXPECT_EQ(AppGlobal::RunAndWait("/no/such/program", "x"), -1);
   // Shell syntax in an argument reaches the program as text.
   EXPECT_EQ(AppGlobal::RunAndWait("/bin/sh", "-c \"test \\\"$0\\\" = \\\"a;b\\\"\" \"a;b\""), 0);
+}
+
+// A program started by a parent that is then killed must not run on: the
+// copier would go on writing into an hour the next run works on.
+class AppGlobalRunTest : public TempRootTest {};
+
+TEST_F(AppGlobalRunTest, ChildEndsWhenTheParentIsKilled) {
+  const std::filesystem::path pPid = PathIn("pid");
+  const pid_t parent = fork();
+  ASSERT_GE(parent, 0);
+  if (parent == 0) {
+    const std::string sScript = "echo $$ > " + pPid.string() + ".tmp && mv " + pPid.string() +
+                                ".tmp " + pPid.string() + " && exec sleep 60";
+    AppGlobal::RunAndWait("/bin/sh", "-c \"" + sScript + "\"");
+    _exit(0);
+  }
+  for (int i = 0; i < 500 && !std::filesystem::exists(pPid); ++i) usleep(20000);
+  ASSERT_TRUE(std::filesystem::exists(pPid)) << "the program never started";
+  pid_t child = 0;
+  std::ifstream(pPid) >> child;
+  ASSERT_GT(child, 0);
+  ASSERT_EQ(kill(parent, SIGKILL), 0);
+  int iStatus = 0;
+  ASSERT_EQ(waitpid(parent, &iStatus, 0), parent);
+
+  // Gone, or a zombie waiting for whoever inherited it.
+  auto running = [child] {
+    std::ifstream stat("/proc/" + std::to_string(child) + "/stat");
+    std::string sPid, sName, sState;
+    if (!(stat >> sPid >> sName >> sState)) return false;
+    return sState != "Z" && sState != "X";
+  };
+  bool bRunning = true;
+  for (int i = 0; i < 500 && (bRunning = running()); ++i) usleep(20000);
+  if (bRunning) kill(child, SIGKILL);
+  EXPECT_FALSE(bRunning) << "the program outlived its killed parent";
 }
 
 TEST(AppGlobalTest, TextHelpers) {
