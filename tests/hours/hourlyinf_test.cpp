@@ -22,9 +22,7 @@ constexpr int32_t k14March2010 = 40251;
 void ExpectPoint(const std::shared_ptr<LogInfo>& p, int32_t lDate, int16_t iHour, int16_t iSegment,
                  const std::string& sWhat) {
   ASSERT_TRUE(p) << sWhat;
-  EXPECT_EQ(p->Date, lDate) << sWhat;
-  EXPECT_EQ(p->Hour, iHour) << sWhat;
-  EXPECT_EQ(p->Segment, iSegment) << sWhat;
+  EXPECT_EQ(std::tuple(p->Date, p->Hour, p->Segment), std::tuple(lDate, iHour, iSegment)) << sWhat;
 }
 }  // namespace
 
@@ -94,6 +92,8 @@ TEST_F(HourlyInfTest, ReadsEveryKeyInEitherSpellingOfTheSection) {
   }
 }
 
+// A missing delete point is the mark (the hour is to be deleted at once), an empty or
+// garbled one is never due; no segment count means 60, a count of 0 one whole-hour segment.
 TEST_F(HourlyInfTest, MissingKeysTakeTheirDefaults) {
   CHourlyInf o;
   o.FileName(Inf("[ActionDates]\nStandardAudioAt=2010-03-15 13:00\n"));
@@ -101,21 +101,12 @@ TEST_F(HourlyInfTest, MissingKeysTakeTheirDefaults) {
   EXPECT_EQ(o.SegmentsInHour(), 60);
   EXPECT_EQ(o.LogSegmentLength(), 60);
   ExpectPoint(o.StandardPoint(), k14March2010 + 1, 13, 0, "standard");
-  // A missing delete point is the mark: the hour is to be deleted at once.
   ExpectPoint(o.ArchivePoint(), -1, -1, -1, "archive");
   ExpectPoint(o.DeletePoint(), -1, -1, -1, "delete");
-}
 
-TEST_F(HourlyInfTest, EmptyValueIsNoMarkButAnUnparseablePoint) {
-  CHourlyInf o;
-  o.FileName(Inf("[ActionDates]\nDeleteAudioAt=\nArchiveAudioAt=soon\n"));
+  o.FileName(Inf("[ActionDates]\nDeleteAudioAt=\nArchiveAudioAt=soon\n[Segments]\nNumSegs=0\n"));
   ExpectPoint(o.DeletePoint(), 0, 0, 0, "empty delete point");
   ExpectPoint(o.ArchivePoint(), 0, 0, 0, "garbage archive point");
-}
-
-TEST_F(HourlyInfTest, ZeroSegmentsGiveOneWholeHourSegment) {
-  CHourlyInf o;
-  o.FileName(Inf("[Segments]\nNumSegs=0\n"));
   EXPECT_EQ(o.SegmentsInHour(), 0);
   EXPECT_EQ(o.LogSegmentLength(), 3600);
 }
@@ -125,8 +116,6 @@ TEST_F(HourlyInfTest, AbsentFileKeepsTheObjectAndSaveCreatesIt) {
   const std::string sPath = PathIn("L/20100314/1300/130000.inf");
   std::filesystem::create_directories(PathIn("L/20100314/1300"));
   o.FileName(sPath);
-  EXPECT_EQ(o.FileName(), sPath);
-  EXPECT_EQ(o.Version(), "4.0");
   EXPECT_EQ(o.SegmentsInHour(), 60);
   EXPECT_FALSE(o.StandardPoint());
   EXPECT_FALSE(o.ArchivePoint());
@@ -222,24 +211,10 @@ TEST_F(HourlyInfTest, FolderOrPipeInPlaceOfTheFileCountsAsNoFile) {
   EXPECT_FALSE(o.DeletePoint());
 }
 
-TEST_F(HourlyInfTest, HugeKeyCountsAndRandomBytesReadAsTheirKeysSay) {
-  std::string sBig = "[ActionDates]\n";
-  for (int i = 0; i < 10000; ++i) sBig += "Key" + std::to_string(i) + "=" + std::to_string(i) + "\n";
-  sBig += "DeleteAudioAt=2030-01-01 05:00\nArchiveAudioAt=2030-01-01 05:00\nArchiveAudioAt=-1\n";
+TEST_F(HourlyInfTest, OfTwoEqualKeysTheFirstCounts) {
   CHourlyInf o;
-  o.FileName(Inf(sBig));
-  ExpectPoint(o.DeletePoint(), VbDate::DateSerial(2030, 1, 1), 5, 0, "after 10,000 keys");
+  o.FileName(Inf("[ActionDates]\nArchiveAudioAt=2030-01-01 05:00\nArchiveAudioAt=-1\n"));
   ExpectPoint(o.ArchivePoint(), VbDate::DateSerial(2030, 1, 1), 5, 0, "first of two equal keys");
-
-  std::string sNoise;
-  uint32_t x = 12345;
-  for (int i = 0; i < 4096; ++i) {
-    x = x * 1103515245u + 12345u;
-    sNoise += static_cast<char>((x >> 16) & 0xff);
-  }
-  CHourlyInf oNoise;
-  EXPECT_NO_THROW(oNoise.FileName(Inf(sNoise)));
-  ASSERT_TRUE(oNoise.DeletePoint());
 }
 
 TEST_F(HourlyInfTest, CopyCarriesMemoryValuesInItsOwnPoints) {
