@@ -2,6 +2,8 @@
 
 #include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "engine/CommandLine.h"
 
@@ -24,30 +26,29 @@ TEST(CommandLineSwitches, SwitchesAreFoundAnywhereIgnoringCase) {
   EXPECT_FALSE(HasSwitch("", "/CRASH"));
 }
 
+// The location is the text after the blank behind the last slash, trimmed, without a
+// machine name in front; no slash or no blank behind it gives nothing.
 TEST(CommandLineLocation, TakesTheTextAfterTheBlankBehindTheLastSlash) {
-  EXPECT_EQ(LogListLocation("/DEBUG SOFTWARE\\Norvane\\Test"), "SOFTWARE\\Norvane\\Test");
-  EXPECT_EQ(LogListLocation("/DEBUG    SOFTWARE\\A B\\C   "), "SOFTWARE\\A B\\C");
-  EXPECT_EQ(LogListLocation("/KEEPALIVE /DEBUG KEY"), "KEY");
-  // The search runs backwards: a location holding a "/" is cut at the blank behind it.
-  EXPECT_EQ(LogListLocation("/DEBUG SOFTWARE\\A/B C\\D"), "C\\D");
-}
-
-TEST(CommandLineLocation, NoSlashOrNoBlankBehindItGivesNothing) {
-  EXPECT_EQ(LogListLocation(""), "");
-  EXPECT_EQ(LogListLocation("SOFTWARE\\Key"), "");
-  EXPECT_EQ(LogListLocation("/DEBUG"), "");
-  EXPECT_EQ(LogListLocation("KEY /DEBUG"), "");
-  EXPECT_EQ(LogListLocation("/DEBUG    "), "");
-}
-
-TEST(CommandLineLocation, MachinePrefixIsDropped) {
-  EXPECT_EQ(LogListLocation("/DEBUG \\\\RECORDER1\\SOFTWARE\\Norvane\\X"), "SOFTWARE\\Norvane\\X");
-  EXPECT_EQ(LogListLocation("/DEBUG \\\\PC\\   SOFTWARE\\X  "), "SOFTWARE\\X");
-  // No backslash after the machine name: nothing is removed.
-  EXPECT_EQ(LogListLocation("/DEBUG \\\\RECORDER1"), "\\\\RECORDER1");
-  // The search for the next backslash starts at the third character.
-  EXPECT_EQ(LogListLocation("/DEBUG \\\\\\KEY"), "KEY");
-  EXPECT_EQ(LogListLocation("/DEBUG \\SOFTWARE\\X"), "\\SOFTWARE\\X");
+  const std::vector<std::pair<std::string, std::string>> aCases = {
+      {"/DEBUG SOFTWARE\\Norvane\\Test", "SOFTWARE\\Norvane\\Test"},
+      {"/DEBUG    SOFTWARE\\A B\\C   ", "SOFTWARE\\A B\\C"},
+      {"/KEEPALIVE /DEBUG KEY", "KEY"},
+      // The search runs backwards: a location holding a "/" is cut at the blank behind it.
+      {"/DEBUG SOFTWARE\\A/B C\\D", "C\\D"},
+      {"", ""},
+      {"SOFTWARE\\Key", ""},
+      {"/DEBUG", ""},
+      {"KEY /DEBUG", ""},
+      {"/DEBUG    ", ""},
+      {"/DEBUG \\\\RECORDER1\\SOFTWARE\\Norvane\\X", "SOFTWARE\\Norvane\\X"},
+      {"/DEBUG \\\\PC\\   SOFTWARE\\X  ", "SOFTWARE\\X"},
+      // No backslash after the machine name: nothing is removed.
+      {"/DEBUG \\\\RECORDER1", "\\\\RECORDER1"},
+      // The search for the next backslash starts at the third character.
+      {"/DEBUG \\\\\\KEY", "KEY"},
+      {"/DEBUG \\SOFTWARE\\X", "\\SOFTWARE\\X"},
+  };
+  for (const auto& [sLine, sLocation] : aCases) EXPECT_EQ(LogListLocation(sLine), sLocation) << sLine;
 }
 
 TEST(CommandLineJoin, JoinsTheArgumentsAfterTheProgramName) {

@@ -1,21 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "common/TempRoot.h"
 #include "support/ProcessTable.h"
 
 namespace fs = std::filesystem;
-
-extern char** environ;
 
 namespace {
 
@@ -56,27 +52,21 @@ void Stop(pid_t pid) {
 
 class ProcessTableTest : public TempRootTest {};
 
-TEST_F(ProcessTableTest, FindsARunningProgramByItsFile) {
-  const std::string sFolder = Root() + "/bin";
-  const std::string sPath = MakeSleeper(sFolder, "knsleeper");
-  EXPECT_EQ(FindProcess(sFolder, "knsleeper.EXE", false, false), 0u);
+// A running program is found by its folder and file name, with or without ".EXE" and in
+// any case; a copy in another folder does not count.
+TEST_F(ProcessTableTest, FindsARunningProgramByItsFolderAndFile) {
+  const std::string sHere = Root() + "/here", sThere = Root() + "/there";
+  MakeSleeper(sHere, "knsleeper");
+  const std::string sPath = MakeSleeper(sThere, "knsleeper");
+  EXPECT_EQ(FindProcess(sThere, "knsleeper.EXE", false, false), 0u);
   pid_t pid = Start(sPath);
-  EXPECT_EQ(FindProcess(sFolder, "knsleeper.EXE", false, false), static_cast<uint32_t>(pid));
-  EXPECT_EQ(FindProcess(sFolder, "knsleeper.exe", true, false), static_cast<uint32_t>(pid));
-  EXPECT_EQ(FindProcess(sFolder + "/", "knsleeper", false, true), static_cast<uint32_t>(pid));
-  Stop(pid);
-  EXPECT_EQ(FindProcess(sFolder, "knsleeper.EXE", false, false), 0u);
-}
-
-TEST_F(ProcessTableTest, ACopyInAnotherFolderDoesNotCount) {
-  const std::string sHere = MakeSleeper(Root() + "/here", "knsleeper");
-  const std::string sThere = MakeSleeper(Root() + "/there", "knsleeper");
-  pid_t pid = Start(sThere);
-  EXPECT_EQ(FindProcess(Root() + "/here", "knsleeper.EXE", false, false), 0u);
-  EXPECT_EQ(FindProcess(Root() + "/there", "knsleeper.EXE", false, false), static_cast<uint32_t>(pid));
+  EXPECT_EQ(FindProcess(sThere, "knsleeper.EXE", false, false), static_cast<uint32_t>(pid));
+  EXPECT_EQ(FindProcess(sThere, "knsleeper.exe", true, false), static_cast<uint32_t>(pid));
+  EXPECT_EQ(FindProcess(sThere + "/", "knsleeper", false, true), static_cast<uint32_t>(pid));
+  EXPECT_EQ(FindProcess(sHere, "knsleeper.EXE", false, false), 0u);
   EXPECT_EQ(FindProcess(Root() + "/nowhere", "knsleeper.EXE", false, false), 0u);
   Stop(pid);
-  (void)sHere;
+  EXPECT_EQ(FindProcess(sThere, "knsleeper.EXE", false, false), 0u);
 }
 
 TEST_F(ProcessTableTest, OwnProcessCountsOnlyWithIncludeSelf) {
@@ -91,22 +81,9 @@ TEST_F(ProcessTableTest, OwnProcessCountsOnlyWithIncludeSelf) {
   const std::string sCopy = Root() + "/self/" + pSelf.filename().string();
   fs::create_directories(Root() + "/self");
   fs::copy_file(pSelf, sCopy);
-  const std::string sFilter = "--gtest_filter=ProcessTableChild.*";
-  const char* aArgs[] = {sCopy.c_str(), sFilter.c_str(), nullptr};
-  std::vector<std::string> aEnvStore;
-  for (char** e = environ; *e; ++e) aEnvStore.emplace_back(*e);
-  aEnvStore.emplace_back("KN_PROCESS_TABLE_CHILD=1");
-  std::vector<char*> aEnv;
-  for (auto& s : aEnvStore) aEnv.push_back(s.data());
-  aEnv.push_back(nullptr);
-  pid_t pid = 0;
-  ASSERT_EQ(posix_spawn(&pid, sCopy.c_str(), nullptr, nullptr, const_cast<char**>(aArgs),
-                        aEnv.data()),
-            0);
-  int iStatus = 0;
-  ASSERT_EQ(waitpid(pid, &iStatus, 0), pid);
-  ASSERT_TRUE(WIFEXITED(iStatus));
-  EXPECT_EQ(WEXITSTATUS(iStatus), 0) << "the checks in the copy failed";
+  std::string sOut;
+  EXPECT_EQ(RunProgram("KN_PROCESS_TABLE_CHILD=1 " + Quote(sCopy) + " --gtest_filter=ProcessTableChild.*", &sOut), 0)
+      << "the checks in the copy failed: " << sOut;
 }
 
 // Runs inside the unique copy started above.

@@ -20,12 +20,10 @@ std::string Keys(const WorkList& oList) {
 
 TEST(WorkListTest, SortsByEfficiencyTextDescendingWithGainsBeforeLosses) {
   WorkList oList;
-  oList.Add(MakeRow("std50", "P050"));
-  oList.Add(MakeRow("loss5", "N005"));
-  oList.Add(MakeRow("del", "P100"));
-  oList.Add(MakeRow("loss40", "N040"));
-  oList.Add(MakeRow("std75", "P075"));
-  oList.Add(MakeRow("half", ""));  // a row whose efficiency was never filled
+  // The last row's efficiency was never filled.
+  for (auto [sKey, sEfficiency] : {std::pair{"std50", "P050"}, std::pair{"loss5", "N005"}, std::pair{"del", "P100"},
+                                   std::pair{"loss40", "N040"}, std::pair{"std75", "P075"}, std::pair{"half", ""}})
+    oList.Add(MakeRow(sKey, sEfficiency));
   EXPECT_EQ(Keys(oList), "std50 loss5 del loss40 std75 half ");  // unsorted until asked
   oList.SortByEfficiencyDescending();
   EXPECT_EQ(Keys(oList), "del std75 std50 loss40 loss5 half ");
