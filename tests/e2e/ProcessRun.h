@@ -4,24 +4,22 @@
 // recorded segments with their info files, and a listener on the capture side's handler.
 #include <gtest/gtest.h>
 
+#include <fmt/format.h>
+
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "RunningProgram.h"
-#include "audio/CAudioACM.h"
 #include "audio/CAudioNCT.h"
 #include "audio/CAudioWMA.h"
 #include "audio/ChooseAudioClass.h"
 #include "common/TempRoot.h"
 #include "config/CLog.h"
-#include "config/ClogPeriods.h"
 #include "engine/ProcessTestUtil.h"
 #include "support/ConfigAccess.h"
 #include "support/MessageTransport.h"
@@ -30,11 +28,9 @@ namespace e2eproc {
 
 namespace fs = std::filesystem;
 
-inline std::shared_ptr<IAudioFormat> Wav(int iRate, int iChannels, int iTag) {
-  auto o = std::make_shared<CAudioACM>();
-  o->SetFileFormat(iRate, iChannels, iTag);
-  return o;
-}
+using proctest::Periods;
+using proctest::Wav;
+
 inline std::shared_ptr<IAudioFormat> Compressed(int iType, int iRate, int iKbps, int iChannels) {
   auto o = std::make_shared<CAudioNCT>();
   o->SetFileFormat(iType, iRate, iKbps, iChannels, 0);
@@ -45,24 +41,11 @@ inline std::shared_ptr<IAudioFormat> Wma(int iProfile) {
   o->SetProfileNum(iProfile);
   return o;
 }
-// Output format with its three periods: as recorded, standard, archive.
-inline std::shared_ptr<ClogPeriods> Periods(std::shared_ptr<IAudioFormat> oRec, std::shared_ptr<IAudioFormat> oStd,
-                                            std::shared_ptr<IAudioFormat> oArc) {
-  auto o = std::make_shared<ClogPeriods>();
-  o->Period(0, std::move(oRec));
-  o->Period(1, std::move(oStd));
-  o->Period(2, std::move(oArc));
-  return o;
-}
 
-class ProcessRunTest : public TempRootTest {
+class ProcessRunTest : public ProcessorTest {
  protected:
   void SetUp() override {
-    TempRootTest::SetUp();
-    // A program of our own, so that runs of tests side by side are no "second copy".
-    fs::create_directories(PathIn("bin"));
-    m_sProgram = PathIn("bin/knlogproc");
-    fs::copy_file(BinPath("knlogproc"), m_sProgram);
+    ProcessorTest::SetUp();
     const std::string sShared = PathIn("drive_c/Program Files/Common Files/Norvane Shared");
     fs::create_directories(sShared + "/Sound Shuttle");
     fs::copy_file(BinPath("SoundShuttle"), sShared + "/Sound Shuttle/SoundShuttle");
@@ -71,7 +54,7 @@ class ProcessRunTest : public TempRootTest {
   }
   void TearDown() override {
     m_oCapture.Close();
-    TempRootTest::TearDown();
+    ProcessorTest::TearDown();
   }
 
   // A logger in the registry and, when enabled, its settings file. Its folder is
@@ -98,8 +81,6 @@ class ProcessRunTest : public TempRootTest {
   // The registry of the loggers added so far; the processor's ticks come back to back
   // unless iProcessInterval (ms) says otherwise.
   void WriteRegistry(int iProcessInterval = 0) {
-    char szInterval[16];
-    std::snprintf(szInterval, sizeof szInterval, "%08x", iProcessInterval);
     WriteFile("registry.reg",
               "Windows Registry Editor Version 5.00\r\n\r\n"
               "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n\"LogCount\"=dword:0000000" +
@@ -107,7 +88,7 @@ class ProcessRunTest : public TempRootTest {
                   "\r\n\r\n" + m_sLoggers +
                   "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
                   "\"PrepareTimerInterval\"=dword:00000000\r\n\"ProcessTimerInterval\"=dword:" +
-                  szInterval + "\r\n");
+                  fmt::format("{:08x}", iProcessInterval) + "\r\n");
     ConfigAccess::ClearCache();
   }
   std::string LogDir(int iNum) const { return PathIn("drive_d/Logger" + std::to_string(iNum)); }
@@ -123,43 +104,35 @@ class ProcessRunTest : public TempRootTest {
     proctest::WriteInf(sFolder + sHH + "0000.inf", sStd, sArc, sDel);
     for (int i = 0; i < iSegments; ++i)
       for (char c : sLetters)
-        proctest::WriteToneWav(sFolder + sHH + fmt2(i) + "00" + c + ".wav", dSeconds);
+        proctest::WriteToneWav(sFolder + sHH + fmt::format("{:02}00", i) + c + ".wav", dSeconds);
   }
-  static std::string fmt2(int i) { return (i < 10 ? "0" : "") + std::to_string(i); }
 
-  // Runs the processor to its end (no "/KEEPALIVE"). False when it didn't end in time or
-  // didn't exit with 0.
-  bool RunProcessor(const std::vector<std::string>& aArgs = {"/DEBUG"}, const std::vector<std::string>& aEnv = {},
-                    int iMs = 120000) {
-    RunningProgram oProc;
+  // Starts the processor with the clock at 2026-11-23 10:05:00.
+  bool Start(RunningProgram& oProc, const std::vector<std::string>& aArgs, const std::vector<std::string>& aEnv = {}) {
     std::vector<std::string> aFullEnv = {"KESTRANE_CLOCK_START=2026-11-23 10:05:00"};
     aFullEnv.insert(aFullEnv.end(), aEnv.begin(), aEnv.end());
-    if (!oProc.Start(m_sProgram, aArgs, PathIn("out.txt"), aFullEnv)) return false;
-    if (!oProc.WaitEnd(iMs)) return false;
-    return WIFEXITED(oProc.Status()) && WEXITSTATUS(oProc.Status()) == 0;
+    return oProc.Start(m_sProgram, aArgs, PathIn("out.txt"), aFullEnv);
   }
-  std::vector<std::string> Messages() {
-    std::vector<std::string> a;
-    while (auto m = m_oCapture.Receive()) a.push_back(m->Text);
-    return a;
+  // Runs the processor to its end (no "/KEEPALIVE"): a failure, with its output, when it
+  // didn't end in time or didn't exit with 0.
+  ::testing::AssertionResult RunProcessor(const std::vector<std::string>& aEnv = {},
+                                          const std::vector<std::string>& aArgs = {"/DEBUG"}) {
+    RunningProgram oProc;
+    if (Start(oProc, aArgs, aEnv) && oProc.WaitEnd(120000) && oProc.ExitCode() == 0)
+      return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << ReadFile("out.txt");
   }
-  static bool Has(const std::vector<std::string>& a, const std::string& s) {
-    return std::find(a.begin(), a.end(), s) != a.end();
+  // Whether the capture side has heard s so far.
+  bool Heard(const std::string& s) {
+    while (auto m = m_oCapture.Receive()) m_aHeard.push_back(m->Text);
+    return std::find(m_aHeard.begin(), m_aHeard.end(), s) != m_aHeard.end();
   }
   std::string HourLog(int iNum) const { return proctest::ReadBytes(In(iNum, "20261123/1000/100000.LOG")); }
-  // All debug files of the processor.
-  std::string Trace() const {
-    std::string sAll;
-    std::error_code ec;
-    for (auto& e : fs::directory_iterator(PathIn("drive_c/DebugFiles"), ec))
-      if (e.path().filename().string().rfind("knlogproc.", 0) == 0) sAll += proctest::ReadBytes(e.path().string());
-    return sAll;
-  }
 
-  std::string m_sProgram;
   std::string m_sLoggers;
   int m_iLogCount = 0;
   MessageEndpoint m_oCapture;
+  std::vector<std::string> m_aHeard;
 };
 
 }  // namespace e2eproc

@@ -7,15 +7,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
+#include <filesystem>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "common/TempRoot.h"
+#include "engine/ProcessTestUtil.h"
 
 extern char** environ;
 
@@ -27,13 +29,6 @@ inline bool WaitFor(const std::function<bool()>& pred, int iMs) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   return true;
-}
-
-inline std::string ReadText(const std::string& sPath) {
-  std::ifstream f(sPath, std::ios::binary);
-  std::stringstream ss;
-  ss << f.rdbuf();
-  return ss.str();
 }
 
 class RunningProgram {
@@ -110,11 +105,44 @@ class RunningProgram {
     if (Running()) kill(m_pid, iSignal);
   }
 
-  // After the end: the raw wait status.
+  // After the end: the raw wait status, and the exit code (-1 when ended by a signal).
   int Status() const { return m_iStatus; }
+  int ExitCode() const { return WIFEXITED(m_iStatus) ? WEXITSTATUS(m_iStatus) : -1; }
 
  private:
   pid_t m_pid = -1;
   bool m_bReaped = true;
   int m_iStatus = 0;
+};
+
+// A machine root with a copy of the processor of its own: tests running side by side
+// would otherwise see each other's processor as "a copy already running".
+class ProcessorTest : public TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    std::filesystem::create_directories(PathIn("bin"));
+    m_sProgram = PathIn("bin/knlogproc");
+    std::filesystem::copy_file(BinPath("knlogproc"), m_sProgram);
+  }
+  // All debug files of the processor, in name order.
+  std::string Trace() const {
+    std::vector<std::filesystem::path> aFiles;
+    std::error_code ec;
+    for (auto& e : std::filesystem::directory_iterator(PathIn("drive_c/DebugFiles"), ec))
+      if (e.path().filename().string().rfind("knlogproc.", 0) == 0) aFiles.push_back(e.path());
+    std::sort(aFiles.begin(), aFiles.end());
+    std::string sAll;
+    for (auto& p : aFiles) sAll += proctest::ReadBytes(p.string());
+    return sAll;
+  }
+  bool WaitForTrace(const std::string& sText, int iMs = 20000) const {
+    return WaitFor([&] { return Trace().find(sText) != std::string::npos; }, iMs);
+  }
+  // Whether a handler's socket is there under the machine root.
+  bool Bound(const std::string& sHandler = "KNLogProcMsgHandler") const {
+    return std::filesystem::exists(std::filesystem::symlink_status(PathIn("run/msg/" + sHandler)));
+  }
+
+  std::string m_sProgram;
 };

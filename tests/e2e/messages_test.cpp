@@ -4,6 +4,8 @@
 
 #include <sys/wait.h>
 
+#include <QDateTime>
+
 #include <ctime>
 #include <filesystem>
 #include <regex>
@@ -11,53 +13,30 @@
 #include <vector>
 
 #include "RunningProgram.h"
-#include "common/TempRoot.h"
 #include "support/MessageTransport.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// Seconds since the epoch of a local "yyyy-mm-dd hh:nn:ss", -1 when it doesn't parse.
+// Seconds since the epoch of a local "yyyy-mm-dd hh:nn:ss".
 long long LocalSeconds(const std::string& sText) {
-  std::tm tm{};
-  if (std::sscanf(sText.c_str(), "%d-%d-%d %d:%d:%d", &tm.tm_year, &tm.tm_mon, &tm.tm_mday,
-                  &tm.tm_hour, &tm.tm_min, &tm.tm_sec) != 6)
-    return -1;
-  tm.tm_year -= 1900;
-  tm.tm_mon -= 1;
-  tm.tm_isdst = -1;
-  return static_cast<long long>(std::mktime(&tm));
+  return QDateTime::fromString(QString::fromStdString(sText), "yyyy-MM-dd hh:mm:ss").toSecsSinceEpoch();
 }
 
 }  // namespace
 
-class MessagesTest : public TempRootTest {
+class MessagesTest : public ProcessorTest {
  protected:
-  void SetUp() override {
-    TempRootTest::SetUp();
-    fs::create_directories(PathIn("bin"));
-    m_sProgram = PathIn("bin/knlogproc");
-    fs::copy_file(BinPath("knlogproc"), m_sProgram);
-  }
-
-  // Starts the processor and waits until it is in its "no logs" wait.
-  void StartProcessor(const std::vector<std::string>& aArgs = {"/DEBUG"}) {
-    ASSERT_TRUE(m_oProc.Start(m_sProgram, aArgs, PathIn("proc.txt")));
-    ASSERT_TRUE(WaitFor([&] { return fs::exists(fs::symlink_status(PathIn("run/msg/KNLogProcMsgHandler"))); },
-                        20000));
+  // Starts the processor and waits until its message handler is there.
+  void StartProcessor() {
+    ASSERT_TRUE(m_oProc.Start(m_sProgram, {"/DEBUG"}, PathIn("proc.txt")));
+    ASSERT_TRUE(WaitFor([&] { return Bound(); }, 20000));
   }
   int Knmsg(const std::string& sArgs, std::string* psOut = nullptr) {
     return RunProgram(BinPath("knmsg") + " " + sArgs, psOut);
   }
-  std::string Trace() const {
-    std::string sAll;
-    std::error_code ec;
-    for (auto& e : fs::directory_iterator(PathIn("drive_c/DebugFiles"), ec)) sAll += ReadText(e.path().string());
-    return sAll;
-  }
 
-  std::string m_sProgram;
   RunningProgram m_oProc;
 };
 
@@ -86,28 +65,12 @@ TEST_F(MessagesTest, RespondIsAnsweredWithARecentLastActiveTime) {
   EXPECT_EQ(Trace().find("Responding with"), std::string::npos);  // a level 10 line
 }
 
-TEST_F(MessagesTest, ShutdownEndsTheProcessorAndItSaysIdle) {
-  MessageEndpoint oCapture;
-  ASSERT_TRUE(oCapture.Bind("KNCaptureMsgHandler"));
-  StartProcessor();
-  ASSERT_EQ(Knmsg("send KNLogProcMsgHandler SHUTDOWN"), 0);
-  ASSERT_TRUE(m_oProc.WaitEnd(5000));
-  ASSERT_TRUE(WIFEXITED(m_oProc.Status()));
-  EXPECT_EQ(WEXITSTATUS(m_oProc.Status()), 0);
-  std::vector<std::string> aTexts;
-  while (auto m = oCapture.Wait(300)) aTexts.push_back(m->Text);
-  EXPECT_EQ(aTexts, std::vector<std::string>{"IDLE"});
-  const std::string sTrace = Trace();
-  EXPECT_NE(sTrace.find("Shutdown Message Received"), std::string::npos);
-  EXPECT_NE(sTrace.find("End frmProcessLogs_Unload"), std::string::npos);
-}
-
 TEST_F(MessagesTest, ShutdownInLowerCaseIsIgnored) {
   MessageEndpoint oCapture;
   ASSERT_TRUE(oCapture.Bind("KNCaptureMsgHandler"));
   StartProcessor();
-  ASSERT_EQ(Knmsg("send KNLogProcMsgHandler shutdown"), 0);
-  ASSERT_EQ(Knmsg("send KNLogProcMsgHandler 'SHUTDOWN NOW'"), 0);
+  for (const char* s : {"shutdown", "'SHUTDOWN NOW'", "'SHUTDOWN '", "' SHUTDOWN'", "SHUTDOWNX", "Respond"})
+    ASSERT_EQ(Knmsg(std::string("send KNLogProcMsgHandler ") + s), 0) << s;
   std::this_thread::sleep_for(std::chrono::milliseconds(2500));
   EXPECT_TRUE(m_oProc.Running());
   EXPECT_EQ(Trace().find("Shutdown Message Received"), std::string::npos);
@@ -137,24 +100,29 @@ TEST_F(MessagesTest, NoCaptureProcessListeningHindersNothing) {
   EXPECT_TRUE(WIFEXITED(m_oProc.Status()));
 }
 
-TEST_F(MessagesTest, KnmsgListenPrintsEachMessageWithItsTime) {
+// knmsg as the capture side: it hears the answer, then "IDLE" once as the processor ends
+// on "SHUTDOWN", each message with its time.
+TEST_F(MessagesTest, ShutdownEndsTheProcessorAndKnmsgListenHearsIdle) {
   RunningProgram oListen;
   ASSERT_TRUE(oListen.Start(BinPath("knmsg"), {"listen", "-n", "2", "-t", "20", "KNCaptureMsgHandler"},
                             PathIn("listen.txt")));
-  ASSERT_TRUE(WaitFor([&] { return fs::exists(fs::symlink_status(PathIn("run/msg/KNCaptureMsgHandler"))); },
-                      10000));
+  ASSERT_TRUE(WaitFor([&] { return Bound("KNCaptureMsgHandler"); }, 10000));
   StartProcessor();
   ASSERT_EQ(Knmsg("send KNLogProcMsgHandler RESPOND"), 0);
   ASSERT_EQ(Knmsg("send KNLogProcMsgHandler SHUTDOWN"), 0);
-  ASSERT_TRUE(oListen.WaitEnd(10000));
   ASSERT_TRUE(m_oProc.WaitEnd(5000));
-  const std::string sOut = ReadText(PathIn("listen.txt"));
+  EXPECT_EQ(m_oProc.ExitCode(), 0);
+  const std::string sTrace = Trace();
+  EXPECT_NE(sTrace.find("Shutdown Message Received"), std::string::npos);
+  EXPECT_NE(sTrace.find("End frmProcessLogs_Unload"), std::string::npos);
+  ASSERT_TRUE(oListen.WaitEnd(10000));
+  const std::string sOut = ReadFile("listen.txt");
   EXPECT_TRUE(std::regex_match(
       sOut, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} RESPONSE\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\n)"
                        R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} IDLE\n)")))
       << sOut;
   // The listener gives its handler name up when it ends.
-  EXPECT_FALSE(fs::exists(fs::symlink_status(PathIn("run/msg/KNCaptureMsgHandler"))));
+  EXPECT_FALSE(Bound("KNCaptureMsgHandler"));
 }
 
 TEST_F(MessagesTest, KnmsgReportsWhatItCannotDo) {
@@ -178,53 +146,4 @@ TEST_F(MessagesTest, KnmsgReportsWhatItCannotDo) {
   ASSERT_TRUE(m);
   EXPECT_EQ(m->Text, "hello there");
   EXPECT_EQ(m->Sender, "KNCaptureMsgHandler");
-}
-
-TEST_F(MessagesTest, WorksUnderAMachineRootLongerThanASocketAddress) {
-  std::string sLong = Root();
-  while (sLong.size() < 150) sLong += "/long-folder-name-for-the-machine-root";
-  fs::create_directories(sLong);
-  setenv("KESTRANE_ROOT", sLong.c_str(), 1);
-  MessageEndpoint oCapture;
-  ASSERT_TRUE(oCapture.Bind("KNCaptureMsgHandler"));
-  ASSERT_TRUE(m_oProc.Start(m_sProgram, {"/DEBUG"}, PathIn("proc.txt")));
-  ASSERT_TRUE(WaitFor([&] { return fs::exists(fs::symlink_status(sLong + "/run/msg/KNLogProcMsgHandler")); },
-                      20000));
-  ASSERT_EQ(Knmsg("send KNLogProcMsgHandler RESPOND"), 0);
-  auto oReply = oCapture.Wait(5000);
-  ASSERT_TRUE(oReply);
-  EXPECT_EQ(oReply->Text.rfind("RESPONSE", 0), 0u);
-  ASSERT_EQ(Knmsg("send KNLogProcMsgHandler SHUTDOWN"), 0);
-  ASSERT_TRUE(m_oProc.WaitEnd(5000));
-  auto oIdle = oCapture.Wait(2000);
-  ASSERT_TRUE(oIdle);
-  EXPECT_EQ(oIdle->Text, "IDLE");
-}
-
-// A cycle over a logger with nothing recorded: without "/KEEPALIVE" the program ends by
-// itself, saying "IDLE" at the end of the run and again as it unloads.
-TEST_F(MessagesTest, ACycleWithoutKeepAliveEndsTheProgram) {
-  WriteFile("registry.reg",
-            "Windows Registry Editor Version 5.00\r\n\r\n"
-            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
-            "\"PrepareTimerInterval\"=dword:00000000\r\n"
-            "\"ProcessTimerInterval\"=dword:00000000\r\n\r\n"
-            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n"
-            "\"LogCount\"=dword:00000001\r\n\r\n"
-            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture\\Logger1]\r\n"
-            "\"LogPath\"=\"D:\\\\Kestrane\\\\Logger1\"\r\n"
-            "\"Enabled\"=dword:ffffffff\r\n");
-  WriteFile("drive_d/Kestrane/Logger1/Kestrane.ini", "[General]\r\nName=Studio One\r\n");
-  MessageEndpoint oCapture;
-  ASSERT_TRUE(oCapture.Bind("KNCaptureMsgHandler"));
-  ASSERT_TRUE(m_oProc.Start(m_sProgram, {"/DEBUG"}, PathIn("proc.txt")));
-  ASSERT_TRUE(m_oProc.WaitEnd(30000)) << Trace();
-  ASSERT_TRUE(WIFEXITED(m_oProc.Status()));
-  EXPECT_EQ(WEXITSTATUS(m_oProc.Status()), 0) << ReadText(PathIn("proc.txt"));
-  std::vector<std::string> aTexts;
-  while (auto m = oCapture.Wait(300)) aTexts.push_back(m->Text);
-  EXPECT_EQ(aTexts, (std::vector<std::string>{"IDLE", "IDLE"}));
-  const std::string sTrace = Trace();
-  EXPECT_NE(sTrace.find("Logs Found: Resizing Window"), std::string::npos) << sTrace;
-  EXPECT_NE(sTrace.find("End frmProcessLogs_Unload"), std::string::npos);
 }

@@ -8,9 +8,9 @@
 #include "ProcessRun.h"
 
 using namespace e2eproc;
-using proctest::DecodedSeconds;
+using proctest::Decode;
+using proctest::ExpectAudio;
 using proctest::IniValue;
-using proctest::ProbeAudio;
 using proctest::ReadBytes;
 
 namespace {
@@ -41,27 +41,20 @@ TEST_F(ProcessRunTest, AWholeCycleStandardisesArchivesDeletesAndTidiesUp) {
   AddHour(2, "20261122", "13", kPast, kLater, kLater, 1, 2.0);
   AddHour(3, "20261115", "09", "-1", kPast, kLater, 1, 3.0, "ABCD");
 
-  ASSERT_TRUE(RunProcessor()) << ReadBytes(PathIn("out.txt"));
+  ASSERT_TRUE(RunProcessor());
 
-  // Standardised: same names, 22.05 kHz stereo IMA ADPCM, same length.
-  for (const char* sName : {"130000A.wav", "130100A.wav", "130200A.wav"}) {
-    const std::string sFile = In(1, std::string("20261122/1300/") + sName);
-    const auto p = ProbeAudio(sFile);
+  // Standardised: same names, 22.05 kHz stereo IMA ADPCM, same length; archived: mono.
+  for (const char* sName : {"20261122/1300/130000A.wav", "20261122/1300/130100A.wav", "20261122/1300/130200A.wav",
+                            "20261115/0900/090000A.wav", "20261115/0900/090100A.wav"}) {
+    const bool bArchived = sName[7] == '5';
+    const auto p = Decode(In(1, sName));
     EXPECT_EQ(p.sCodec, "adpcm_ima_wav") << sName;
     EXPECT_EQ(p.iRate, 22050) << sName;
-    EXPECT_EQ(p.iChannels, 2) << sName;
-    EXPECT_NEAR(DecodedSeconds(sFile), 4.0, 0.05) << sName;
+    EXPECT_EQ(p.iChannels, bArchived ? 1 : 2) << sName;
+    EXPECT_NEAR(p.dSeconds, bArchived ? 3.0 : 4.0, 0.05) << sName;
   }
   EXPECT_EQ(IniValue(In(1, "20261122/1300/130000.inf"), "StandardAudioAt"), "-1");
   EXPECT_EQ(IniValue(In(1, "20261122/1300/130000.inf"), "ArchiveAudioAt"), kLater);
-  // Archived: mono IMA ADPCM.
-  for (const char* sName : {"090000A.wav", "090100A.wav"}) {
-    const std::string sFile = In(1, std::string("20261115/0900/") + sName);
-    const auto p = ProbeAudio(sFile);
-    EXPECT_EQ(p.sCodec, "adpcm_ima_wav") << sName;
-    EXPECT_EQ(p.iChannels, 1) << sName;
-    EXPECT_NEAR(DecodedSeconds(sFile), 3.0, 0.05) << sName;
-  }
   EXPECT_EQ(IniValue(In(1, "20261115/0900/090000.inf"), "ArchiveAudioAt"), "-1");
   // Deleted, and the emptied day folder tidied away with the old empty one; the
   // operator's folder and today's stay.
@@ -70,23 +63,16 @@ TEST_F(ProcessRunTest, AWholeCycleStandardisesArchivesDeletesAndTidiesUp) {
   EXPECT_TRUE(fs::exists(In(1, "Notes")));
   EXPECT_TRUE(fs::exists(In(1, "20261123")));
   // The disabled logger is untouched.
-  EXPECT_EQ(ProbeAudio(In(2, "20261122/1300/130000A.wav")).sCodec, "pcm_s16le");
+  EXPECT_EQ(Decode(In(2, "20261122/1300/130000A.wav")).sCodec, "pcm_s16le");
   EXPECT_EQ(IniValue(In(2, "20261122/1300/130000.inf"), "StandardAudioAt"), kPast);
 
   // The copier's formats, each under the source's base name with its own extension.
-  struct Expect {
-    const char* sName;
-    const char* sCodec;
-  };
-  for (const Expect& e : {Expect{"090000A.mp2", "mp2"}, Expect{"090000B.mp3", "mp3"},
-                          Expect{"090000C.ogg", "vorbis"}, Expect{"090000D.wma", "wmav2"}}) {
-    const std::string sFile = In(3, std::string("20261115/0900/") + e.sName);
-    EXPECT_EQ(ProbeAudio(sFile).sCodec, e.sCodec) << e.sName;
-    EXPECT_NEAR(DecodedSeconds(sFile), 3.0, 0.15) << e.sName;
+  for (auto [sName, sCodec] : {std::pair{"090000A.mp2", "mp2"}, std::pair{"090000B.mp3", "mp3"},
+                               std::pair{"090000C.ogg", "vorbis"}, std::pair{"090000D.wma", "wmav2"}}) {
+    ExpectAudio(In(3, std::string("20261115/0900/") + sName), sCodec, 3.0, 0.15);
+    EXPECT_FALSE(fs::exists(In(3, "20261115/0900/" + std::string(sName, 7) + ".wav"))) << sName;
   }
-  for (const char* sGone : {"090000A.wav", "090000B.wav", "090000C.wav", "090000D.wav"})
-    EXPECT_FALSE(fs::exists(In(3, std::string("20261115/0900/") + sGone))) << sGone;
-  EXPECT_EQ(ProbeAudio(In(3, "20261115/0900/090000D.wma")).iChannels, 1);
+  EXPECT_EQ(Decode(In(3, "20261115/0900/090000D.wma")).iChannels, 1);
   EXPECT_EQ(IniValue(In(3, "20261115/0900/090000.inf"), "ArchiveAudioAt"), "-1");
 
   const std::string sLog1 = HourLog(1);
@@ -97,11 +83,10 @@ TEST_F(ProcessRunTest, AWholeCycleStandardisesArchivesDeletesAndTidiesUp) {
   const std::string sLog3 = HourLog(3);
   EXPECT_NE(sLog3.find(" Archived audio file 090000D.wav\r\n"), std::string::npos) << sLog3;
 
-  const auto aMessages = Messages();
-  EXPECT_TRUE(Has(aMessages, "ACTIVE1"));
-  EXPECT_TRUE(Has(aMessages, "ACTIVE3"));
-  EXPECT_FALSE(Has(aMessages, "ACTIVE2"));
-  EXPECT_TRUE(Has(aMessages, "IDLE"));
+  EXPECT_TRUE(Heard("ACTIVE1"));
+  EXPECT_TRUE(Heard("ACTIVE3"));
+  EXPECT_FALSE(Heard("ACTIVE2"));
+  EXPECT_TRUE(Heard("IDLE"));
 }
 
 TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndTheRestOfTheHourIsConverted) {
@@ -116,22 +101,27 @@ TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndTheRestOfTheHourIsConverted
   proctest::WriteToneWav(sHour + "1307000A.wav", 1.0);
   proctest::WriteToneWav(sHour + "130800A.wav", 4.0);
   std::filesystem::resize_file(sHour + "130800A.wav", 44 + 176400);
+  // Files the hour's mask finds that are no segment of the logger: another extension, an
+  // output letter beyond its formats.
+  proctest::WriteBytes(sHour + "130400A.txt", "unknown extension");
+  proctest::WriteBytes(sHour + "130300C.wav", "a letter beyond the logger's formats");
 
-  ASSERT_TRUE(RunProcessor()) << ReadBytes(PathIn("out.txt"));
+  ASSERT_TRUE(RunProcessor());
 
-  EXPECT_EQ(ProbeAudio(sHour + "130000A.wav").sCodec, "adpcm_ima_wav");
-  EXPECT_EQ(ProbeAudio(sHour + "130100A.wav").sCodec, "adpcm_ima_wav");
+  EXPECT_EQ(Decode(sHour + "130000A.wav").sCodec, "adpcm_ima_wav");
+  EXPECT_EQ(Decode(sHour + "130100A.wav").sCodec, "adpcm_ima_wav");
   EXPECT_EQ(ReadBytes(sHour + "130500A.wav"), "this is no RIFF file");
-  EXPECT_EQ(ProbeAudio(sHour + "13060A.wav").sCodec, "pcm_s16le");
-  EXPECT_EQ(ProbeAudio(sHour + "1307000A.wav").sCodec, "pcm_s16le");
+  EXPECT_EQ(Decode(sHour + "13060A.wav").sCodec, "pcm_s16le");
+  EXPECT_EQ(Decode(sHour + "1307000A.wav").sCodec, "pcm_s16le");
+  EXPECT_EQ(ReadBytes(sHour + "130400A.txt"), "unknown extension");
+  EXPECT_EQ(ReadBytes(sHour + "130300C.wav"), "a letter beyond the logger's formats");
   const std::string sTrace = Trace();
   EXPECT_NE(sTrace.find("not processing file: " + sHour + "130500A.wav"), std::string::npos);
   EXPECT_NE(sTrace.find("not processing file: " + sHour + "13060A.wav"), std::string::npos);
   // Eight characters before the extension: the hour's search mask doesn't even find it.
   EXPECT_EQ(sTrace.find(sHour + "1307000A.wav"), std::string::npos);
   // The truncated segment is converted with all the audio it held, and no more.
-  EXPECT_EQ(ProbeAudio(sHour + "130800A.wav").sCodec, "adpcm_ima_wav");
-  EXPECT_NEAR(DecodedSeconds(sHour + "130800A.wav"), 1.0, 0.05);
+  ExpectAudio(sHour + "130800A.wav", "adpcm_ima_wav", 1.0);
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
 }
 
@@ -143,21 +133,18 @@ TEST_F(ProcessRunTest, AFullDiskRejectsTheFileKeepsTheSourceAndTheNextRunFinishe
   const std::string sFirst = ReadBytes(sHour + "130000A.wav");
 
   // Every audio write after the first few fails as on a full disk.
-  ASSERT_TRUE(RunProcessor({"/DEBUG"}, {"KESTRANE_FAULTS=audio.write=ENOSPC@8"})) << ReadBytes(PathIn("out.txt"));
+  ASSERT_TRUE(RunProcessor({"KESTRANE_FAULTS=audio.write=ENOSPC@8"}));
   EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sFirst);
   EXPECT_FALSE(std::filesystem::exists(sHour + "std130000A.wav"));
-  const auto aMessages = Messages();
-  EXPECT_TRUE(Has(aMessages, "FileArchiveError:" + sHour + "130000A.wav"));
+  EXPECT_TRUE(Heard("FileArchiveError:" + sHour + "130000A.wav"));
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), kPast);
   for (const char* sName : {"130000A.wav", "130100A.wav", "130200A.wav"})
-    EXPECT_NEAR(DecodedSeconds(sHour + sName), 20.0, 0.05) << sName;
+    EXPECT_NEAR(Decode(sHour + sName).dSeconds, 20.0, 0.05) << sName;
 
   // Space again: the next run converts what is left and marks the hour.
-  ASSERT_TRUE(RunProcessor()) << ReadBytes(PathIn("out.txt"));
-  for (const char* sName : {"130000A.wav", "130100A.wav", "130200A.wav"}) {
-    EXPECT_EQ(ProbeAudio(sHour + sName).sCodec, "adpcm_ima_wav") << sName;
-    EXPECT_NEAR(DecodedSeconds(sHour + sName), 20.0, 0.05) << sName;
-  }
+  ASSERT_TRUE(RunProcessor());
+  for (const char* sName : {"130000A.wav", "130100A.wav", "130200A.wav"})
+    ExpectAudio(sHour + sName, "adpcm_ima_wav", 20.0);
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
 }
 
@@ -167,17 +154,17 @@ TEST_F(ProcessRunTest, AnUndeletableSourceKeepsBothFilesAndTheHourDue) {
   AddHour(1, "20261115", "09", "-1", kPast, kLater, 1, 2.0);
   const std::string sHour = In(1, "20261115/0900/");
   // The folder refuses deletes (as a read-only folder would for a user other than root).
-  ASSERT_TRUE(RunProcessor({"/DEBUG"}, {"KESTRANE_FAULTS=file.delete=EACCES"})) << ReadBytes(PathIn("out.txt"));
-  EXPECT_EQ(ProbeAudio(sHour + "090000A.wav").sCodec, "pcm_s16le");
-  EXPECT_EQ(ProbeAudio(sHour + "arc090000A.mp2").sCodec, "mp2");
+  ASSERT_TRUE(RunProcessor({"KESTRANE_FAULTS=file.delete=EACCES"}));
+  EXPECT_EQ(Decode(sHour + "090000A.wav").sCodec, "pcm_s16le");
+  EXPECT_EQ(Decode(sHour + "arc090000A.mp2").sCodec, "mp2");
   EXPECT_NE(HourLog(1).find(" Cannot delete original audio file (will retry later) 090000A.wav "), std::string::npos)
       << HourLog(1);
   EXPECT_EQ(IniValue(sHour + "090000.inf", "ArchiveAudioAt"), kPast);
 
-  ASSERT_TRUE(RunProcessor()) << ReadBytes(PathIn("out.txt"));
+  ASSERT_TRUE(RunProcessor());
   EXPECT_FALSE(std::filesystem::exists(sHour + "090000A.wav"));
   EXPECT_FALSE(std::filesystem::exists(sHour + "arc090000A.mp2"));
-  EXPECT_NEAR(DecodedSeconds(sHour + "090000A.mp2"), 2.0, 0.15);
+  EXPECT_NEAR(Decode(sHour + "090000A.mp2").dSeconds, 2.0, 0.15);
   EXPECT_EQ(IniValue(sHour + "090000.inf", "ArchiveAudioAt"), "-1");
 }
 
@@ -190,7 +177,7 @@ TEST_F(ProcessRunTest, ShutdownDuringAConversionEndsTheRunAndLeavesTheSource) {
   const std::string sFirst = ReadBytes(sHour + "130000A.wav");
 
   RunningProgram oProc;
-  ASSERT_TRUE(oProc.Start(m_sProgram, {"/DEBUG"}, PathIn("out.txt"), {"KESTRANE_CLOCK_START=2026-11-23 10:05:00"}));
+  ASSERT_TRUE(Start(oProc, {"/DEBUG"}));
   ASSERT_TRUE(WaitFor([&] { return Trace().find("Processing Loop (Pass: 1)") != std::string::npos ||
                                    Trace().find("Start converting audio file") != std::string::npos; },
                       30000));
@@ -201,6 +188,6 @@ TEST_F(ProcessRunTest, ShutdownDuringAConversionEndsTheRunAndLeavesTheSource) {
   EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sFirst);
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), kPast);
   EXPECT_EQ(HourLog(1).find("Finished Archiving Audio"), std::string::npos);
-  EXPECT_TRUE(Has(Messages(), "IDLE"));
+  EXPECT_TRUE(Heard("IDLE"));
   EXPECT_EQ(Trace().find("Start PerformFolderTidyup"), std::string::npos);
 }

@@ -6,14 +6,61 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include <QCoreApplication>
+
+#include "audio/CAudioACM.h"
 #include "common/TempRoot.h"
+#include "config/ClogPeriods.h"
+#include "engine/IProcessorView.h"
 
 namespace proctest {
+
+// The application object the engine's timers need, made once.
+inline QCoreApplication& App() {
+  static int s_iArgc = 1;
+  static char s_szName[] = "engine_test";
+  static char* s_apArgv[] = {s_szName, nullptr};
+  static QCoreApplication* s_pApp = new QCoreApplication(s_iArgc, s_apArgv);
+  return *s_pApp;
+}
+
+// A window that shows nothing; a test overrides what it watches.
+class NullView : public IProcessorView {
+ public:
+  void ShowForm() override {}
+  void SetBusyPointer(bool) override {}
+  void SetProcessorActive(bool) override {}
+  void SetAllDoneCaption(const std::string&) override {}
+  void SetCurrentFileCaption(const std::string&) override {}
+  void SetRestartEnabled(bool) override {}
+  void SetFileProgress(int) override {}
+  void SetLogProgress(int) override {}
+  void RowsChanged() override {}
+  void Minimise() override {}
+  void SaveWindowPosition() override {}
+  void CloseForm() override {}
+};
+
+// A WAV format of the given rate, channels and format tag (1 PCM, 17 IMA ADPCM).
+inline std::shared_ptr<IAudioFormat> Wav(int iRate, int iChannels, int iTag) {
+  auto o = std::make_shared<CAudioACM>();
+  o->SetFileFormat(iRate, iChannels, iTag);
+  return o;
+}
+// An output format with its three periods: as recorded, standard, archive.
+inline std::shared_ptr<ClogPeriods> Periods(std::shared_ptr<IAudioFormat> oRec, std::shared_ptr<IAudioFormat> oStd,
+                                            std::shared_ptr<IAudioFormat> oArc) {
+  auto o = std::make_shared<ClogPeriods>();
+  o->Period(0, std::move(oRec));
+  o->Period(1, std::move(oStd));
+  o->Period(2, std::move(oArc));
+  return o;
+}
 
 inline void PutLe(std::string& s, uint32_t v, int iBytes) {
   for (int i = 0; i < iBytes; ++i) s += static_cast<char>((v >> (8 * i)) & 0xFF);
@@ -78,47 +125,13 @@ inline std::string IniValue(const std::string& sPath, const std::string& sKey) {
   return "";
 }
 
-// What ffprobe says of a file's first audio stream. Empty codec when it can't read it.
-struct Probe {
+// One ffmpeg run over the whole file: what it says of the first audio stream (codec,
+// rate, channels; an empty codec when it can't read the file) and the seconds the file
+// decodes to, whatever its header says.
+struct Decoded {
   std::string sCodec;
   int iRate = 0;
   int iChannels = 0;
-  double dSeconds = -1;
-};
-
-inline Probe ProbeAudio(const std::string& sPath) {
-  Probe p;
-  std::string sOut;
-  if (RunProgram("ffprobe -v error -select_streams a:0 -show_entries stream=codec_name,sample_rate,channels"
-                 ":format=duration -of default=noprint_wrappers=1 '" + sPath + "'",
-                 &sOut) != 0)
-    return p;
-  std::istringstream ss(sOut);
-  for (std::string sLine; std::getline(ss, sLine);) {
-    const size_t i = sLine.find('=');
-    if (i == std::string::npos) continue;
-    const std::string k = sLine.substr(0, i), v = sLine.substr(i + 1);
-    if (k == "codec_name") p.sCodec = v;
-    if (k == "sample_rate") p.iRate = std::atoi(v.c_str());
-    if (k == "channels") p.iChannels = std::atoi(v.c_str());
-    if (k == "duration" && v != "N/A") p.dSeconds = std::atof(v.c_str());
-  }
-  return p;
-}
-
-// Samples of the whole file decoded by ffmpeg (mono, 8 kHz, so that any file compares):
-// their count tells the true length, whatever the container says.
-inline double DecodedSeconds(const std::string& sPath) {
-  const std::string sRaw = sPath + ".probe.raw";
-  if (RunProgram("ffmpeg -v error -y -i '" + sPath + "' -ac 1 -ar 8000 -f s16le '" + sRaw + "'") != 0) return -1;
-  const double d = static_cast<double>(std::filesystem::file_size(sRaw)) / 2 / 8000.0;
-  std::filesystem::remove(sRaw);
-  return d;
-}
-
-// One ffmpeg run: the codec of the first audio stream and the seconds it decodes to.
-struct Decoded {
-  std::string sCodec;
   double dSeconds = -1;
 };
 
@@ -127,15 +140,29 @@ inline Decoded Decode(const std::string& sPath) {
   const std::string sRaw = sPath + ".probe.raw";
   std::string sOut;
   const int rc = RunProgram("ffmpeg -hide_banner -nostdin -y -i '" + sPath + "' -ac 1 -ar 8000 -f s16le '" + sRaw + "'", &sOut);
+  // "Stream #0:0: Audio: adpcm_ima_wav ([17][0][0][0] / 0x0011), 22050 Hz, mono, s16p, 88 kb/s"
   const size_t i = sOut.find("Audio: ");
   if (i != std::string::npos) {
-    const size_t j = sOut.find_first_of(" ,(\n", i + 7);
-    d.sCodec = sOut.substr(i + 7, j == std::string::npos ? std::string::npos : j - i - 7);
+    const std::string sLine = sOut.substr(i + 7, sOut.find('\n', i) - i - 7);
+    d.sCodec = sLine.substr(0, sLine.find_first_of(" ,("));
+    const size_t iHz = sLine.find(" Hz, ");
+    if (iHz != std::string::npos) {
+      d.iRate = std::atoi(sLine.c_str() + sLine.rfind(", ", iHz) + 2);
+      const std::string sLayout = sLine.substr(iHz + 5, sLine.find(',', iHz + 5) - iHz - 5);
+      d.iChannels = sLayout == "mono" ? 1 : sLayout == "stereo" ? 2 : std::atoi(sLayout.c_str());
+    }
   }
   std::error_code ec;
   if (rc == 0) d.dSeconds = static_cast<double>(std::filesystem::file_size(sRaw, ec)) / 2 / 8000.0;
   std::filesystem::remove(sRaw, ec);
   return d;
+}
+
+// The file decodes as sCodec to dSeconds (within dTolerance).
+inline void ExpectAudio(const std::string& sPath, const std::string& sCodec, double dSeconds, double dTolerance = 0.05) {
+  const Decoded d = Decode(sPath);
+  EXPECT_EQ(d.sCodec, sCodec) << sPath;
+  EXPECT_NEAR(d.dSeconds, dSeconds, dTolerance) << sPath;
 }
 
 }  // namespace proctest

@@ -7,11 +7,9 @@
 #include <regex>
 #include <string>
 
-#include "common/TempRoot.h"
 #include "engine/CrashFilter.h"
-#include "support/AppGlobal.h"
+#include "engine/EngineFixture.h"
 #include "support/CNVErr.h"
-#include "support/DebugMsg.h"
 
 namespace {
 
@@ -50,23 +48,16 @@ TEST(ExceptionNames, SignalsGetThePlatformNamesOrTheUnknownForm) {
   EXPECT_TRUE(std::regex_match(sOther, std::regex(R"(Unknown \(&H[0-9A-F]{8}\))"))) << sOther;
 }
 
-class CrashFilterTest : public TempRootTest {
+class CrashFilterTest : public EngineFixture {
  protected:
   void SetUp() override {
-    TempRootTest::SetUp();
-    DebugLog::ResetForTesting();
-    AppGlobal::SetDebugMode(5);
+    EngineFixture::SetUp();
     InstallExceptionFilter();
   }
   void TearDown() override {
     RemoveExceptionFilter();
     fedisableexcept(FE_ALL_EXCEPT);
-    AppGlobal::SetDebugMode(0);
-    TempRootTest::TearDown();
-  }
-  std::string Trace() const {
-    std::string sFile = DebugLog::CurrentFile();
-    return ReadFile(sFile.substr(Root().size() + 1));
+    EngineFixture::TearDown();
   }
 };
 
@@ -78,24 +69,19 @@ TEST_F(CrashFilterTest, NestedRecordIsNamedByTheLastOfTheChain) {
   EXPECT_NE(Trace().find(" CRITICAL ERROR: Access Violation\r\n"), std::string::npos) << Trace();
 }
 
-TEST_F(CrashFilterTest, AccessViolationBecomesRaisedError10000) {
-  try {
-    RunWithFaultHandler(TouchForbiddenPage);
-    FAIL() << "the fault did not come back as an error";
-  } catch (const RaisedError& e) {
-    EXPECT_EQ(e.Number, 10000);
-    EXPECT_EQ(e.Source, "MyExceptionFilter");
-    EXPECT_EQ(e.Description, "Access Violation");
-  }
-  EXPECT_NE(Trace().find("CRITICAL ERROR: Access Violation"), std::string::npos);
-}
-
-TEST_F(CrashFilterTest, FloatingDivisionByZeroIsNamed) {
-  try {
-    RunWithFaultHandler(DivideByZero);
-    FAIL() << "no fault";
-  } catch (const RaisedError& e) {
-    EXPECT_EQ(e.Description, "Divide By Zero");
+// A real fault inside a handler's scope comes back as error 10000, traced and named.
+TEST_F(CrashFilterTest, FaultsBecomeRaisedError10000) {
+  for (auto [pFault, sName] :
+       {std::pair{&TouchForbiddenPage, "Access Violation"}, std::pair{&DivideByZero, "Divide By Zero"}}) {
+    try {
+      RunWithFaultHandler(pFault);
+      ADD_FAILURE() << sName << " did not come back as an error";
+    } catch (const RaisedError& e) {
+      EXPECT_EQ(e.Number, 10000);
+      EXPECT_EQ(e.Source, "MyExceptionFilter");
+      EXPECT_EQ(e.Description, sName);
+    }
+    EXPECT_NE(Trace().find(std::string("CRITICAL ERROR: ") + sName), std::string::npos);
   }
 }
 
@@ -121,32 +107,6 @@ TEST_F(CrashFilterTest, InnermostHandlerGetsTheFaultAndOuterOnesLater) {
   EXPECT_THROW(RunWithFaultHandler([] { throw std::runtime_error("plain"); }), std::runtime_error);
   // And after all of it a fault still has a handler to go to.
   EXPECT_THROW(RunWithFaultHandler(TouchForbiddenPage), RaisedError);
-}
-
-// A routine with a log-and-leave handler: the fault shows as the critical error, then the
-// routine's own error line and its exit line.
-TEST_F(CrashFilterTest, LogAndLeaveHandlerTracesTheFaultAsItsError) {
-  auto Routine = [] {
-    DebugMsg("Start FaultyRoutine", 5, 1);
-    try {
-      RunWithFaultHandler(TouchForbiddenPage);
-      DebugMsg("End FaultyRoutine", 5, 2);
-    } catch (const RaisedError& e) {
-      DebugMsg("RT ERROR: " + e.Description + " (" + std::to_string(e.Number) + ")", -1, 0);
-      DebugMsg("Exit FaultyRoutine", 5, 2);
-    }
-  };
-  Routine();
-  const std::string sTrace = Trace();
-  const size_t iCritical = sTrace.find("CRITICAL ERROR: Access Violation");
-  const size_t iError = sTrace.find("RT ERROR: Access Violation (10000)");
-  const size_t iExit = sTrace.find(" Exit FaultyRoutine");
-  ASSERT_NE(iCritical, std::string::npos) << sTrace;
-  ASSERT_NE(iError, std::string::npos) << sTrace;
-  ASSERT_NE(iExit, std::string::npos) << sTrace;
-  EXPECT_LT(iCritical, iError);
-  EXPECT_LT(iError, iExit);
-  EXPECT_EQ(DebugLog::Indent(), 0);
 }
 
 TEST_F(CrashFilterTest, RemovingTheFilterRestoresThePreviousHandler) {

@@ -2,9 +2,6 @@
 // their order, the failure rules, and that nothing on disk changes.
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
-
 #include <sys/stat.h>
 
 #include <fmt/format.h>
@@ -12,55 +9,23 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "common/TempRoot.h"
-#include "config/CLogList.h"
-#include "engine/Globals.h"
-#include "engine/IProcessorView.h"
-#include "engine/frmProcessLogs.h"
+#include "engine/EngineFixture.h"
 #include "hours/CLogProcessEntry.h"
-#include "support/AppGlobal.h"
-#include "support/Clock.h"
-#include "support/ConfigAccess.h"
-#include "support/DebugMsg.h"
-#include "support/Faults.h"
-#include "support/MessageTransport.h"
-#include "support/VbDate.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-QCoreApplication& App() {
-  static int s_iArgc = 1;
-  static char s_szName[] = "prepare_test";
-  static char* s_apArgv[] = {s_szName, nullptr};
-  static QCoreApplication* s_pApp = new QCoreApplication(s_iArgc, s_apArgv);
-  return *s_pApp;
-}
-
-class CountingView : public IProcessorView {
+class CountingView : public proctest::NullView {
  public:
   int iRowsChanged = 0;
   std::vector<std::string> Captions;
-  void ShowForm() override {}
-  void SetBusyPointer(bool) override {}
-  void SetProcessorActive(bool) override {}
-  void SetAllDoneCaption(const std::string&) override {}
   void SetCurrentFileCaption(const std::string& s) override { Captions.push_back(s); }
-  void SetRestartEnabled(bool) override {}
-  void SetFileProgress(int) override {}
-  void SetLogProgress(int) override {}
   void RowsChanged() override { ++iRowsChanged; }
-  void Minimise() override {}
-  void SaveWindowPosition() override {}
-  void CloseForm() override {}
 };
 
 const char* const kFuture = "2026-12-30 12:00";
@@ -99,6 +64,12 @@ std::string Settings(const std::string& sName, const std::vector<std::array<Wav,
   return s;
 }
 
+// Settings of a logger with one output format: 44100 Hz stereo PCM, 22050 Hz mono PCM,
+// 22050 Hz mono IMA ADPCM.
+std::string Plain(const std::string& sName) {
+  return Settings(sName, {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}});
+}
+
 struct Expected {
   std::string sLog;
   std::string sHour;  // "yyyymmdd/HH00"
@@ -109,33 +80,16 @@ struct Expected {
 
 }  // namespace
 
-class PrepareTest : public TempRootTest {
+class PrepareTest : public EngineFixture {
  protected:
   void SetUp() override {
-    TempRootTest::SetUp();
-    App();
-    DebugLog::ResetForTesting();
-    AppGlobal::SetApplication(Root(), "knlogproc");
-    AppGlobal::SetDebugPath(Root() + "/dbg/");
+    EngineFixture::SetUp();
     AppGlobal::SetDebugMode(10);
-    AppGlobal::SetCommandLine("");
-    sLogListLoc = kDefaultLogListLoc;
-    Clock::SetFixed(VbDate::Make({2026, 11, 23, 10, 5, 0}));
-    ASSERT_TRUE(m_oCapture.Bind(kCaptureHandler));
-  }
-  void TearDown() override {
-    m_pForm.reset();
-    LogList().Clear();
-    m_oCapture.Close();
-    Faults::DisarmAll();
-    Clock::Reset();
-    AppGlobal::SetDebugMode(0);
-    TempRootTest::TearDown();
   }
 
   // Loggers 1..n at D:\Kestrane\Logger<n>, each with its settings file.
   void Loggers(const std::vector<std::string>& aSettings, int iPerPing = 6) {
-    std::string s = "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\" + kCaptureKey +
+    std::string s = "[HKEY_LOCAL_MACHINE\\" + kCaptureKey +
                     "]\r\n\"LogCount\"=dword:0000000" + std::to_string(aSettings.size()) + "\r\n\r\n";
     for (size_t i = 0; i < aSettings.size(); ++i) {
       const std::string n = std::to_string(i + 1);
@@ -145,8 +99,7 @@ class PrepareTest : public TempRootTest {
     }
     s += "[HKEY_LOCAL_MACHINE\\" + std::string(kLogProcessorKey) + "]\r\n\"PrepareHoursPerPing\"=dword:" +
          fmt::format("{:08x}", static_cast<uint32_t>(iPerPing)) + "\r\n";
-    WriteFile("registry.reg", s);
-    ConfigAccess::ClearCache();
+    WriteRegistry(s);
   }
   static std::string Rel(int iLog, const std::string& sRest) {
     return "drive_d/Kestrane/Logger" + std::to_string(iLog) + "/" + sRest;
@@ -177,38 +130,36 @@ class PrepareTest : public TempRootTest {
     return iTicks;
   }
 
+  // The rows in order and in full: cells, key and item.
   void ExpectRows(const std::vector<Expected>& aRows) {
-    const WorkList& l = m_pForm->lvwItems;
-    ASSERT_EQ(l.Count(), static_cast<int>(aRows.size())) << Dump();
+    std::string sExpected;
+    for (const Expected& x : aRows)
+      sExpected += x.sLog + " | " + x.sHour.substr(0, 4) + "-" + x.sHour.substr(4, 2) + "-" + x.sHour.substr(6, 2) +
+                   " " + x.sHour.substr(9, 2) + ":00 | " + x.sActionTime + " | " + x.sAction + " | " + x.sEfficiency +
+                   "\n";
+    ASSERT_EQ(Dump(), sExpected);
     for (size_t i = 0; i < aRows.size(); ++i) {
       const Expected& x = aRows[i];
-      const WorkListRow& r = l.Row(static_cast<int>(i) + 1);
+      const WorkListRow& r = m_pForm->lvwItems.Row(static_cast<int>(i) + 1);
+      SCOPED_TRACE("row " + std::to_string(i + 1) + " " + x.sHour);
       int iLog = 1;
       while (iLog < LogList().Count() && LogList().Log(iLog)->Name() != x.sLog) ++iLog;
       const int32_t lDay = VbDate::DateSerial(std::stoi(x.sHour.substr(0, 4)), std::stoi(x.sHour.substr(4, 2)),
                                               std::stoi(x.sHour.substr(6, 2)));
       const int iHour = std::stoi(x.sHour.substr(9, 2));
-      const std::string sWhere = "row " + std::to_string(i + 1) + " " + x.sHour + "\n" + Dump();
-      EXPECT_EQ(r.sText, x.sLog) << sWhere;
-      EXPECT_EQ(r.sKey, x.sLog + std::to_string(lDay) + std::to_string(iHour) + "0" + InfPath(iLog, x.sHour)) << sWhere;
-      EXPECT_EQ(r.SubItem(WorkListRow::kLogTime),
-                x.sHour.substr(0, 4) + "-" + x.sHour.substr(4, 2) + "-" + x.sHour.substr(6, 2) + " " +
-                    x.sHour.substr(9, 2) + ":00")
-          << sWhere;
-      EXPECT_EQ(r.SubItem(WorkListRow::kActionTime), x.sActionTime) << sWhere;
-      EXPECT_EQ(r.SubItem(WorkListRow::kAction), x.sAction) << sWhere;
-      EXPECT_EQ(r.SubItem(WorkListRow::kEfficiency), x.sEfficiency) << sWhere;
+      EXPECT_EQ(r.sKey, x.sLog + std::to_string(lDay) + std::to_string(iHour) + "0" + InfPath(iLog, x.sHour));
       if (x.sEfficiency.empty()) {
-        EXPECT_FALSE(r.pTag) << "a half-filled row has no item; " << sWhere;
+        EXPECT_FALSE(r.pTag) << "a half-filled row has no item";
         continue;
       }
-      EXPECT_EQ(r.SubItem(WorkListRow::kLogTimeSerial), std::to_string(iHour * 3600)) << sWhere;
-      ASSERT_TRUE(r.pTag) << sWhere;
+      EXPECT_EQ(r.SubItem(WorkListRow::kLogTimeSerial), std::to_string(iHour * 3600));
+      ASSERT_TRUE(r.pTag);
       EXPECT_EQ(r.pTag->Reference(), r.sKey);
       EXPECT_EQ(r.pTag->Action(), x.sAction == "Delete" ? actDelete : x.sAction == "Archive" ? actArchive : actStandardise);
       EXPECT_EQ(r.pTag->Log(), LogList().Log(iLog));
     }
   }
+  // The rows as "log | log time | action time | action | efficiency".
   std::string Dump() const {
     std::string s;
     for (int i = 1; i <= m_pForm->lvwItems.Count(); ++i) {
@@ -216,17 +167,6 @@ class PrepareTest : public TempRootTest {
       s += r.sText + " | " + r.SubItem(1) + " | " + r.SubItem(2) + " | " + r.SubItem(3) + " | " + r.SubItem(4) + "\n";
     }
     return s;
-  }
-  std::vector<std::string> CaptureMessages() {
-    std::vector<std::string> a;
-    while (auto m = m_oCapture.Receive()) a.push_back(m->Text);
-    return a;
-  }
-  std::string Trace() const {
-    std::ifstream f(DebugLog::CurrentFile(), std::ios::binary);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
   }
   // Every file and folder below drive_d (hour logs left out): a file with its bytes and
   // modification time, a folder by its presence (the new hour log changes its time).
@@ -240,15 +180,13 @@ class PrepareTest : public TempRootTest {
       std::string sInfo = std::to_string(st.st_mode);
       if (e.is_regular_file())
         sInfo += " " + std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec) + "\n" +
-                 ReadFile(p.substr(Root().size() + 1));
+                 proctest::ReadBytes(p);
       m[p] = sInfo;
     }
     return m;
   }
 
-  MessageEndpoint m_oCapture;
   CountingView m_oView;
-  std::unique_ptr<frmProcessLogs> m_pForm;
 };
 
 // Logger "Studio One" has two output formats, WAV in every period, per second of audio:
@@ -319,7 +257,7 @@ TEST_F(PrepareTreeTest, GivesTheDueHoursSortedByEfficiencyAndChangesNoFile) {
   const std::string sLog = ReadFile(Rel(2, "20261123/1000/100000.LOG"));
   EXPECT_EQ(sLog, "10:05:00 Finished Preparing Delete/Archive lists\r\n");
   EXPECT_FALSE(fs::exists(PathIn(Rel(1, "20261123/1000/100000.LOG"))));
-  EXPECT_TRUE(CaptureMessages().empty());
+  EXPECT_TRUE(Heard().empty());
   EXPECT_GE(m_oView.iRowsChanged, 2);
   ASSERT_FALSE(m_oView.Captions.empty());
   EXPECT_EQ(m_oView.Captions.front(), "Preparing Lists ...");
@@ -360,8 +298,7 @@ TEST_F(PrepareTreeTest, ANewCycleStartsAfreshOnTheSortedList) {
 }
 
 TEST_F(PrepareTest, EmptyAndMissingTreesFinishWithNoRows) {
-  Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}}),
-           Settings("Studio Two", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
+  Loggers({Plain("Studio One"), Plain("Studio Two")});
   fs::remove(PathIn(Rel(2, "Kestrane.ini")));
   LogList().LoadLogs(sLogListLoc);
   ASSERT_EQ(LogList().Count(), 1);
@@ -378,7 +315,7 @@ TEST_F(PrepareTest, EmptyAndMissingTreesFinishWithNoRows) {
 
 // Info files of any content: each yields what its keys say, and nothing stops the walk.
 TEST_F(PrepareTest, OddInfoFilesYieldWhatTheirKeysSay) {
-  Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
+  Loggers({Plain("Studio One")});
   std::string sNoise;
   uint32_t x = 2024;
   for (int i = 0; i < 8192; ++i) {
@@ -401,7 +338,7 @@ TEST_F(PrepareTest, OddInfoFilesYieldWhatTheirKeysSay) {
 }
 
 TEST_F(PrepareTest, UnreadableInfoFileIsReportedAndSkipped) {
-  Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
+  Loggers({Plain("Studio One")});
   Hour(1, "20261120/0100", Inf("-1", "-1", "-1"));
   Hour(1, "20261120/0200", Inf("-1", "-1", kFuture));
   Hour(1, "20261120/0300", Inf("-1", "-1", "-1"));
@@ -412,13 +349,12 @@ TEST_F(PrepareTest, UnreadableInfoFileIsReportedAndSkipped) {
   const std::string sError = fmt::format(
       "Cannot read the hour info file: Input/output error ({}).  Current info: File = 0200; Folder = 20261120",
       CHourlyInf::kErrInfUnreadable);
-  EXPECT_EQ(CaptureMessages(), std::vector<std::string>{"PrepareListError:" + sError});
+  EXPECT_EQ(Heard(), std::vector<std::string>{"PrepareListError:" + sError});
   EXPECT_NE(Trace().find("tmrPrepareLists_Timer: ERROR: " + sError), std::string::npos);
 }
 
 TEST_F(PrepareTest, FailureInAnHourDropsTheRestOfThatLoggerOnly) {
-  Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}}),
-           Settings("Studio Two", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
+  Loggers({Plain("Studio One"), Plain("Studio Two")});
   Hour(1, "20261120/0100", Inf("-1", "-1", "-1"));
   WriteFile(Rel(1, "20261120/abcd/abcd00.inf"), Inf("-1", "-1", "-1"));  // names no hour
   Hour(1, "20261121/0100", Inf("-1", "-1", "-1"));                       // not reached this cycle
@@ -426,7 +362,7 @@ TEST_F(PrepareTest, FailureInAnHourDropsTheRestOfThatLoggerOnly) {
   Prepare();
   ExpectRows({{"Studio One", "20261120/0100", "-1", "Delete", "P100"},
               {"Studio Two", "20261120/0100", "-1", "Delete", "P100"}});
-  EXPECT_TRUE(CaptureMessages().empty());
+  EXPECT_TRUE(Heard().empty());
   EXPECT_EQ(ReadFile(Rel(2, "20261120/0100/010000.inf")), Inf("-1", "-1", "-1"));
 }
 
@@ -440,30 +376,4 @@ TEST_F(PrepareTest, CaptureFormatWithoutSizeLeavesAHalfRow) {
   Prepare();
   ExpectRows({{"Studio Three", "20261120/0100", "-1", "Delete", "P100"},
               {"Studio Three", "20261120/0200", "2026-11-22 02:00", "Standardise", ""}});
-}
-
-// The whole chain: the form loads the loggers, prepares, and hands over to the hour
-// processing, which ends the run on an empty list.
-TEST_F(PrepareTest, FinishedScanHandsOverToTheProcessTimer) {
-  Loggers({Settings("Studio One", {{Wav{44100, 2, 1}, Wav{22050, 1, 1}, Wav{22050, 1, 17}}})});
-  Hour(1, "20261120/0100", Inf(kFuture, kFuture, kFuture));
-  fs::create_directories(PathIn(Rel(1, "20261123/1000")));
-  m_pForm = std::make_unique<frmProcessLogs>();
-  bool bUnloaded = false;
-  QObject::connect(m_pForm.get(), &frmProcessLogs::Unloaded, [&] { bUnloaded = true; });
-  m_pForm->Load();
-  QElapsedTimer t;
-  t.start();
-  while (!bUnloaded && t.elapsed() < 10000) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-  ASSERT_TRUE(bUnloaded);
-  EXPECT_EQ(m_pForm->lvwItems.Count(), 0);
-  const std::string sTrace = Trace();
-  const size_t iDone = sTrace.find("Finished Preparing Lists.  Enabled Process Timer");
-  ASSERT_NE(iDone, std::string::npos);
-  EXPECT_NE(sTrace.find("Start tmrProcess_Timer", iDone), std::string::npos);
-  EXPECT_NE(ReadFile(Rel(1, "20261123/1000/100000.LOG")).find("Finished Preparing Delete/Archive lists"),
-            std::string::npos);
-  const auto aMessages = CaptureMessages();
-  ASSERT_FALSE(aMessages.empty());
-  EXPECT_EQ(aMessages.front(), "IDLE");
 }

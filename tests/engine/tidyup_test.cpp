@@ -3,58 +3,17 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <memory>
 #include <string>
 
-#include "common/TempRoot.h"
-#include "config/CLog.h"
-#include "config/CLogList.h"
-#include "config/CStream.h"
-#include "engine/frmProcessLogs.h"
-#include "support/AppGlobal.h"
-#include "support/Clock.h"
-#include "support/DebugMsg.h"
-#include "support/Faults.h"
-#include "support/VbDate.h"
+#include "engine/EngineFixture.h"
 
 namespace fs = std::filesystem;
 
-class TidyupTest : public TempRootTest {
+class TidyupTest : public EngineFixture {
  protected:
-  void SetUp() override {
-    TempRootTest::SetUp();
-    AppGlobal::SetDebugPath(Root() + "/dbg/");
-    AppGlobal::SetDebugMode(5);
-    DebugLog::ResetForTesting();
-    // Monday 23 November 2026, 10:05.
-    Clock::SetFixed(VbDate::Make({2026, 11, 23, 10, 5, 0}));
-    LogList().Clear();
-  }
-  void TearDown() override {
-    LogList().Clear();
-    Faults::DisarmAll();
-    Clock::Reset();
-    AppGlobal::SetDebugMode(0);
-    AppGlobal::SetDebugPath("");
-    TempRootTest::TearDown();
-  }
-
-  // A logger numbered iNum whose folder is <root>/drive_d/<sFolder>, audio deleted after
-  // lDeleteHours.
-  void AddLogger(int16_t iNum, const std::string& sFolder, int32_t lDeleteHours) {
-    auto oLog = std::make_shared<CLog>();
-    oLog->logNum(iNum);
-    oLog->Name("Logger " + std::to_string(iNum));
-    oLog->DeleteHours(lDeleteHours);
-    auto oStream = std::make_shared<CStream>();
-    oStream->logNum(iNum);
-    oStream->LogPath("D:\\" + sFolder);
-    LogList().Add(oLog, oStream);
-  }
   std::string Log(const std::string& sRel) const { return PathIn("drive_d/" + sRel); }
   void Folder(const std::string& sRel) const { fs::create_directories(Log(sRel)); }
   bool Exists(const std::string& sRel) const { return fs::exists(Log(sRel)); }
-  std::string Trace() const { return ReadFile(DebugLog::CurrentFile().substr(Root().size() + 1)); }
 
   frmProcessLogs m_oForm;
 };
@@ -77,12 +36,9 @@ TEST_F(TidyupTest, OnlyFinishedDayFoldersOtherThanTodayGo) {
 
   m_oForm.PerformFolderTidyup();
 
-  EXPECT_FALSE(Exists("L1/20261101"));
-  EXPECT_FALSE(Exists("L1/20261120"));
-  EXPECT_TRUE(Exists("L1/20261122/2300"));
-  EXPECT_TRUE(Exists("L1/20261119/0500/050000.inf"));
-  EXPECT_TRUE(Exists("L1/20261119/0000"));
-  EXPECT_TRUE(Exists("L1/20261123"));
+  for (const char* s : {"L1/20261101", "L1/20261120"}) EXPECT_FALSE(Exists(s)) << s;
+  for (const char* s : {"L1/20261122/2300", "L1/20261119/0500/050000.inf", "L1/20261119/0000", "L1/20261123"})
+    EXPECT_TRUE(Exists(s)) << s;
   const std::string sTrace = Trace();
   EXPECT_NE(sTrace.find("Marking folder for deletion: 20261101"), std::string::npos);
   EXPECT_NE(sTrace.find("Attempting to delete folder: " + Log("L1/20261120")), std::string::npos);
@@ -94,14 +50,13 @@ TEST_F(TidyupTest, FoldersThatAreNotDaysAreNeverTouched) {
   AddLogger(1, "L1", 24);
   Folder("L1/Notes");
   WriteFile("drive_d/L1/Notes/todo.txt", "keep me");
-  Folder("L1/lost+found");
-  Folder("L1/20261301");  // month 13: not a real day
-  Folder("L1/2026110");   // 7 digits
-  Folder("L1/00000000");
+  // Month 13 is no real day, 7 digits no day at all; a day folder that holds something
+  // that is no hour folder stays too.
+  const std::vector<std::string> aKept = {"L1/lost+found", "L1/20261301", "L1/2026110", "L1/00000000",
+                                          "L1/20261103/Clips"};
+  for (const std::string& s : aKept) Folder(s);
   WriteFile("drive_d/L1/20261102", "a plain file with a day's name");
   WriteFile("drive_d/L1/Kestrane.ini", "[General]\r\n");
-  // A day folder that holds something that is no hour folder stays too.
-  Folder("L1/20261103/Clips");
   // A plain file in an old day folder is no hour: the day goes with it.
   Folder("L1/20261104");
   WriteFile("drive_d/L1/20261104/readme.txt", "x");
@@ -109,13 +64,9 @@ TEST_F(TidyupTest, FoldersThatAreNotDaysAreNeverTouched) {
   m_oForm.PerformFolderTidyup();
 
   EXPECT_EQ(ReadFile("drive_d/L1/Notes/todo.txt"), "keep me");
-  EXPECT_TRUE(Exists("L1/lost+found"));
-  EXPECT_TRUE(Exists("L1/20261301"));
-  EXPECT_TRUE(Exists("L1/2026110"));
-  EXPECT_TRUE(Exists("L1/00000000"));
-  EXPECT_TRUE(Exists("L1/20261102"));
+  for (const std::string& s : aKept) EXPECT_TRUE(Exists(s)) << s;
+  EXPECT_EQ(ReadFile("drive_d/L1/20261102"), "a plain file with a day's name");
   EXPECT_TRUE(Exists("L1/Kestrane.ini"));
-  EXPECT_TRUE(Exists("L1/20261103/Clips"));
   EXPECT_FALSE(Exists("L1/20261104"));
 }
 
