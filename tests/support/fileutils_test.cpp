@@ -97,20 +97,6 @@ TEST_F(FileUtilsTest, ClearBytesCopiesCutsAndZeroes) {
   EXPECT_EQ(a, std::vector<uint8_t>(5, 0));
 }
 
-TEST_F(FileUtilsTest, CloseFindEndsTheSearch) {
-  WriteFile("f/a.txt", "x");
-  WriteFile("f/b.txt", "x");
-  FileHelper::FindHandle h = 0;
-  EXPECT_EQ(FileHelper::FindFirst(PathIn("f") + "/*.txt", 0, h), "a.txt");
-  ASSERT_NE(h, 0);
-  const FileHelper::FindHandle hOld = h;
-  CloseFind(h);
-  EXPECT_EQ(h, 0);
-  EXPECT_EQ(FileHelper::FindNext(hOld), "");
-  CloseFind(h);  // a closed handle again: harmless
-  EXPECT_EQ(h, 0);
-}
-
 TEST_F(FileUtilsTest, AtomicWriteReplacesKeepsModeAndFollowsLinks) {
   const std::string sFile = PathIn("w/x.ini");
   EXPECT_EQ(WriteFileAtomically(sFile, "a"), ENOENT);
