@@ -45,31 +45,18 @@ TEST(DaySerialTest, AgreesWithTheCalendarFrom1900To2100) {
 
 TEST(DaySerialTest, KnownDaysAndRollOver) {
   CLog log;
-  EXPECT_EQ(log.GetDayFromSerial("20100101"), 40179);
-  EXPECT_EQ(log.GetDayFromSerial("20100314"), 40251);
-  EXPECT_EQ(log.GetDayFromSerial("20091301"), 40179);  // month 13 is January of the next year
-  EXPECT_EQ(log.GetDayFromSerial("20100229"), log.GetDayFromSerial("20100301"));
-  EXPECT_EQ(log.GetDayFromSerial("2010031"), 0);
-  EXPECT_EQ(log.GetDayFromSerial("201003145"), 0);
-  EXPECT_EQ(log.GetDayFromSerial("2010O314"), 0);
-  EXPECT_EQ(log.GetDayFromSerial(""), 0);
+  // Month 13 is January of the next year; a day past the month's end rolls into the next.
+  for (auto [s, lWant] : {std::pair{"20100101", 40179}, {"20100314", 40251}, {"20091301", 40179}, {"20100229", 40238},
+                          {"2010031", 0}, {"201003145", 0}, {"2010O314", 0}, {"", 0}})
+    EXPECT_EQ(log.GetDayFromSerial(s), lWant) << s;
 }
 
 TEST(LogInfoTest, AddHoursRollsOverDays) {
-  LogInfo li(40251, 13, 7);
-  auto a = li.AddHours(1008);  // 42 days
-  EXPECT_EQ(a->Date, 40251 + 42);
-  EXPECT_EQ(a->Hour, 13);
-  EXPECT_EQ(a->Segment, 7);
-  auto b = li.AddHours(11);
-  EXPECT_EQ(b->Date, 40252);
-  EXPECT_EQ(b->Hour, 0);
-  auto c = li.AddHours(-14);
-  EXPECT_EQ(c->Date, 40250);
-  EXPECT_EQ(c->Hour, 23);
-  auto d = li.AddHours(-38);
-  EXPECT_EQ(d->Date, 40249);
-  EXPECT_EQ(d->Hour, 23);
+  const LogInfo li(40251, 13, 7);
+  EXPECT_EQ(*li.AddHours(1008), LogInfo(40251 + 42, 13, 7));  // 42 days
+  EXPECT_EQ(*li.AddHours(11), LogInfo(40252, 0, 7));
+  EXPECT_EQ(*li.AddHours(-14), LogInfo(40250, 23, 7));
+  EXPECT_EQ(*li.AddHours(-38), LogInfo(40249, 23, 7));
 }
 
 TEST_F(ClockGuard, NowFollowsTheClock) {
@@ -84,19 +71,17 @@ TEST_F(ClockGuard, NowFollowsTheClock) {
   now = SerialDateHelper::Now();
   EXPECT_EQ(SerialDateHelper::Hour(now), 14);
   EXPECT_EQ(SerialDateHelper::TimeText(now, 2), "14:00:01");
+  Clock::Reset();  // back to the real time
+  EXPECT_GT(SerialDateHelper::Now().Date, VbDate::DateSerial(2020, 1, 1));
 }
 
 TEST(SerialDateHelperTest, NormaliseCarriesWholeDays) {
-  SDTime t{40251, 99 * 3600.0f};
-  SDTime n = SerialDateHelper::Normalise(t);
-  EXPECT_EQ(n.Date, 40255);
-  EXPECT_FLOAT_EQ(n.Seconds, 3 * 3600);
-  SDTime neg = SerialDateHelper::Normalise({40251, -3600.0f});
-  EXPECT_EQ(neg.Date, 40250);
-  EXPECT_FLOAT_EQ(neg.Seconds, 23 * 3600);
-  SDTime same = SerialDateHelper::Normalise({40251, 100.0f});
-  EXPECT_EQ(same.Date, 40251);
-  EXPECT_FLOAT_EQ(same.Seconds, 100);
+  for (auto [fIn, lDate, fSeconds] : {std::tuple{99 * 3600.0f, 40255, 3 * 3600.0f}, {-3600.0f, 40250, 23 * 3600.0f},
+                                      {100.0f, 40251, 100.0f}}) {
+    const SDTime n = SerialDateHelper::Normalise({40251, fIn});
+    EXPECT_EQ(n.Date, lDate) << fIn;
+    EXPECT_FLOAT_EQ(n.Seconds, fSeconds) << fIn;
+  }
 }
 
 TEST(SerialDateHelperTest, ComparisonCountsTheMomentItself) {

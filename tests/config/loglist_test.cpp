@@ -31,9 +31,7 @@ class LogListTest : public ConfigTest {
 
 TEST_F(LogListTest, LoadsOnlyEnabledLoggersWithSettings) {
   ThreeLoggers();
-  Settings(1);
-  Settings(2);
-  Settings(3);
+  for (int n : {1, 2, 3}) Settings(n);
   CLogList& list = LogList();
   list.LoadLogs(kRoot);
   ASSERT_EQ(list.Count(), 2);
@@ -41,11 +39,7 @@ TEST_F(LogListTest, LoadsOnlyEnabledLoggersWithSettings) {
   EXPECT_EQ(list.Log(2)->logNum(), 3);
   EXPECT_EQ(list.Stream(2)->LogPath(), "D:\\Kestrane\\Logger3");
   EXPECT_EQ(list.Stream(2)->logNum(), 0);
-  EXPECT_EQ(list.Log(3), nullptr);
-  EXPECT_EQ(list.Log(0), nullptr);
-  EXPECT_EQ(list.Stream(0), nullptr);
-  EXPECT_EQ(list.Log(-1), nullptr);
-  EXPECT_EQ(list.Stream(3), nullptr);
+  for (int i : {-1, 0, 3}) EXPECT_TRUE(!list.Log(i) && !list.Stream(i)) << i;
   EXPECT_NE(Trace().find("Logs to retrieve: 3"), std::string::npos);
 
   list.LoadLogs(kRoot);  // a second load starts afresh
@@ -67,8 +61,7 @@ TEST_F(LogListTest, BadChannelModeSkipsOnlyThatLogger) {
   WriteRegistry("[HKEY_LOCAL_MACHINE\\" + kRoot + "]\r\n\"LogCount\"=dword:00000002\r\n\r\n" +
                 LoggerKey(1, true, "D:\\\\Kestrane\\\\Logger1", "\"ChannelMode\"=dword:00000009") +
                 LoggerKey(2, true, "D:\\\\Kestrane\\\\Logger2"));
-  Settings(1);
-  Settings(2);
+  for (int n : {1, 2}) Settings(n);
   LogList().LoadLogs(kRoot);
   ASSERT_EQ(LogList().Count(), 1);
   EXPECT_EQ(LogList().Log(1)->logNum(), 2);

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "audio/CAudioNull.h"
 #include "config/CLog.h"
 #include "config/ConfigTestUtil.h"
 #include "support/CNVErr.h"
@@ -9,30 +10,15 @@
 #include "support/VbDate.h"
 
 namespace {
-CLog& LogWithSegments(CLog& log, int n) {
-  log.NumLogSegmentsPerHour(n);
-  return log;
-}
-
 // A format that answers DataSize with a rate and remembers the seconds asked for.
-class FakeFormat : public IAudioFormat {
+class FakeFormat : public CAudioNull {
  public:
   explicit FakeFormat(double dBytesPerSec) : m_dRate(dBytesPerSec) {}
-  void SaveFormat(const std::string&, const std::string&) override {}
-  void LoadFormat(const std::string&, const std::string&) override {}
   int32_t FormatType() override { return 2; }
   double DataSize(float fSeconds) override {
     LastSeconds = fSeconds;
     return fSeconds * m_dRate;
   }
-  std::shared_ptr<IAudioFormat> IAudioFormat_Copy() override { return std::make_shared<FakeFormat>(m_dRate); }
-  std::string Description() override { return "fake"; }
-  int32_t SampleRate() override { return 0; }
-  int16_t Channels() override { return 0; }
-  bool IsSameFormat(IAudioFormat*) override { return false; }
-  std::shared_ptr<CommonAudioFormat> CommonFormat() override { return std::make_shared<CommonAudioFormat>(); }
-  void SetCommonFormat(const std::shared_ptr<CommonAudioFormat>&) override {}
-  int32_t GetBlockAlign() override { return 1; }
   float LastSeconds = -1;
 
  private:
@@ -42,25 +28,20 @@ class FakeFormat : public IAudioFormat {
 
 TEST(NamingTest, WorkedExampleOfLogger3) {
   CLog log;
-  LogWithSegments(log, 60);
+  log.NumLogSegmentsPerHour(60);
   const int32_t day = 40251;  // 14 March 2010
-  EXPECT_EQ(log.GetDateFolder(day), "20100314");
-  EXPECT_EQ(log.GetHourFolder(day, 13), "20100314/1300");
-  EXPECT_EQ(log.GetHourFileName(13), "130000");
-  EXPECT_EQ(log.GetBaseFileName(13, 5), "130500");
-  EXPECT_EQ(log.GetBaseFileName(13, 59), "135900");
-  LogInfo li(day, 13, 5);
-  EXPECT_EQ(log.GetDateFolderLI(li), "20100314");
-  EXPECT_EQ(log.GetHourFolderLI(li), "20100314/1300");
-  EXPECT_EQ(log.GetBaseFileNameLI(li), "130500");
-  EXPECT_EQ(log.GetHourFileNameLI(li), "130000");
-  SDTime sd{day, 13 * 3600 + 5 * 60 + 20};
-  EXPECT_EQ(log.GetHourFolderSD(sd), "20100314/1300");
-  EXPECT_EQ(log.GetBaseFileNameSD(sd), "130500");
-  EXPECT_EQ(log.GetHourFileNameSD(sd), "130000");
-  EXPECT_EQ(log.GetHourFolder(day, 7), "20100314/0700");
-  EXPECT_EQ(log.GetBaseFileName(9, -1), "09????");
-  EXPECT_EQ(log.GetBaseFileName(9, 0), "090000");
+  const LogInfo li(day, 13, 5);
+  const SDTime sd{day, 13 * 3600 + 5 * 60 + 20};
+  const std::vector<std::string> aNames = {
+      log.GetDateFolder(day),      log.GetHourFolder(day, 13),    log.GetHourFileName(13),
+      log.GetBaseFileName(13, 5),  log.GetBaseFileName(13, 59),   log.GetDateFolderLI(li),
+      log.GetHourFolderLI(li),     log.GetBaseFileNameLI(li),     log.GetHourFileNameLI(li),
+      log.GetHourFolderSD(sd),     log.GetBaseFileNameSD(sd),     log.GetHourFileNameSD(sd),
+      log.GetHourFolder(day, 7),   log.GetBaseFileName(9, -1),    log.GetBaseFileName(9, 0)};
+  EXPECT_EQ(aNames, (std::vector<std::string>{"20100314", "20100314/1300", "130000", "130500", "135900",
+                                              "20100314", "20100314/1300", "130500", "130000",
+                                              "20100314/1300", "130500", "130000",
+                                              "20100314/0700", "09????", "090000"}));
 }
 
 TEST(NamingTest, MinutesAreSegmentTimesWholeMinutes) {
@@ -71,14 +52,14 @@ TEST(NamingTest, MinutesAreSegmentTimesWholeMinutes) {
               {40, 2, "130200"}, {40, 3, "130330"}, {120, 2, "130000"}, {120, 3, "130030"}};
   for (const auto& r : rows) {
     CLog log;
-    LogWithSegments(log, r.segs);
+    log.NumLogSegmentsPerHour(r.segs);
     EXPECT_EQ(log.GetBaseFileName(13, r.segment), r.name) << r.segs << " segments, segment " << r.segment;
   }
 }
 
 TEST(NamingTest, SegmentOfARecordUsesTheSegmentLength) {
   CLog log;
-  LogWithSegments(log, 40);  // 90 seconds
+  log.NumLogSegmentsPerHour(40);  // 90 seconds
   SDTime sd{40251, 13 * 3600 + 3 * 90 + 10};
   EXPECT_EQ(log.GetBaseFileNameSD(sd), "130330");
   // Seconds rounded before the hour is taken.
@@ -89,9 +70,7 @@ TEST(NamingTest, PositionFromAPath) {
   CLog log;
   auto li = log.GetLIFromFileName("D:\\L\\20100314\\1300\\130000.inf");
   ASSERT_TRUE(li);
-  EXPECT_EQ(li->Date, 40251);
-  EXPECT_EQ(li->Hour, 13);
-  EXPECT_EQ(li->Segment, 0);
+  EXPECT_EQ(*li, LogInfo(40251, 13, 0));
   auto lj = log.GetLIFromFileName("/srv/L/20100314/2359/any.file");
   ASSERT_TRUE(lj);
   EXPECT_EQ(lj->Hour, 23);
@@ -197,15 +176,13 @@ TEST_F(ActionPointTest, WritesAPointThatIsStillDue) {
   LogInfo point(40253, 13, 0), later(40265, 9, 30);
   log.SetStandardPoint(PathIn("h/130000.inf"), nullptr, &point);
   log.SetArchivePoint(PathIn("h/130000.inf"), nullptr, &later);
-  std::string before = ReadFile("h/130000.inf");
+  const std::string sBefore = ReadFile("h/130000.inf");
   log.SetDeletePoint(PathIn("h/130000.inf"), nullptr, &point);
-  std::string after = ReadFile("h/130000.inf");
-  EXPECT_EQ(before, after);
-  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "StandardAudioAt", "", PathIn("h/130000.inf")),
-            "20100316 1300");
-  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "ArchiveAudioAt", "", PathIn("h/130000.inf")),
-            "20100328 0900");
-  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "DeleteAudioAt", "", PathIn("h/130000.inf")), "-1");
+  EXPECT_EQ(ReadFile("h/130000.inf"), sBefore);
+  std::string sPoints;
+  for (const char* k : {"StandardAudioAt", "ArchiveAudioAt", "DeleteAudioAt"})
+    sPoints += ConfigAccess::GetProfileString("ActionDates", k, "", PathIn("h/130000.inf")) + "|";
+  EXPECT_EQ(sPoints, "20100316 1300|20100328 0900|-1|");
 }
 
 TEST_F(ActionPointTest, AbsentKeyWritesNothing) {

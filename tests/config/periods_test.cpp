@@ -58,9 +58,7 @@ TEST_F(PeriodsTest, CopySharesNothing) {
 }
 
 TEST(PeriodLettersTest, UpperForNamesLowerForTheRest) {
-  EXPECT_EQ(ClogPeriods::UpperLetter(0), "A");
-  EXPECT_EQ(ClogPeriods::LowerLetter(1), "b");
-  EXPECT_EQ(ClogPeriods::UpperLetter(25), "Z");
+  EXPECT_EQ(ClogPeriods::UpperLetter(0) + ClogPeriods::LowerLetter(1) + ClogPeriods::UpperLetter(25), "AbZ");
   EXPECT_THROW(ClogPeriods::LowerLetter(200), RaisedError);
 }
 
@@ -81,8 +79,7 @@ TEST_F(PeriodsTest, RealFormatsGoThroughTheirSections) {
   q.Load(File(), 1);
   ASSERT_EQ(q.Period(2)->FormatType(), FormatWAV);
   EXPECT_TRUE(q.Period(2)->IsSameFormat(wav.get()));
-  EXPECT_EQ(q.Period(2)->SampleRate(), 22050);
-  EXPECT_EQ(q.Period(2)->Channels(), 1);
+  EXPECT_EQ(std::tuple(q.Period(2)->SampleRate(), q.Period(2)->Channels()), std::tuple(22050, 1));
   EXPECT_DOUBLE_EQ(q.Period(2)->DataSize(3600), wav->DataSize(3600));
   // A later save of no audio in that period removes its section.
   q.Period(2, ChooseAudioClass(-1));

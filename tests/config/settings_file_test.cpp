@@ -45,47 +45,33 @@ TEST_F(SettingsFileTest, TypicalFile) {
       "[AvailableLogs]\r\nFirstLog=20100301 000000\r\nLastLog=20100314 130500\r\n");
   CLog log;
   ASSERT_TRUE(log.LoadLog(kPath, 15));
-  EXPECT_EQ(log.Name(), "Studio 1");
-  EXPECT_EQ(log.description, "Main output");
-  EXPECT_EQ(log.SchedulerLogFileName, "YYMMDD.TXT");
-  EXPECT_EQ(log.GUID(), "{ABC}");
-  EXPECT_EQ(log.OutputFormatCount(), 2);
-  EXPECT_EQ(log.OutputFormatName(1), "Air");
-  EXPECT_EQ(log.OutputFormatName(2), "Format B");
-  EXPECT_EQ(log.NumLogSegmentsPerHour(), 30);
-  EXPECT_EQ(log.StandardHours(), 24);
-  EXPECT_EQ(log.ArchiveHours(), 200);
-  EXPECT_EQ(log.DeleteHours(), 900);
+  EXPECT_EQ(std::tuple(log.Name(), log.description, log.SchedulerLogFileName, log.GUID()),
+            std::tuple("Studio 1", "Main output", "YYMMDD.TXT", "{ABC}"));
+  EXPECT_EQ(std::tuple(log.OutputFormatCount(), log.OutputFormatName(1), log.OutputFormatName(2)),
+            std::tuple(2, "Air", "Format B"));
+  EXPECT_EQ(std::tuple(log.NumLogSegmentsPerHour(), log.StandardHours(), log.ArchiveHours(), log.DeleteHours()),
+            std::tuple(30, 24, 200, 900));
   // Bits 32, 16, 256 and 512 are not among the 15 of a list load.
-  EXPECT_FALSE(log.SilenceDetect());
-  EXPECT_EQ(log.HWLinesChecked(), 0);
-  EXPECT_EQ(log.FirstLog->Date, 0);
+  EXPECT_EQ(std::tuple(log.SilenceDetect(), log.HWLinesChecked(), log.FirstLog->Date), std::tuple(false, 0, 0));
 
   CLog all;
   ASSERT_TRUE(all.LoadLog(kPath, 15 | 16 | 32 | 256 | 512));
   EXPECT_TRUE(all.SilenceDetect());
   EXPECT_FLOAT_EQ(all.SDPeriod(), 2);
   EXPECT_EQ(all.SDThreshold(), 7);
-  EXPECT_EQ(all.HardwareLines(105)->LogPosition(), 1);
-  EXPECT_EQ(all.HardwareLines(2)->LogPosition(), 2);
-  EXPECT_EQ(all.HardwareLines(105)->Description(), "Mic");
-  EXPECT_EQ(all.HardwareLines(2)->Colour(), 255);
-  EXPECT_EQ(all.HWLinesChecked(), 2);
-  EXPECT_EQ(all.FirstLog->Date, 40238);
-  EXPECT_EQ(all.FirstLog->Hour, 0);
-  EXPECT_EQ(all.LastLog->Date, 40251);
-  EXPECT_EQ(all.LastLog->Hour, 13);
-  EXPECT_EQ(all.LastLog->Segment, 2);  // 5 minutes of 120-second segments
+  EXPECT_EQ(std::tuple(all.HardwareLines(105)->LogPosition(), all.HardwareLines(2)->LogPosition(),
+                       all.HardwareLines(105)->Description(), all.HardwareLines(2)->Colour(), all.HWLinesChecked()),
+            std::tuple(1, 2, "Mic", 255, 2));
+  EXPECT_EQ(*all.FirstLog, LogInfo(40238, 0, 0));
+  EXPECT_EQ(*all.LastLog, LogInfo(40251, 13, 2));  // 5 minutes of 120-second segments
 }
 
 TEST_F(SettingsFileTest, BadOutputCountEndsTheGeneralSection) {
   Ini("[General]\r\nName=First\r\nOutputCount=0\r\nDescription=lost\r\n[LogSettings]\r\nSegmentsPerHour=0\r\n");
   CLog log;
   EXPECT_TRUE(log.LoadLog(kPath, 15));
-  EXPECT_EQ(log.Name(), "First");
-  EXPECT_EQ(log.description, "");
-  EXPECT_EQ(log.OutputFormatCount(), 1);
-  EXPECT_EQ(log.NumLogSegmentsPerHour(), 1);
+  EXPECT_EQ(std::tuple(log.Name(), log.description, log.OutputFormatCount(), log.NumLogSegmentsPerHour()),
+            std::tuple("First", "", 1, 1));
   std::string t = Trace();
   EXPECT_NE(t.find("LoadLog: Error -2147212504(Invalid OutputCount (0)) on line 2"), std::string::npos) << t;
   EXPECT_NE(t.find("ERROR: No AudioFormat object for Format 0"), std::string::npos);
@@ -96,15 +82,13 @@ TEST_F(SettingsFileTest, StrictDeleteHoursEndsTheLogSettings) {
       "ArchiveAudioAfterHours=99\r\n");
   CLog log;
   EXPECT_TRUE(log.LoadLog(kPath, 4));
-  EXPECT_EQ(log.StandardHours(), 12);  // a half goes to the even neighbour
-  EXPECT_EQ(log.DeleteHours(), 0);
-  EXPECT_EQ(log.ArchiveHours(), 0);  // after the failing entry
-  EXPECT_EQ(log.NumLogSegmentsPerHour(), 0);
+  // A half goes to the even neighbour; the entries after the failing one are not read.
+  EXPECT_EQ(std::tuple(log.StandardHours(), log.DeleteHours(), log.ArchiveHours(), log.NumLogSegmentsPerHour()),
+            std::tuple(12, 0, 0, 0));
   Ini("[LogSettings]\r\nDeleteAudioAfterHours= 1008 \r\nSegmentsPerHour=99999\r\nArchiveAudioAfterHours=5\r\n");
   CLog b;
   b.LoadLog(kPath, 4);
-  EXPECT_EQ(b.DeleteHours(), 1008);
-  EXPECT_EQ(b.ArchiveHours(), 0);  // overflow of the 16-bit segment count ended it
+  EXPECT_EQ(std::tuple(b.DeleteHours(), b.ArchiveHours()), std::tuple(1008, 0));  // the 16-bit overflow ended it
 }
 
 TEST_F(SettingsFileTest, SilenceSectionSurvivesABadEntry) {
@@ -113,14 +97,10 @@ TEST_F(SettingsFileTest, SilenceSectionSurvivesABadEntry) {
   CLog log;
   log.SDThreshold(9);
   log.LoadLog(kPath, 32);
-  EXPECT_FALSE(log.SilenceDetect());
-  EXPECT_EQ(log.SDThreshold(), 9);
+  EXPECT_EQ(std::tuple(log.SilenceDetect(), log.SDThreshold(), log.InvertSilences(), log.SilenceAlarm()),
+            std::tuple(false, 9, true, false));
   EXPECT_FLOAT_EQ(log.SDPeriod(), 60);
-  EXPECT_TRUE(log.InvertSilences());
-  EXPECT_FALSE(log.SilenceAlarm());
-  EXPECT_EQ(log.SAEmailAddress, "ops@example.org");
-  EXPECT_EQ(log.SAEmailType(), 0);
-  EXPECT_EQ(log.SAHWLinePeriod(), 1);
+  EXPECT_EQ(std::tuple(log.SAEmailAddress, log.SAEmailType(), log.SAHWLinePeriod()), std::tuple("ops@example.org", 0, 1));
   Ini("[General]\r\nName=x\r\n");
   log.SilenceDetect(true);
   log.LoadLog(kPath, 32);
@@ -136,13 +116,11 @@ TEST_F(SettingsFileTest, LogicAndSerialEdgeEntries) {
   log.HardwareLoggingChange = [&] { ++hwEvents; };
   log.LoadLog(kPath, 16 | 1024);
   EXPECT_EQ(hwEvents, 1);
-  EXPECT_TRUE(log.HardwareLines(299)->IsLogged());
-  EXPECT_EQ(log.HardwareLines(299)->Description(), "far");  // the profile read trims round "="
-  EXPECT_EQ(log.SerialCount(), 2);
-  EXPECT_TRUE(log.Serial(2)->Logging);
-  EXPECT_EQ(log.Serial(2)->Description, "Playout");
-  EXPECT_EQ(log.Serial(1)->ServiceTags, "t");
-  EXPECT_FALSE(log.Serial(1)->Logging);
+  // The profile read trims round "=".
+  EXPECT_EQ(std::tuple(log.HardwareLines(299)->IsLogged(), log.HardwareLines(299)->Description()), std::tuple(true, "far"));
+  ASSERT_EQ(log.SerialCount(), 2);
+  EXPECT_EQ(std::tuple(log.Serial(1)->Logging, log.Serial(1)->ServiceTags, log.Serial(2)->Logging, log.Serial(2)->Description),
+            std::tuple(false, "t", true, "Playout"));
 }
 
 TEST_F(SettingsFileTest, SaveThenLoadGivesBackTheSettings) {
@@ -178,14 +156,11 @@ TEST_F(SettingsFileTest, SaveThenLoadGivesBackTheSettings) {
 
   CLog dst;
   ASSERT_TRUE(dst.LoadLog(kPath, -1 & ~CLog::lfDefaults));
-  EXPECT_EQ(dst.Name(), "Logger Number 3");
-  EXPECT_EQ(dst.GUID(), src.GUID());
-  EXPECT_EQ(dst.description, "Main");
-  EXPECT_EQ(dst.SchedulerLogFileName, "");  // written as "SchedulerLog", read as another key
-  EXPECT_EQ(Get("General", "SchedulerLog"), "YYMMDD.LOG");
-  EXPECT_EQ(Get("General", "Version"), "4.0");
-  EXPECT_EQ(dst.OutputFormatCount(), 2);
-  EXPECT_EQ(dst.OutputFormatName(2), "Web");
+  EXPECT_EQ(std::tuple(dst.Name(), dst.GUID(), dst.description, dst.OutputFormatCount(), dst.OutputFormatName(2)),
+            std::tuple("Logger Number 3", src.GUID(), "Main", 2, "Web"));
+  // Written as "SchedulerLog", read as another key.
+  EXPECT_EQ(std::tuple(dst.SchedulerLogFileName, Get("General", "SchedulerLog"), Get("General", "Version")),
+            std::tuple("", "YYMMDD.LOG", "4.0"));
   // The factory formats of output 0 come back through their format sections.
   for (int p = 0; p < 3; ++p) {
     auto a = src.AudioFormat(0)->Period(p), b = dst.AudioFormat(0)->Period(p);
@@ -196,29 +171,21 @@ TEST_F(SettingsFileTest, SaveThenLoadGivesBackTheSettings) {
     EXPECT_EQ(dst.AudioFormat(1)->Period(p)->FormatType(), -1) << p;
   }
   EXPECT_EQ(Get("Logtypes", "FormatType2a"), "2");
-  EXPECT_EQ(dst.StandardHours(), 12);
-  EXPECT_EQ(dst.ArchiveHours(), 336);
-  EXPECT_EQ(dst.DeleteHours(), 1008);
-  EXPECT_EQ(dst.NumLogSegmentsPerHour(), 30);
-  EXPECT_TRUE(dst.SilenceDetect());
+  EXPECT_EQ(std::tuple(dst.StandardHours(), dst.ArchiveHours(), dst.DeleteHours(), dst.NumLogSegmentsPerHour()),
+            std::tuple(12, 336, 1008, 30));
   EXPECT_FLOAT_EQ(dst.SDPeriod(), 2.5f);
-  EXPECT_EQ(dst.SDMode(), 4);
-  EXPECT_EQ(dst.SAEmailAddress, "a@b");
-  EXPECT_EQ(dst.SAHWLinePeriod(), 120);
-  EXPECT_TRUE(dst.DABEnabled());
-  EXPECT_EQ(dst.DABServiceName, "Svc");
-  EXPECT_EQ(dst.DABServicePassword(), "p=ss word");
-  EXPECT_EQ(dst.DABPassServicePassword, "x");
-  EXPECT_EQ(dst.DABPassIPAddr(), "10.0.0.1");
-  EXPECT_EQ(Get("DAB", "LogServicePassword").find("p=ss word"), std::string::npos);
-  EXPECT_TRUE(dst.HardwareLines(3)->IsLogged());
-  EXPECT_EQ(dst.HardwareLines(3)->Description(), "Fader start");
-  EXPECT_EQ(dst.HardwareLines(115)->Colour(), 1234);
-  EXPECT_FALSE(dst.HardwareLines(20)->IsLogged());
-  EXPECT_EQ(dst.SerialCount(), 2);
-  EXPECT_TRUE(dst.Serial(1)->Logging);
-  EXPECT_EQ(dst.Serial(1)->Description, "Playout");
-  EXPECT_EQ(dst.Serial(2)->ServiceTags, "tags");
+  EXPECT_EQ(std::tuple(dst.SilenceDetect(), dst.SDMode(), dst.SAEmailAddress, dst.SAHWLinePeriod()),
+            std::tuple(true, 4, "a@b", 120));
+  EXPECT_EQ(std::tuple(dst.DABEnabled(), dst.DABServiceName, dst.DABServicePassword(), dst.DABPassServicePassword,
+                       dst.DABPassIPAddr()),
+            std::tuple(true, "Svc", "p=ss word", "x", "10.0.0.1"));
+  EXPECT_EQ(Get("DAB", "LogServicePassword").find("p=ss word"), std::string::npos);  // not stored readable
+  EXPECT_EQ(std::tuple(dst.HardwareLines(3)->IsLogged(), dst.HardwareLines(3)->Description(),
+                       dst.HardwareLines(115)->Colour(), dst.HardwareLines(20)->IsLogged()),
+            std::tuple(true, "Fader start", 1234, false));  // line 20 is outside the three banks
+  ASSERT_EQ(dst.SerialCount(), 2);
+  EXPECT_EQ(std::tuple(dst.Serial(1)->Logging, dst.Serial(1)->Description, dst.Serial(2)->ServiceTags),
+            std::tuple(true, "Playout", "tags"));
   EXPECT_EQ(Get("AvailableLogs", "LastLog"), "20100314 131000");
   EXPECT_EQ(*dst.FirstLog, LogInfo(40238, 0, 0));
   EXPECT_EQ(*dst.LastLog, LogInfo(40251, 13, 5));
@@ -234,14 +201,11 @@ TEST_F(SettingsFileTest, RewritesKeepWhatTheWriterDoesNotOwn) {
   log.LoadLog(kPath, 15 | 16);
   log.Name("New");
   log.SaveLog(kPath, CLog::svName | CLog::svLogSettings | CLog::svLogicLines);
-  EXPECT_EQ(Get("General", "Name"), "New");
-  EXPECT_EQ(Get("General", "Custom"), "keep");
-  EXPECT_EQ(Get("LogSettings", "AllowRemote"), "<absent>");
-  EXPECT_EQ(Get("LogSettings", "MinLegalLog"), "<absent>");
-  EXPECT_EQ(Get("LogSettings", "SegmentsPerHour"), "60");
-  EXPECT_EQ(Get("Comments", "Description0"), "c");
-  EXPECT_EQ(Get("Other", "x"), "1");
-  EXPECT_EQ(Get("LogicLines", "Description004"), "<absent>");
+  for (auto [sSec, sKey, sWant] : {std::tuple{"General", "Name", "New"}, {"General", "Custom", "keep"},
+                                   {"LogSettings", "AllowRemote", "<absent>"}, {"LogSettings", "MinLegalLog", "<absent>"},
+                                   {"LogSettings", "SegmentsPerHour", "60"}, {"Comments", "Description0", "c"},
+                                   {"Other", "x", "1"}, {"LogicLines", "Description004", "<absent>"}})
+    EXPECT_EQ(Get(sSec, sKey), sWant) << sSec << "/" << sKey;
 }
 
 TEST_F(SettingsFileTest, EmptyPathSavesNothingAndDefaultsFile) {
@@ -264,8 +228,7 @@ TEST_F(SettingsFileTest, AvailableLogsAbsentOrOddlyFormed) {
   log.NumLogSegmentsPerHour(60);
   log.LoadFirstLastLog(kPath);
   EXPECT_EQ(*log.FirstLog, LogInfo(-1, -1, -1));
-  EXPECT_EQ(log.LastLog->Date, 40255);  // hour 99 carried into the days
-  EXPECT_EQ(log.LastLog->Hour, 3);
+  EXPECT_EQ(*log.LastLog, LogInfo(40255, 3, 0));  // hour 99 carried into the days
 }
 
 TEST_F(SettingsFileTest, NameInAnotherCaseIsFound) {

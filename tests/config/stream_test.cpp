@@ -25,20 +25,22 @@ class StreamTest : public ConfigTest {
     ConfigTest::TearDown();
   }
   std::string Key(int n) const { return kRoot + "\\Logger" + std::to_string(n); }
+  // Some stored values of logger n: "Name=value " each, "absent" for a missing one.
+  std::string Values(int n) const {
+    std::string s;
+    for (const char* v : {"Enabled", "InputLevel", "ChannelMode", "LogPath", "Autostart", "SampleRate"})
+      s += std::string(v) + "=" + ConfigAccess::GetRegString(Key(n), v, "absent") + " ";
+    return s;
+  }
 };
 
 TEST_F(StreamTest, AbsentKeyGivesDefaultsAndIsDisabled) {
   CStream s;
   EXPECT_TRUE(s.Load(5, ""));
-  EXPECT_FALSE(s.Enabled());
-  EXPECT_TRUE(s.AutoStart());
-  EXPECT_EQ(s.InputLevel(), 50);
-  EXPECT_EQ(s.ChannelMode(), 0);
-  EXPECT_EQ(s.SampleRate(), 44100);
-  EXPECT_EQ(s.Channels(), 2);
+  EXPECT_EQ(std::tuple(s.Enabled(), s.AutoStart(), s.InputLevel(), s.ChannelMode(), s.SampleRate(), s.Channels(), s.logNum()),
+            std::tuple(false, true, 50, 0, 44100, 2, 0));
   EXPECT_EQ(s.LogPath(), "D:\\Kestrane\\Logger0");
   EXPECT_EQ(s.DirLogPath, "\\\\" + OsInfo::ComputerName() + "\\Kestrane\\Logger0");
-  EXPECT_EQ(s.logNum(), 0);
   s.logNum(5);
   EXPECT_EQ(s.LogPath(), "D:\\Kestrane\\Logger5");
   EXPECT_EQ(s.DirLogPath, "\\\\" + OsInfo::ComputerName() + "\\Kestrane\\Logger5");
@@ -56,17 +58,11 @@ TEST_F(StreamTest, StoredValuesAreRead) {
   int paths = 0;
   s.LogPathChange = [&](const std::string&) { ++paths; };
   s.Load(2, "");
-  EXPECT_EQ(s.LogPath(), "E:\\Audio");
-  EXPECT_EQ(s.DirLogPath, "\\\\PC\\A");
-  EXPECT_EQ(s.AltCommentsPath, "E:\\Comments");
-  EXPECT_FALSE(s.AutoStart());
-  EXPECT_EQ(s.InputLevel(), 100);  // 150 clamped
-  EXPECT_EQ(s.SoundCardDevNum(), 2);
-  EXPECT_TRUE(s.Enabled());
-  EXPECT_EQ(s.SampleRate(), 22050);
-  EXPECT_EQ(s.Channels(), 1);
-  EXPECT_EQ(s.ChannelMode(), 1);
-  EXPECT_EQ(paths, 1);
+  EXPECT_EQ(std::tuple(s.LogPath(), s.DirLogPath, s.AltCommentsPath), std::tuple("E:\\Audio", "\\\\PC\\A", "E:\\Comments"));
+  // An input level of 150 is clamped.
+  EXPECT_EQ(std::tuple(s.AutoStart(), s.InputLevel(), s.SoundCardDevNum(), s.Enabled(), s.SampleRate(), s.Channels(),
+                       s.ChannelMode(), paths),
+            std::tuple(false, 100, 2, true, 22050, 1, 1, 1));
   s.logNum(2);  // a real path is not a placeholder
   EXPECT_EQ(s.LogPath(), "E:\\Audio");
 }
@@ -152,17 +148,11 @@ TEST_F(StreamTest, SaveToDiskWritesOnlyFlaggedValues) {
   EXPECT_FALSE(std::filesystem::exists(PathIn("registry.reg")));
   s.SaveToDisk(CStream::sfEnabled | CStream::sfLevels);
   ConfigAccess::ClearCache();
-  EXPECT_EQ(ConfigAccess::GetRegLong(Key(3), "Enabled", 5), -1);
-  EXPECT_EQ(ConfigAccess::GetRegLong(Key(3), "InputLevel", 5), 70);
-  EXPECT_EQ(ConfigAccess::GetRegLong(Key(3), "ChannelMode", 5), 2);
-  EXPECT_FALSE(ConfigAccess::RegValueExists(Key(3), "LogPath"));
-  EXPECT_FALSE(ConfigAccess::RegValueExists(Key(3), "Autostart"));
+  EXPECT_EQ(Values(3), "Enabled=-1 InputLevel=70 ChannelMode=2 LogPath=absent Autostart=absent SampleRate=absent ");
   s.SaveToDisk(CStream::sfLogPath | CStream::sfPaths | CStream::sfAutostart | CStream::sfChannels);
   CStream r;
   r.Load(3, "");
-  EXPECT_EQ(r.LogPath(), "D:\\Kestrane\\Logger3");
-  EXPECT_TRUE(r.Enabled());
-  EXPECT_EQ(r.InputLevel(), 70);
+  EXPECT_EQ(std::tuple(r.LogPath(), r.Enabled(), r.InputLevel()), std::tuple("D:\\Kestrane\\Logger3", true, 70));
   s.DeleteFromDisk();
   EXPECT_FALSE(ConfigAccess::RegKeyExists(Key(3)));
 }
@@ -173,12 +163,7 @@ TEST_F(StreamTest, SaveDefaultsIgnoresTheFields) {
   s.Enabled(true);
   s.InputLevel(10);
   s.SaveDefaults();
-  EXPECT_EQ(ConfigAccess::GetRegString(Key(6), "LogPath", ""), "D:\\Kestrane\\Logger6");
-  EXPECT_EQ(ConfigAccess::GetRegLong(Key(6), "Enabled", 5), 0);
-  EXPECT_EQ(ConfigAccess::GetRegLong(Key(6), "Autostart", 5), -1);
-  EXPECT_EQ(ConfigAccess::GetRegLong(Key(6), "InputLevel", 5), 50);
-  EXPECT_EQ(ConfigAccess::GetRegLong(Key(6), "ChannelMode", 5), 2);
-  EXPECT_FALSE(ConfigAccess::RegValueExists(Key(6), "SampleRate"));
+  EXPECT_EQ(Values(6), "Enabled=0 InputLevel=50 ChannelMode=2 LogPath=D:\\Kestrane\\Logger6 Autostart=-1 SampleRate=absent ");
   EXPECT_TRUE(s.Enabled());
 }
 
@@ -190,15 +175,10 @@ TEST_F(StreamTest, CopyAndMergeDifferInChannels) {
   s.LogPath("E:\\X");
   s.Running = true;
   auto c = s.Copy();
-  EXPECT_EQ(c->Channels(), 2);
-  EXPECT_EQ(c->SampleRate(), 44100);
-  EXPECT_EQ(c->LogPath(), "E:\\X");
-  EXPECT_TRUE(c->Running);
+  EXPECT_EQ(std::tuple(c->Channels(), c->SampleRate(), c->LogPath(), c->Running), std::tuple(2, 44100, "E:\\X", true));
   CStream m;
   m.Merge(s);
-  EXPECT_EQ(m.Channels(), 1);
-  EXPECT_EQ(m.SampleRate(), 44100);
-  EXPECT_EQ(m.LogPath(), "E:\\X");
+  EXPECT_EQ(std::tuple(m.Channels(), m.SampleRate(), m.LogPath()), std::tuple(1, 44100, "E:\\X"));
 }
 
 TEST_F(StreamTest, SetupFoldersCreatesOrTells) {

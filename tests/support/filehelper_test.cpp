@@ -31,36 +31,31 @@ class FileHelperTest : public TempRootTest {
 };
 
 TEST_F(FileHelperTest, PathsOfTheMachine) {
-  EXPECT_EQ(Machine::TranslatePath("D:\\Kestrane\\Logger3"), Root() + "/drive_d/Kestrane/Logger3");
-  EXPECT_EQ(Machine::TranslatePath("d:/Kestrane/Logger3"), Root() + "/drive_d/Kestrane/Logger3");
-  EXPECT_EQ(Machine::TranslatePath("C:\\"), Root() + "/drive_c");
-  EXPECT_EQ(Machine::TranslatePath("/srv/audio\\x"), "/srv/audio\\x");
-  EXPECT_EQ(FileHelper::SpecialFolder(36), Root() + "/drive_c/Windows");
-  EXPECT_EQ(FileHelper::SpecialFolder(43), Root() + "/drive_c/Program Files/Common Files");
-  EXPECT_EQ(FileHelper::SpecialFolder(7), "");
+  for (auto [sIn, sWant] : {std::pair{"D:\\Kestrane\\Logger3", Root() + "/drive_d/Kestrane/Logger3"},
+                            {"d:/Kestrane/Logger3", Root() + "/drive_d/Kestrane/Logger3"}, {"C:\\", Root() + "/drive_c"},
+                            {"/srv/audio\\x", "/srv/audio\\x"}})
+    EXPECT_EQ(Machine::TranslatePath(sIn), sWant) << sIn;
+  EXPECT_EQ(std::tuple(FileHelper::SpecialFolder(36), FileHelper::SpecialFolder(43), FileHelper::SpecialFolder(7)),
+            std::tuple(Root() + "/drive_c/Windows", Root() + "/drive_c/Program Files/Common Files", ""));
   EXPECT_EQ(FileHelper::DataDrive(), "D");
 }
 
 TEST_F(FileHelperTest, NameParts) {
-  EXPECT_EQ(FileHelper::GetFolder("/a/b/c.wav"), "/a/b");
-  EXPECT_EQ(FileHelper::GetFolder("D:\\x\\130000A.wav"), "D:\\x");
-  EXPECT_EQ(FileHelper::GetFileName("/a/b/c.d.wav"), "c.d.wav");
-  EXPECT_EQ(FileHelper::GetFileTitle("/a/b/c.d.wav"), "c.d");
-  EXPECT_EQ(FileHelper::GetExtension("/a/b/c.d.WAV"), "WAV");
-  EXPECT_EQ(FileHelper::GetExtension("/a.b/noext"), "");
-  EXPECT_EQ(FileHelper::GetFolder("c.wav"), "");
+  using namespace FileHelper;
+  EXPECT_EQ(std::tuple(GetFolder("/a/b/c.wav"), GetFolder("D:\\x\\130000A.wav"), GetFolder("c.wav")),
+            std::tuple("/a/b", "D:\\x", ""));
+  EXPECT_EQ(std::tuple(GetFileName("/a/b/c.d.wav"), GetFileTitle("/a/b/c.d.wav")), std::tuple("c.d.wav", "c.d"));
+  EXPECT_EQ(std::tuple(GetExtension("/a/b/c.d.WAV"), GetExtension("/a.b/noext")), std::tuple("WAV", ""));
 }
 
 TEST_F(FileHelperTest, ExistenceAndSize) {
   WriteFile("f.bin", "12345");
   fs::create_directories(PathIn("dir"));
-  EXPECT_TRUE(FileHelper::FileExists(PathIn("f.bin")));
-  EXPECT_FALSE(FileHelper::FileExists(PathIn("dir")));
-  EXPECT_TRUE(FileHelper::FolderExists(PathIn("dir")));
-  EXPECT_FALSE(FileHelper::FolderExists(PathIn("f.bin")));
-  EXPECT_EQ(FileHelper::FileSize(PathIn("f.bin")), 5);
-  EXPECT_EQ(FileHelper::FileSize(PathIn("missing")), -1);
-  EXPECT_EQ(FileHelper::FileSize(PathIn("dir")), -1);
+  using namespace FileHelper;
+  EXPECT_EQ(std::tuple(FileExists(PathIn("f.bin")), FileExists(PathIn("dir")), FolderExists(PathIn("dir")),
+                       FolderExists(PathIn("f.bin"))),
+            std::tuple(true, false, true, false));
+  EXPECT_EQ(std::tuple(FileSize(PathIn("f.bin")), FileSize(PathIn("missing")), FileSize(PathIn("dir"))), std::tuple(5, -1, -1));
 }
 
 TEST_F(FileHelperTest, FolderCreateAndDeleteReportCodes) {
@@ -103,23 +98,23 @@ TEST_F(FileHelperTest, SearchOrderIsCaseInsensitiveAscending) {
   FileHelper::FindHandle h = 99;
   EXPECT_EQ(FileHelper::FindFirst(PathIn("nope/*.*"), 16, h), "");
   EXPECT_EQ(h, 0);
+  // A closed search ends; closing it again is harmless.
+  EXPECT_EQ(FileHelper::FindFirst(PathIn("h/*.txt"), 0, h), "A.txt");
+  const FileHelper::FindHandle hOld = h;
+  CloseFind(h);
+  EXPECT_EQ(FileHelper::FindNext(hOld), "");
+  CloseFind(h);
+  EXPECT_EQ(h, 0);
 }
 
 TEST_F(FileHelperTest, MaskRules) {
-  using FileHelper::MatchMask;
-  EXPECT_TRUE(MatchMask("anything", "*.*"));
-  EXPECT_TRUE(MatchMask("noext", "*.*"));
-  EXPECT_TRUE(MatchMask("KNCAPTURE.20100314.LOG", "kncapture.????????.log"));
-  EXPECT_FALSE(MatchMask("kncapture.2010031.log.x", "kncapture.????????.log"));
-  // "?" matches nothing before the dot and at the end of the name.
-  EXPECT_TRUE(MatchMask("kncapture.2010031.log", "kncapture.????????.log"));
-  EXPECT_TRUE(MatchMask("ab", "ab??"));
-  EXPECT_FALSE(MatchMask("abcde", "ab??"));
-  EXPECT_FALSE(MatchMask("130000A.wav", "######?.*"));  // "#" is a plain character here
-  EXPECT_TRUE(MatchMask("13ab", "13*.*"));
-  EXPECT_FALSE(MatchMask("x13ab", "13*.*"));
-  EXPECT_TRUE(MatchMask("20100314", "????????"));
-  EXPECT_FALSE(MatchMask("201003141", "????????"));
+  // "?" matches nothing before the dot and at the end of the name; "#" is a plain character here.
+  for (auto [sName, sMask, bWant] :
+       {std::tuple{"anything", "*.*", true}, {"noext", "*.*", true}, {"KNCAPTURE.20100314.LOG", "kncapture.????????.log", true},
+        {"kncapture.2010031.log.x", "kncapture.????????.log", false}, {"kncapture.2010031.log", "kncapture.????????.log", true},
+        {"ab", "ab??", true}, {"abcde", "ab??", false}, {"130000A.wav", "######?.*", false}, {"13ab", "13*.*", true},
+        {"x13ab", "13*.*", false}, {"20100314", "????????", true}, {"201003141", "????????", false}})
+    EXPECT_EQ(FileHelper::MatchMask(sName, sMask), bWant) << sName << " " << sMask;
 }
 
 TEST_F(FileHelperTest, DiskSpaceReadsTheDriveFileSystem) {

@@ -40,7 +40,7 @@ class FileUtilsTest : public TempRootTest {
   std::string m_sOldTmp;
 };
 
-TEST_F(FileUtilsTest, TempFileWithAnExtensionLeavesNoPlaceholder) {
+TEST_F(FileUtilsTest, OnlyATempFileWithTheTmpExtensionKeepsItsPlaceholder) {
   const std::string s = GetTempFile("", "WAV");
   ASSERT_FALSE(s.empty());
   EXPECT_EQ(fs::path(s).parent_path(), fs::path(PathIn("tmp")));
@@ -48,15 +48,13 @@ TEST_F(FileUtilsTest, TempFileWithAnExtensionLeavesNoPlaceholder) {
       << s;
   EXPECT_FALSE(fs::exists(s));
   EXPECT_EQ(Entries("tmp"), 0u);
-}
-
-TEST_F(FileUtilsTest, TmpExtensionKeepsTheEmptyPlaceholder) {
+  // The TMP extension keeps the empty placeholder.
   for (const char* sExt : {"TMP", "tmp", ""}) {
-    const std::string s = GetTempFile(PathIn("tmp") + "/", sExt);
-    ASSERT_FALSE(s.empty());
-    EXPECT_EQ(s.substr(s.size() - 4), ".TMP");
-    EXPECT_TRUE(fs::is_regular_file(s));
-    EXPECT_EQ(fs::file_size(s), 0u);
+    const std::string sTmp = GetTempFile(PathIn("tmp") + "/", sExt);
+    ASSERT_FALSE(sTmp.empty());
+    EXPECT_EQ(sTmp.substr(sTmp.size() - 4), ".TMP");
+    EXPECT_TRUE(fs::is_regular_file(sTmp));
+    EXPECT_EQ(fs::file_size(sTmp), 0u);
   }
   EXPECT_EQ(Entries("tmp"), 3u);
 }
@@ -95,20 +93,6 @@ TEST_F(FileUtilsTest, ClearBytesCopiesCutsAndZeroes) {
   EXPECT_EQ(a, (std::vector<uint8_t>{'a', 'b', 'c', 'd', 'e'}));
   ClearBytes(a, "");
   EXPECT_EQ(a, std::vector<uint8_t>(5, 0));
-}
-
-TEST_F(FileUtilsTest, CloseFindEndsTheSearch) {
-  WriteFile("f/a.txt", "x");
-  WriteFile("f/b.txt", "x");
-  FileHelper::FindHandle h = 0;
-  EXPECT_EQ(FileHelper::FindFirst(PathIn("f") + "/*.txt", 0, h), "a.txt");
-  ASSERT_NE(h, 0);
-  const FileHelper::FindHandle hOld = h;
-  CloseFind(h);
-  EXPECT_EQ(h, 0);
-  EXPECT_EQ(FileHelper::FindNext(hOld), "");
-  CloseFind(h);  // a closed handle again: harmless
-  EXPECT_EQ(h, 0);
 }
 
 TEST_F(FileUtilsTest, AtomicWriteReplacesKeepsModeAndFollowsLinks) {

@@ -39,49 +39,37 @@ TEST(ProfileFileRead, TrimmingCaseAndQuotes) {
       "Empty=\n"
       "[Other]\n"
       "x=1\n");
-  EXPECT_EQ(Get(f, "general", "NAME"), "Studio A");
-  EXPECT_EQ(Get(f, " General\t", " name "), "Studio A");
-  EXPECT_EQ(Get(f, "General", "Dq"), "  padded  ");
-  EXPECT_EQ(Get(f, "General", "Sq"), "single");
-  EXPECT_EQ(Get(f, "General", "Mixed"), "\"not a pair'");
-  EXPECT_EQ(Get(f, "General", "Comment"), "a ; not a comment");
-  EXPECT_EQ(Get(f, "General", "Empty"), "");
-  EXPECT_EQ(Get(f, "General", "x"), "<absent>");  // belongs to [Other]
-  EXPECT_EQ(Get(f, "Missing", "x"), "<absent>");
+  // "x" belongs to [Other].
+  for (auto [sSec, sKey, sWant] : {std::tuple{"general", "NAME", "Studio A"}, {" General\t", " name ", "Studio A"},
+                                   {"General", "Dq", "  padded  "}, {"General", "Sq", "single"},
+                                   {"General", "Mixed", "\"not a pair'"}, {"General", "Comment", "a ; not a comment"},
+                                   {"General", "Empty", ""}, {"General", "x", "<absent>"}, {"Missing", "x", "<absent>"}})
+    EXPECT_EQ(Get(f, sSec, sKey), sWant) << sSec << "/" << sKey;
 }
 
-TEST(ProfileFileRead, FirstSectionAndFirstKeyWin) {
+TEST(ProfileFileRead, FirstSectionAndFirstKeyWinSectionsKeepTheirOrder) {
   const ProfileFile f = ProfileFile::Parse(
       "[A]\nk=1\nk=2\nbare\nbare=3\n[B]\nk=b\n[a]\nk=late\nonly=late\n");
   EXPECT_EQ(Get(f, "A", "k"), "1");
   EXPECT_EQ(Get(f, "A", "only"), "<absent>");
   // A line without "=" is found first and has no value.
   EXPECT_EQ(Get(f, "A", "bare"), "<absent>");
-}
-
-TEST(ProfileFileRead, SectionListsLinesInFileOrder) {
-  const ProfileFile f = ProfileFile::Parse(
+  // A section lists its lines in file order.
+  const ProfileFile g = ProfileFile::Parse(
       "[LogicLines]\r\n; comment\r\nLogging001 = 1\r\n\r\n  just text  \r\nDescription001=a=b\r\nLogging001=0\r\n"
       "[Next]\r\nz=1\r\n[Empty]\r\n; only a comment\r\n");
-  EXPECT_EQ(f.GetSection("logiclines"), "Logging001=1\0just text\0Description001=a=b\0Logging001=0\0\0"s);
-  EXPECT_EQ(f.GetSection("Empty"), "");
-  EXPECT_EQ(f.GetSection("Absent"), "");
-  EXPECT_TRUE(f.HasSection("Empty"));
+  EXPECT_EQ(g.GetSection("logiclines"), "Logging001=1\0just text\0Description001=a=b\0Logging001=0\0\0"s);
+  EXPECT_EQ(g.GetSection("Empty"), "");
+  EXPECT_EQ(g.GetSection("Absent"), "");
+  EXPECT_TRUE(g.HasSection("Empty"));
 }
 
 TEST(ProfileFileRead, IntegerRule) {
   const ProfileFile f = ProfileFile::Parse(
       "[S]\na=42A\nb=abc\nc=\nd=  -17 \ne=4294967301\nf=-2147483649\ng=\"+8\"\nh=2147483648\n");
-  auto val = [&](const char* k) { return ProfileFile::IntValue(f.GetString("S", k), -1); };
-  EXPECT_EQ(val("a"), 42);
-  EXPECT_EQ(val("b"), 0);
-  EXPECT_EQ(val("c"), -1);
-  EXPECT_EQ(val("missing"), -1);
-  EXPECT_EQ(val("d"), -17);
-  EXPECT_EQ(val("e"), 5);
-  EXPECT_EQ(val("f"), INT32_MAX);
-  EXPECT_EQ(val("g"), 8);
-  EXPECT_EQ(val("h"), INT32_MIN);
+  for (auto [k, lWant] : {std::pair{"a", 42}, {"b", 0}, {"c", -1}, {"missing", -1}, {"d", -17}, {"e", 5},
+                          {"f", INT32_MAX}, {"g", 8}, {"h", INT32_MIN}})
+    EXPECT_EQ(ProfileFile::IntValue(f.GetString("S", k), -1), lWant) << k;
 }
 
 class ProfileFileWrite : public ::testing::Test {

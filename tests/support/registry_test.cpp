@@ -38,7 +38,7 @@ std::string Text(const RegistryFile& r, const std::string& sKey, const std::stri
 
 }  // namespace
 
-TEST(RegistryFileRead, Utf16ExportWithWindowsPaths) {
+TEST(RegistryFileRead, ExportsOfEitherEditorVersion) {
   const std::string sExport =
       "Windows Registry Editor Version 5.00\r\n\r\n"
       "; exported from the recorder\r\n"
@@ -72,24 +72,13 @@ TEST(RegistryFileRead, Utf16ExportWithWindowsPaths) {
   const RegistryFile noBom = RegistryFile::Parse(Utf16Export(sExport).substr(2));
   EXPECT_TRUE(noBom.Problems().empty());
   EXPECT_EQ(Text(noBom, kLogger1, "LogPath"), "D:\\Kestrane\\Logger3");
-}
-
-TEST(RegistryFileRead, Regedit4AliasesAndLineEnds) {
   // LF and CR-only line ends, HKLM alias, a UTF-8 byte-order mark, ANSI hex strings.
-  const RegistryFile r = RegistryFile::Parse(
+  const RegistryFile r4 = RegistryFile::Parse(
       "\xEF\xBB\xBFREGEDIT4\n\n[HKLM\\Software\\A]\r\"s\"=\"42A\"\n\"n\"=hex(2):34,32,00\n");
-  EXPECT_TRUE(r.Problems().empty());
-  EXPECT_EQ(r.GetValue("SOFTWARE\\a", "S")->AsLong(), 42);
-  EXPECT_EQ(Text(r, "HKEY_LOCAL_MACHINE\\Software\\A", "n"), "42");
-  EXPECT_EQ(r.GetValue("Software\\A", "n")->AsLong(), 42);
-}
-
-TEST(RegistryFileRead, StringNumbersFollowTheLeadingNumberRule) {
-  EXPECT_EQ(TextRules::LeadingInt32("  -17 apples"), -17);
-  EXPECT_EQ(TextRules::LeadingInt32("abc"), 0);
-  EXPECT_EQ(TextRules::LeadingInt32("4294967301"), 5);
-  EXPECT_EQ(TextRules::LeadingInt32("2147483648"), INT32_MIN);
-  EXPECT_EQ(TextRules::LeadingInt32("+12"), 12);
+  EXPECT_TRUE(r4.Problems().empty());
+  EXPECT_EQ(r4.GetValue("SOFTWARE\\a", "S")->AsLong(), 42);
+  EXPECT_EQ(Text(r4, "HKEY_LOCAL_MACHINE\\Software\\A", "n"), "42");
+  EXPECT_EQ(r4.GetValue("Software\\A", "n")->AsLong(), 42);
 }
 
 TEST(RegistryFileRead, ImportSemanticsOfDuplicatesAndDeletions) {
@@ -105,6 +94,10 @@ TEST(RegistryFileRead, ImportSemanticsOfDuplicatesAndDeletions) {
   EXPECT_FALSE(r.KeyExists("S\\K\\Sub"));
   EXPECT_FALSE(r.ValueExists("S\\K\\Sub", "c"));
   EXPECT_EQ(Text(r, "S\\K", "d"), "4");  // the two sections of one key merge
+  // A value set after a deletion of its parent key stays in force.
+  RegistryFile del = RegistryFile::Parse("Windows Registry Editor Version 5.00\n\n[HKLM\\S\\K]\n\"a\"=\"1\"\n\n[-HKLM\\S]\n");
+  del.SetString("S\\K", "a", "2");
+  EXPECT_EQ(Text(RegistryFile::Parse(del.Serialise()), "S\\K", "a"), "2");
 }
 
 TEST(RegistryFileRead, MalformedLinesAreSkippedAndReported) {
@@ -226,13 +219,6 @@ TEST_F(RegistryFileWrite, RoundTripOfAwkwardStrings) {
   EXPECT_EQ(again.Serialise(), s);
 }
 
-TEST_F(RegistryFileWrite, ValueSetAfterAKeyDeletionStaysInForce) {
-  RegistryFile r = RegistryFile::Parse(
-      "Windows Registry Editor Version 5.00\n\n[HKLM\\S\\K]\n\"a\"=\"1\"\n\n[-HKLM\\S]\n");
-  r.SetString("S\\K", "a", "2");
-  EXPECT_EQ(Text(RegistryFile::Parse(r.Serialise()), "S\\K", "a"), "2");
-}
-
 // ---- The registry of the machine root, through ConfigAccess.
 
 class RegistryAccess : public TempRootTest {
@@ -241,10 +227,6 @@ class RegistryAccess : public TempRootTest {
     Faults::DisarmAll();
     TempRootTest::TearDown();
   }
-  ino_t Inode() const {
-    struct stat st {};
-    return ::stat(Machine::RegistryFile().c_str(), &st) == 0 ? st.st_ino : 0;
-  }
   size_t FilesInRoot() const {
     size_t n = 0;
     for (auto& e : fs::directory_iterator(Root())) n += e.is_regular_file();
@@ -252,12 +234,16 @@ class RegistryAccess : public TempRootTest {
   }
 };
 
-TEST_F(RegistryAccess, MissingFileIsAnEmptyRegistry) {
+TEST_F(RegistryAccess, MissingFileIsEmptyAndUnreadableOneIsLeftAlone) {
   EXPECT_EQ(ConfigAccess::GetRegString(kLogger1, "LogPath", "dflt"), "dflt");
   EXPECT_EQ(ConfigAccess::GetRegLong(kCapture, "LogCount", 7), 7);
   EXPECT_FALSE(ConfigAccess::RegKeyExists(kCapture));
   EXPECT_TRUE(ConfigAccess::DeleteRegKey(kCapture));
   EXPECT_FALSE(fs::exists(Machine::RegistryFile()));
+  // A registry that can't be read is never overwritten.
+  fs::create_directories(Machine::RegistryFile());
+  EXPECT_FALSE(ConfigAccess::SetRegString("S", "a", "x"));
+  EXPECT_TRUE(fs::is_directory(Machine::RegistryFile()));
 }
 
 TEST_F(RegistryAccess, WritesAreUtf8ExportsAndReadsSeeTheDisk) {
@@ -271,7 +257,13 @@ TEST_F(RegistryAccess, WritesAreUtf8ExportsAndReadsSeeTheDisk) {
   EXPECT_NE(s.find("\"LogPath\"=\"D:\\\\L1\"\r\n\"Name\"=\"One\""), std::string::npos);
   EXPECT_EQ(ConfigAccess::GetRegString(kCapture, "LogCount", ""), "-1");
   EXPECT_TRUE(ConfigAccess::RegValueExists(kLogger1, "name"));
-
+  // Writing the stored value again leaves the file alone; a new value replaces it.
+  auto inode = [] { struct stat st {}; return ::stat(Machine::RegistryFile().c_str(), &st) == 0 ? st.st_ino : 0; };
+  const ino_t ino = inode();
+  ASSERT_TRUE(ConfigAccess::SetRegString(kLogger1, "NAME", "One"));
+  EXPECT_EQ(inode(), ino);
+  ASSERT_TRUE(ConfigAccess::SetRegString(kLogger1, "NAME", "Three"));
+  EXPECT_NE(inode(), ino);
   // Another program changes the file: the next read sees it.
   WriteFile("registry.reg", "REGEDIT4\n[HKLM\\" + std::string(kLogger1) + "]\n\"Name\"=\"Two\"\n");
   EXPECT_EQ(ConfigAccess::GetRegString(kLogger1, "Name", ""), "Two");
@@ -294,15 +286,6 @@ TEST_F(RegistryAccess, CachedReadsFollowEveryChange) {
   EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "3");
   ASSERT_TRUE(ConfigAccess::SetRegString("S", "a", "4"));  // within the same second
   EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "4");
-}
-
-TEST_F(RegistryAccess, WritingTheStoredValueLeavesTheFileAlone) {
-  ASSERT_TRUE(ConfigAccess::SetRegString(kLogger1, "Name", "One"));
-  const ino_t ino = Inode();
-  ASSERT_TRUE(ConfigAccess::SetRegString(kLogger1, "NAME", "One"));
-  EXPECT_EQ(Inode(), ino);
-  ASSERT_TRUE(ConfigAccess::SetRegString(kLogger1, "NAME", "Two"));
-  EXPECT_NE(Inode(), ino);
 }
 
 TEST_F(RegistryAccess, MalformedLineIsReportedOnce) {
@@ -332,12 +315,6 @@ TEST_F(RegistryAccess, FailedWritesLeaveTheOldFile) {
   EXPECT_EQ(ReadFile("registry.reg"), sBefore);
   EXPECT_EQ(FilesInRoot(), nFiles);  // no temporary file left behind
   EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "old");
-}
-
-TEST_F(RegistryAccess, UnreadableFileIsNeverOverwritten) {
-  fs::create_directories(Machine::RegistryFile());
-  EXPECT_FALSE(ConfigAccess::SetRegString("S", "a", "x"));
-  EXPECT_TRUE(fs::is_directory(Machine::RegistryFile()));
 }
 
 TEST_F(RegistryAccess, TwoProcessesNeverLoseEachOthersValues) {

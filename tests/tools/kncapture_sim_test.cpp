@@ -107,34 +107,23 @@ TEST_F(CaptureSimTest, TreeLoadsThroughTheLoggerListWithItsFormatsAndHours) {
   // Logger 3 is stored disabled: the list holds 1 and 2 only.
   ASSERT_EQ(oList.Count(), 2);
   auto o1 = oList.Log(1), o2 = oList.Log(2);
-  EXPECT_EQ(o1->logNum(), 1);
-  EXPECT_EQ(o2->logNum(), 2);
-  EXPECT_EQ(oList.Stream(2)->LogPath(), "D:\\Kestrane\\Logger2");
-  EXPECT_EQ(o1->Name(), "Studio");
-  EXPECT_EQ(o1->NumLogSegmentsPerHour(), 4);
-  EXPECT_EQ(o1->LogSegmentLength(), 900);
-  EXPECT_EQ(o1->StandardHours(), 6);
-  EXPECT_EQ(o1->ArchiveHours(), 24);
-  EXPECT_EQ(o1->DeleteHours(), 40);
-  // Logger 1 has the factory format: PCM, then IMA ADPCM stereo, then mono.
+  EXPECT_EQ(std::tuple(o1->logNum(), o2->logNum(), oList.Stream(2)->LogPath()),
+            std::tuple(1, 2, "D:\\Kestrane\\Logger2"));
+  EXPECT_EQ(std::tuple(o1->Name(), o1->NumLogSegmentsPerHour(), o1->LogSegmentLength(), o1->StandardHours(),
+                       o1->ArchiveHours(), o1->DeleteHours()),
+            std::tuple("Studio", 4, 900, 6, 24, 40));
+  // Logger 1 has the factory format: PCM, then IMA ADPCM stereo, then mono; logger 2 MP2 to MP3.
   ASSERT_EQ(o1->OutputFormatCount(), 1);
-  auto c10 = o1->AudioFormat(0)->Period(0)->CommonFormat();
-  auto c11 = o1->AudioFormat(0)->Period(1)->CommonFormat();
-  auto c12 = o1->AudioFormat(0)->Period(2)->CommonFormat();
-  EXPECT_EQ(c10->FormatType(), FormatWAV);
-  EXPECT_EQ(c10->FormatTag(), WAVE_FORMAT_PCM);
-  EXPECT_EQ(c11->FormatTag(), WAVE_FORMAT_IMA_ADPCM);
-  EXPECT_EQ(c11->Channels(), 2);
-  EXPECT_EQ(c12->Channels(), 1);
-  EXPECT_EQ(c12->SampleRate(), 22050);
-  // Logger 2: MP2 to MP3.
-  auto p2 = o2->AudioFormat(0);
-  EXPECT_EQ(p2->Period(0)->FormatType(), FormatMP2);
-  EXPECT_EQ(p2->Period(0)->CommonFormat()->BitRate(), 192);
-  EXPECT_EQ(p2->Period(1)->FormatType(), FormatMP3);
-  EXPECT_EQ(p2->Period(1)->CommonFormat()->BitRate(), 128);
-  EXPECT_EQ(p2->Period(2)->SampleRate(), 22050);
-  EXPECT_EQ(p2->Period(2)->Channels(), 1);
+  using Want = std::tuple<int32_t, int32_t, int32_t, int32_t, int32_t>;  // type, tag, rate, channels, bit rate
+  const Want aWant[2][3] = {{{FormatWAV, WAVE_FORMAT_PCM, 44100, 2, 0}, {FormatWAV, WAVE_FORMAT_IMA_ADPCM, 22050, 2, 0},
+                             {FormatWAV, WAVE_FORMAT_IMA_ADPCM, 22050, 1, 0}},
+                            {{FormatMP2, 0, 44100, 2, 192}, {FormatMP3, 0, 44100, 2, 128}, {FormatMP3, 0, 22050, 1, 32}}};
+  for (int l = 0; l < 2; ++l)
+    for (int p = 0; p < 3; ++p) {
+      auto c = (l ? o2 : o1)->AudioFormat(0)->Period(p)->CommonFormat();
+      EXPECT_EQ(Want(c->FormatType(), l ? 0 : c->FormatTag(), c->SampleRate(), c->Channels(), l ? c->BitRate() : 0),
+                aWant[l][p]) << "logger " << l + 1 << " period " << p;
+    }
 
   // The disabled logger still has its settings: two outputs, WMA profile 7, no archive
   // format for output B.
@@ -192,18 +181,19 @@ TEST_F(CaptureSimTest, FoldersAndSegmentsCarryTheCaptureNamesUpToThePresentMomen
 
 TEST_F(CaptureSimTest, HourInfoFilesHoldTheHourPlusTheLoggersHours) {
   ASSERT_EQ(Sim(std::string(kTiny) + "--loggers 2 --hours 1=6,24,40 --hours 2=0,30,0"), 0) << m_sOut;
-  const std::string sInf1 = Logger(1, "20100314/0200/020000.inf");
-  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "StandardAudioAt", "?", sInf1), "2010-03-14 08:00");
-  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "ArchiveAudioAt", "?", sInf1), "2010-03-15 02:00");
-  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "DeleteAudioAt", "?", sInf1), "2010-03-15 18:00");
+  const std::string sInf1 = Logger(1, "20100314/0200/020000.inf"), sInf2 = Logger(2, "20100314/0100/010000.inf");
+  auto points = [](const std::string& sInf) {
+    std::string s;
+    for (const char* k : {"StandardAudioAt", "ArchiveAudioAt", "DeleteAudioAt"})
+      s += ConfigAccess::GetProfileString("ActionDates", k, "?", sInf) + "|";
+    return s;
+  };
+  EXPECT_EQ(points(sInf1), "2010-03-14 08:00|2010-03-15 02:00|2010-03-15 18:00|");
   EXPECT_EQ(ConfigAccess::GetProfileInt("Segments", "NumSegs", 0, sInf1), 4);
   EXPECT_EQ(ConfigAccess::GetProfileString("General", "Version", "", sInf1), "4.0");
   // No standard step: "-1". Never deleted: a point on day 0, which is never due; an
   // absent or "-1" delete point would delete the hour at once.
-  const std::string sInf2 = Logger(2, "20100314/0100/010000.inf");
-  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "StandardAudioAt", "?", sInf2), "-1");
-  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "ArchiveAudioAt", "?", sInf2), "2010-03-15 07:00");
-  EXPECT_EQ(ConfigAccess::GetProfileString("ActionDates", "DeleteAudioAt", "?", sInf2), "1899-12-30 00:00");
+  EXPECT_EQ(points(sInf2), "-1|2010-03-15 07:00|1899-12-30 00:00|");
 
   // The hour info class reads the points as the work-list preparation will see them.
   CHourlyInf oInf;

@@ -16,7 +16,12 @@ namespace {
 struct Row {
   int iDue = -1, iDone = -1, iConverted = -1, iRemoved = -1;
   long long lBefore = -1, lAfter = -1;
+  bool operator==(const Row&) const = default;
 };
+void PrintTo(const Row& r, std::ostream* os) {
+  *os << r.iDue << " due " << r.iDone << " done " << r.iConverted << " converted " << r.iRemoved << " removed "
+      << r.lBefore << "->" << r.lAfter;
+}
 
 }  // namespace
 
@@ -80,33 +85,13 @@ TEST_F(DemoReportTest, HoursDoneAreToldFromTheirInfoFilesAndFilesFromTheirNames)
 
   auto m = Summary();
   ASSERT_EQ(m.size(), 6u) << m_sOut;
-  const Row& del = m[{1, "Delete"}];
-  EXPECT_EQ(del.iDue, 1);
-  EXPECT_EQ(del.iDone, 1);
-  EXPECT_EQ(del.iConverted, 0);
-  EXPECT_EQ(del.iRemoved, 2);
-  EXPECT_EQ(del.lBefore, 2 * lSeg);
-  EXPECT_EQ(del.lAfter, 0);
-  const Row& arc = m[{1, "Archive"}];
-  EXPECT_EQ(arc.iDue, 1);
-  EXPECT_EQ(arc.iDone, 1);
-  EXPECT_EQ(arc.iConverted, 1);
-  EXPECT_EQ(arc.iRemoved, 0);
-  EXPECT_EQ(arc.lBefore, 2 * lSeg);
-  EXPECT_EQ(arc.lAfter, 100 + lSeg);
-  const Row& std = m[{1, "Standardise"}];
-  EXPECT_EQ(std.iDue, 1);
-  EXPECT_EQ(std.iDone, 1);
-  EXPECT_EQ(std.iConverted, 1);
-  EXPECT_EQ(std.iRemoved, 1);
-  EXPECT_EQ(std.lBefore, 2 * lSeg);
-  EXPECT_EQ(std.lAfter, 1000);
+  EXPECT_EQ((m[{1, "Delete"}]), (Row{1, 1, 0, 2, 2 * lSeg, 0}));
+  EXPECT_EQ((m[{1, "Archive"}]), (Row{1, 1, 1, 0, 2 * lSeg, 100 + lSeg}));
+  EXPECT_EQ((m[{1, "Standardise"}]), (Row{1, 1, 1, 1, 2 * lSeg, 1000}));
   // Logger 2 was due for the same and nothing happened to it.
   for (const char* s : {"Delete", "Archive", "Standardise"}) {
     const Row& r = m[{2, s}];
-    EXPECT_EQ(r.iDue, 1) << s;
-    EXPECT_EQ(r.iDone, 0) << s;
-    EXPECT_EQ(r.lBefore, 0) << s;
+    EXPECT_EQ(std::tuple(r.iDue, r.iDone, r.lBefore), std::tuple(1, 0, 0LL)) << s;
   }
 
   // The printed summary: space won per action, the hours left, the hour log.
@@ -125,12 +110,9 @@ TEST_F(DemoReportTest, AHourLeftAloneOrFailedCountsAsDueNotDone) {
   fs::remove(Hour(1, "0200/020000A.wav"));
   WriteFile("drive_d/Kestrane/Logger1/20100314/0200/020000A.wav", std::string(10, 'z'));
   auto m = Summary();
-  const Row& std = m[{1, "Standardise"}];
-  EXPECT_EQ(std.iDue, 1);
-  EXPECT_EQ(std.iDone, 0);
-  EXPECT_EQ(std.iConverted, 0);
-  const Row& del = m[{1, "Delete"}];
-  EXPECT_EQ(del.iDone, 0);
+  const Row& oStd = m[{1, "Standardise"}];
+  EXPECT_EQ(std::tuple(oStd.iDue, oStd.iDone, oStd.iConverted), std::tuple(1, 0, 0));
+  EXPECT_EQ((m[{1, "Delete"}].iDone), 0);
 }
 
 TEST_F(DemoReportTest, ADamagedSnapshotIsRefused) {

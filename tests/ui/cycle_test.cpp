@@ -4,16 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include <fmt/format.h>
 
 #include "config/CLogList.h"
 #include "engine/Globals.h"
 #include "engine/ProcessTestUtil.h"
-#include "engine/frmProcessLogs.h"
 #include "support/AppGlobal.h"
 #include "support/Clock.h"
 #include "support/DebugMsg.h"
@@ -37,8 +33,6 @@ std::string Settings(const std::string& sName) {
                      aiChannels[p], aiTag[p]);
   return s;
 }
-
-bool Contains(const std::vector<int>& a, int i) { return std::find(a.begin(), a.end(), i) != a.end(); }
 
 }  // namespace
 
@@ -109,11 +103,8 @@ TEST_F(CycleTest, TheWindowFollowsACycleWithDueHours) {
   for (const auto& o : w.aFileCaptions)
     if (o.sCurrentFile.rfind("Preparing Lists... ", 0) == 0) pLooking = &o;
   ASSERT_NE(pLooking, nullptr);
-  EXPECT_TRUE(pLooking->bOpenShown);
-  EXPECT_FALSE(pLooking->bDoneShown);
-  EXPECT_EQ(pLooking->sAllDone, "Processing...");
-  EXPECT_EQ(pLooking->iFile, 0);
-  EXPECT_EQ(pLooking->iLog, 0);
+  EXPECT_EQ(std::tuple(pLooking->bOpenShown, pLooking->bDoneShown, pLooking->sAllDone, pLooking->iFile, pLooking->iLog),
+            std::tuple(true, false, "Processing...", 0, 0));
 
   // The delete came first, with the whole sorted list still in view.
   const Snapshot* pDelete = w.FirstWithFile("Deleting Hour - 2026-11-21 09:00:00");
@@ -145,21 +136,15 @@ TEST_F(CycleTest, TheWindowFollowsACycleWithDueHours) {
       EXPECT_TRUE(o.bOpenShown);
       EXPECT_FALSE(o.bMinimised);
     }
-  EXPECT_TRUE(Contains(aBar, 0));
-  EXPECT_TRUE(Contains(aBar, 35));
-  EXPECT_TRUE(Contains(aBar, 70));
-  EXPECT_TRUE(Contains(aBar, 100));
+  for (int i : {0, 35, 70, 100}) EXPECT_NE(std::find(aBar.begin(), aBar.end(), i), aBar.end()) << i;
 
   // The end: every row done, the box closed up and minimised.
-  EXPECT_EQ(w.lvwItemsModel().rowCount(), 0);
-  EXPECT_TRUE(w.isMinimized());
-  EXPECT_TRUE(w.picDone.Visible());
-  EXPECT_FALSE(w.fraActive.Visible());
-  EXPECT_EQ(w.lblAllDone->text(), "Log Processing Complete");
-  EXPECT_EQ(w.lblCurrentFile->text(), "");
-  EXPECT_TRUE(w.cmdRestart->isEnabled());
-  EXPECT_EQ(w.FormWidth(), frmProcessLogsWindow::kClosedWidth);
-  EXPECT_EQ(w.FormHeight(), frmProcessLogsWindow::kClosedHeight);
+  const Snapshot oEnd = w.Take();
+  EXPECT_EQ(std::tuple(oEnd.iRows, oEnd.bMinimised, oEnd.bDoneShown, oEnd.bOpenShown, oEnd.sAllDone, oEnd.sCurrentFile,
+                       oEnd.bRestartEnabled),
+            std::tuple(0, true, true, false, "Log Processing Complete", "", true));
+  EXPECT_EQ(QSize(w.FormWidth(), w.FormHeight()),
+            QSize(frmProcessLogsWindow::kClosedWidth, frmProcessLogsWindow::kClosedHeight));
   EXPECT_FALSE(fs::exists(Hour(1, "20261121/0900")));
   EXPECT_EQ(proctest::IniValue(Hour(1, "20261122/1300/130000.inf"), "StandardAudioAt"), "-1");
   EXPECT_EQ(proctest::IniValue(Hour(2, "20261122/0700/070000.inf"), "ArchiveAudioAt"), "-1");
@@ -174,9 +159,7 @@ TEST_F(CycleTest, TheWindowFollowsACycleWithDueHours) {
   for (size_t i = iBefore; i < w.aAllDoneCaptions.size(); ++i)
     if (w.aAllDoneCaptions[i].sAllDone == "Processing...") pOpen = &w.aAllDoneCaptions[i];
   ASSERT_NE(pOpen, nullptr);
-  EXPECT_FALSE(pOpen->bMinimised);
-  EXPECT_TRUE(pOpen->bOpenShown);
-  EXPECT_EQ(pOpen->iScaleWidth, 7710);
-  EXPECT_EQ(pOpen->iScaleHeight, 5490);
+  EXPECT_EQ(std::tuple(pOpen->bMinimised, pOpen->bOpenShown, pOpen->iScaleWidth, pOpen->iScaleHeight),
+            std::tuple(false, true, 7710, 5490));
   EXPECT_TRUE(w.isMinimized());
 }

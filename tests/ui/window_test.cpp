@@ -1,41 +1,17 @@
 #include <gtest/gtest.h>
 
-#include <QLabel>
-#include <QListWidget>
-#include <QProgressBar>
-#include <QPushButton>
 #include <QScreen>
-#include <QToolButton>
 #include <QTreeView>
-#include <QHeaderView>
-
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "engine/Globals.h"
-#include "engine/frmProcessLogs.h"
 #include "support/AppGlobal.h"
 #include "support/Clock.h"
 #include "support/DebugMsg.h"
 #include "support/MsgBox.h"
 #include "support/VbDate.h"
 #include "ui/TabFrame.h"
-#include "ui/WorkListModel.h"
-#include "ui/frmProcessLogsWindow.h"
 #include "ui/ProbeWindow.h"
 #include "ui/UiTestUtil.h"
-
-namespace {
-
-double At(int iHour, int iMinute) { return VbDate::Make({2026, 11, 23, iHour, iMinute, 0}); }
-
-struct Answered {
-  std::string sText;
-  int32_t lStyle;
-};
-
-}  // namespace
 
 class WindowTest : public TempRootTest {
  protected:
@@ -47,7 +23,7 @@ class WindowTest : public TempRootTest {
     AppGlobal::SetCommandLine("");
     sLogListLoc = kDefaultLogListLoc;
     UseExceptionHandler = false;
-    Clock::SetFixed(At(10, 5));
+    Clock::SetFixed(VbDate::Make({2026, 11, 23, 10, 5, 0}));
   }
   void TearDown() override {
     if (m_pForm) m_pForm->SetView(nullptr);
@@ -59,12 +35,9 @@ class WindowTest : public TempRootTest {
     TempRootTest::TearDown();
   }
 
-  void WriteRegistry(const std::string& sText) {
-    WriteFile("registry.reg", sText);
-    ConfigAccess::ClearCache();
-  }
   void WriteLoggers(int iCount, int iPrepareMs, int iProcessMs) {
-    WriteRegistry(RegistryWithLoggers(iCount, iPrepareMs, iProcessMs));
+    WriteFile("registry.reg", RegistryWithLoggers(iCount, iPrepareMs, iProcessMs));
+    ConfigAccess::ClearCache();
     for (int i = 1; i <= iCount; ++i)
       WriteFile(fmt::format("drive_d/Kestrane/Logger{}/Kestrane.ini", i),
                 fmt::format("[General]\r\nName=Studio {}\r\n", i));
@@ -96,10 +69,10 @@ class WindowTest : public TempRootTest {
   }
   // Where a box of this size stands in the middle of the screen, to the pixel.
   static int Centred(int iScreen, int iSize) { return PixelsToTwips(TwipsToPixels((iScreen - iSize) / 2)); }
-  // Answers every message box with lAnswer and notes what was asked.
+  // Answers every message box with lAnswer and notes what was asked: "text|style".
   void AnswerBoxes(int32_t lAnswer) {
     SetMsgBoxHandler([this, lAnswer](const std::string& sText, int32_t lStyle, const std::string&) {
-      m_aAsked.push_back({sText, lStyle});
+      m_aAsked.push_back(sText + "|" + std::to_string(lStyle));
       return lAnswer;
     });
   }
@@ -107,7 +80,7 @@ class WindowTest : public TempRootTest {
   std::unique_ptr<frmProcessLogs> m_pForm;
   std::unique_ptr<ProbeWindow> m_pWindow;
   bool m_bUnloaded = false;
-  std::vector<Answered> m_aAsked;
+  std::vector<std::string> m_aAsked;
 };
 
 // ---- The layouts through a cycle.
@@ -127,10 +100,8 @@ TEST_F(WindowTest, LoadShowsTheClosedBoxInTheMiddleOfTheScreenAndItCannotBeSized
   EXPECT_FALSE(w.cmdRestart->isEnabled());
 
   const QRect oScreen = ScreenTwips();
-  EXPECT_EQ(w.FormWidth(), 7980);
-  EXPECT_EQ(w.FormHeight(), 3000);
-  EXPECT_EQ(w.FormLeft(), Centred(oScreen.width(), 7980));
-  EXPECT_EQ(w.FormTop(), Centred(oScreen.height(), 3000));
+  EXPECT_EQ(QRect(w.FormLeft(), w.FormTop(), w.FormWidth(), w.FormHeight()),
+            QRect(Centred(oScreen.width(), 7980), Centred(oScreen.height(), 3000), 7980, 3000));
   const QSize oBox = w.size();
   w.resize(oBox.width() + 100, oBox.height() + 80);
   EXPECT_EQ(w.size(), oBox);
@@ -163,7 +134,8 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInItsOrderWithTheSortColumnHidden) 
   EXPECT_TRUE(oView.isColumnHidden(4));
 
   WorkList& oRows = m_pForm->lvwItems;
-  auto fnAdd = [&](const char* sName, const char* sAction, const char* sEfficiency) {
+  for (auto [sName, sAction, sEfficiency] : {std::tuple{"Studio A", "Standardise", "P050"}, {"Studio B", "Delete", "P100"},
+                                             {"Studio C", "Archive", "N005"}, {"Studio D", "Standardise", "P037"}}) {
     WorkListRow oRow;
     oRow.sKey = std::string(sName) + sEfficiency;
     oRow.sText = sName;
@@ -174,22 +146,15 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInItsOrderWithTheSortColumnHidden) 
     oRow.SubItem(WorkListRow::kLogTimeSerial) = "46800";
     oRows.Add(oRow);
     w.RowsChanged();
-  };
-  fnAdd("Studio A", "Standardise", "P050");
-  fnAdd("Studio B", "Delete", "P100");
-  fnAdd("Studio C", "Archive", "N005");
-  fnAdd("Studio D", "Standardise", "P037");
+  }
   oRows.SortByEfficiencyDescending();
   oRows.Select(1);
   w.RowsChanged();
-  std::vector<std::string> aOrder;
-  for (int i = 0; i < oModel.rowCount(); ++i)
-    aOrder.push_back(oModel.index(i, 0).data().toString().toStdString() + "/" +
-                     oModel.index(i, 4).data().toString().toStdString());
-  EXPECT_EQ(aOrder, (std::vector<std::string>{"Studio B/P100", "Studio A/P050", "Studio D/P037", "Studio C/N005"}));
-  EXPECT_EQ(oModel.index(0, 1).data().toString(), "2026-11-20 13:00:00");
-  EXPECT_EQ(oModel.index(0, 2).data().toString(), "2026-11-21 13:00:00");
-  EXPECT_EQ(oModel.index(0, 3).data().toString(), "Delete");
+  EXPECT_EQ(w.Take().aRows, (std::vector<std::string>{
+                               "Studio B|2026-11-20 13:00:00|2026-11-21 13:00:00|Delete|P100",
+                               "Studio A|2026-11-20 13:00:00|2026-11-21 13:00:00|Standardise|P050",
+                               "Studio D|2026-11-20 13:00:00|2026-11-21 13:00:00|Standardise|P037",
+                               "Studio C|2026-11-20 13:00:00|2026-11-21 13:00:00|Archive|N005"}));
   ASSERT_EQ(oView.selectionModel()->selectedRows().size(), 1);
   EXPECT_EQ(oView.selectionModel()->selectedRows().front().row(), 0);
 
@@ -233,9 +198,7 @@ TEST_F(WindowTest, ClosingDuringACycleAsksAndOnlyYesEndsIt) {
 
   AnswerBoxes(vbNo);
   EXPECT_FALSE(w.close());
-  ASSERT_EQ(m_aAsked.size(), 1u);
-  EXPECT_EQ(m_aAsked[0].sText, "Are you sure you want to close the Log Processor?");
-  EXPECT_EQ(m_aAsked[0].lStyle, 36);
+  EXPECT_EQ(m_aAsked, std::vector<std::string>{"Are you sure you want to close the Log Processor?|36"});
   EXPECT_TRUE(w.isVisible());
   EXPECT_FALSE(m_pForm->m_bShutdown);
   EXPECT_FALSE(m_pForm->m_bUnloadRequested);
@@ -270,90 +233,9 @@ TEST_F(WindowTest, ClosingOutsideACycleClosesAtOnceAndKeepsTheNormalPlace) {
                                           Centred(oScreen.height(), 3000)));
 }
 
-TEST_F(WindowTest, AMinimisedWindowLeavesTheSavedPlaceAloneAtUnload) {
-  MakeForm();
-  ProbeWindow& w = *m_pWindow;
-  w.show();
-  w.SetProcessorActive(true);
-  w.MoveForm(1500, 900, 9000, 6000);
-  w.SaveWindowPosition();
-  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,0");
-  w.MoveForm(3000, 1500, 9000, 6000);
-  w.Minimise();
-  ASSERT_TRUE(w.isMinimized());
-  w.SaveWindowPosition();
-  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,0");
-}
+// ---- The saved position and Form_Resize, on the window shown in its open layout.
 
-// ---- The saved position.
-
-TEST_F(WindowTest, OpeningRestoresThePlaceSavedWhenTheOpenLayoutWasLeft) {
-  MakeForm();
-  ProbeWindow& w = *m_pWindow;
-  w.show();
-  w.SetProcessorActive(true);
-  w.MoveForm(1500, 900, 9000, 6000);
-  ASSERT_EQ(w.FormWidth(), 9000);
-  w.SetProcessorActive(false);
-  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,0");
-  EXPECT_EQ(w.FormWidth(), 7980);
-  EXPECT_EQ(w.FormHeight(), 3000);
-
-  // A second close saves nothing.
-  ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", "15,30,6000,4500,0");
-  w.SetProcessorActive(false);
-  EXPECT_EQ(SavedPlacement(), "15,30,6000,4500,0");
-
-  w.SetProcessorActive(true);
-  EXPECT_EQ(w.FormLeft(), 15);
-  EXPECT_EQ(w.FormTop(), 30);
-  EXPECT_EQ(w.FormWidth(), 6000);
-  EXPECT_EQ(w.FormHeight(), 4500);
-  EXPECT_TRUE(w.fraActive.Visible());
-  EXPECT_FALSE(w.picDone.Visible());
-  // Open, the window can be sized freely.
-  w.resize(700, 520);
-  EXPECT_EQ(w.size(), QSize(700, 520));
-}
-
-TEST_F(WindowTest, APlaceOffTheScreensOrADamagedValueIsNotRestored) {
-  MakeForm();
-  ProbeWindow& w = *m_pWindow;
-  w.show();
-  const QRect oScreen = ScreenTwips();
-  ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", "-150000,-150000,9000,6000,0");
-  w.SetProcessorActive(true);
-  EXPECT_EQ(w.FormWidth(), 9000);
-  EXPECT_EQ(w.FormHeight(), 6000);
-  EXPECT_EQ(w.FormLeft(), Centred(oScreen.width(), 9000));
-  w.SetProcessorActive(false);
-  for (const char* sBad : {"abc", "1,2,3", "0,0,9000,6000,0,7", "0,0,0,0,0", "0,0,-9000,6000,0"}) {
-    ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", sBad);
-    w.SetProcessorActive(true);
-    EXPECT_EQ(w.ScaleWidth(), 7710) << sBad;
-    EXPECT_EQ(w.ScaleHeight(), 5490) << sBad;
-    ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", sBad);
-    w.SetProcessorActive(false);
-  }
-}
-
-TEST_F(WindowTest, AMaximisedWindowOpensMaximisedAgain) {
-  MakeForm();
-  ProbeWindow& w = *m_pWindow;
-  w.show();
-  w.SetProcessorActive(true);
-  w.MoveForm(1500, 900, 9000, 6000);
-  w.showMaximized();
-  w.SetProcessorActive(false);
-  // The place is the normal one; the state is kept beside it.
-  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,2");
-  w.SetProcessorActive(true);
-  EXPECT_TRUE(w.isMaximized());
-}
-
-// ---- Form_Resize.
-
-class ResizeTest : public WindowTest {
+class OpenWindowTest : public WindowTest {
  protected:
   void SetUp() override {
     WindowTest::SetUp();
@@ -398,7 +280,71 @@ class ResizeTest : public WindowTest {
   }
 };
 
-TEST_F(ResizeTest, TheListGrowsWithTheWindowAndTheBarsStayAtTheBottom) {
+TEST_F(OpenWindowTest, AMinimisedWindowLeavesTheSavedPlaceAloneAtUnload) {
+  ProbeWindow& w = *m_pWindow;
+  w.MoveForm(1500, 900, 9000, 6000);
+  w.SaveWindowPosition();
+  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,0");
+  w.MoveForm(3000, 1500, 9000, 6000);
+  w.Minimise();
+  ASSERT_TRUE(w.isMinimized());
+  w.SaveWindowPosition();
+  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,0");
+}
+
+TEST_F(OpenWindowTest, OpeningRestoresThePlaceSavedWhenTheOpenLayoutWasLeft) {
+  ProbeWindow& w = *m_pWindow;
+  w.MoveForm(1500, 900, 9000, 6000);
+  ASSERT_EQ(w.FormWidth(), 9000);
+  w.SetProcessorActive(false);
+  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,0");
+  EXPECT_EQ(w.FormWidth(), 7980);
+  EXPECT_EQ(w.FormHeight(), 3000);
+
+  // A second close saves nothing.
+  ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", "15,30,6000,4500,0");
+  w.SetProcessorActive(false);
+  EXPECT_EQ(SavedPlacement(), "15,30,6000,4500,0");
+
+  w.SetProcessorActive(true);
+  EXPECT_EQ(QRect(w.FormLeft(), w.FormTop(), w.FormWidth(), w.FormHeight()), QRect(15, 30, 6000, 4500));
+  EXPECT_TRUE(w.fraActive.Visible());
+  EXPECT_FALSE(w.picDone.Visible());
+  // Open, the window can be sized freely.
+  w.resize(700, 520);
+  EXPECT_EQ(w.size(), QSize(700, 520));
+}
+
+TEST_F(OpenWindowTest, APlaceOffTheScreensOrADamagedValueIsNotRestored) {
+  ProbeWindow& w = *m_pWindow;
+  w.SetProcessorActive(false);
+  ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", "-150000,-150000,9000,6000,0");
+  w.SetProcessorActive(true);
+  EXPECT_EQ(w.FormWidth(), 9000);
+  EXPECT_EQ(w.FormHeight(), 6000);
+  EXPECT_EQ(w.FormLeft(), Centred(ScreenTwips().width(), 9000));
+  w.SetProcessorActive(false);
+  for (const char* sBad : {"abc", "1,2,3", "0,0,9000,6000,0,7", "0,0,0,0,0", "0,0,-9000,6000,0"}) {
+    ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", sBad);
+    w.SetProcessorActive(true);
+    EXPECT_EQ(QSize(w.ScaleWidth(), w.ScaleHeight()), QSize(7710, 5490)) << sBad;
+    ConfigAccess::SetRegString(frmProcessLogsWindow::kPlacementKey, "Placement", sBad);
+    w.SetProcessorActive(false);
+  }
+}
+
+TEST_F(OpenWindowTest, AMaximisedWindowOpensMaximisedAgain) {
+  ProbeWindow& w = *m_pWindow;
+  w.MoveForm(1500, 900, 9000, 6000);
+  w.showMaximized();
+  w.SetProcessorActive(false);
+  // The place is the normal one; the state is kept beside it.
+  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,2");
+  w.SetProcessorActive(true);
+  EXPECT_TRUE(w.isMaximized());
+}
+
+TEST_F(OpenWindowTest, TheListGrowsWithTheWindowAndTheBarsStayAtTheBottom) {
   ProbeWindow& w = *m_pWindow;
   w.resize(600, 450);
   ExpectHorizontal(9000);
@@ -412,7 +358,7 @@ TEST_F(ResizeTest, TheListGrowsWithTheWindowAndTheBarsStayAtTheBottom) {
   EXPECT_NE(sTrace.find("End Resize Event"), std::string::npos);
 }
 
-TEST_F(ResizeTest, ANarrowWindowLeavesTheHorizontalPositionsAlone) {
+TEST_F(OpenWindowTest, ANarrowOrLowWindowLeavesThatDimensionsPositionsAlone) {
   ProbeWindow& w = *m_pWindow;
   w.resize(600, 450);
   w.resize(199, 500);  // 2,985 twips wide
@@ -421,10 +367,6 @@ TEST_F(ResizeTest, ANarrowWindowLeavesTheHorizontalPositionsAlone) {
   w.resize(200, 520);  // 3,000: the width counts again
   ExpectHorizontal(3000);
   ExpectVertical(7800);
-}
-
-TEST_F(ResizeTest, ALowWindowLeavesTheVerticalPositionsAlone) {
-  ProbeWindow& w = *m_pWindow;
   w.resize(600, 450);
   w.resize(640, 133);  // 1,995 twips high
   ExpectHorizontal(9600);
@@ -435,7 +377,7 @@ TEST_F(ResizeTest, ALowWindowLeavesTheVerticalPositionsAlone) {
   EXPECT_EQ(w.lvwItems.Height(), 30);
 }
 
-TEST_F(ResizeTest, AMinimisedWindowIsLeftAsItIs) {
+TEST_F(OpenWindowTest, AMinimisedWindowIsLeftAsItIs) {
   ProbeWindow& w = *m_pWindow;
   w.resize(600, 450);
   w.Minimise();
