@@ -246,37 +246,23 @@ class OpenWindowTest : public WindowTest {
   // The horizontal positions that Form_Resize sets, for a client width.
   void ExpectHorizontal(int SW) {
     ProbeWindow& w = *m_pWindow;
-    EXPECT_EQ(w.SSTab2.Left(), SW - 60 - 1290);
-    EXPECT_EQ(w.SSTab1.Width(), SW - 120);
-    EXPECT_EQ(w.fraActive.Width(), SW - 120 - 330);
     for (const TwipControl* p : std::initializer_list<const TwipControl*>{&w.prgLog, &w.Label3, &w.prgFile, &w.Label2, &w.Label5, &w.lvwItems})
       EXPECT_EQ(p->Left(), 0);
-    EXPECT_EQ(w.prgLog.Width(), SW - 450);
-    EXPECT_EQ(w.prgFile.Width(), SW - 450);
-    EXPECT_EQ(w.lvwItems.Width(), SW - 450);
-    EXPECT_EQ(w.lblCurrentFile.Left(), 2175);
-    EXPECT_EQ(w.lblCurrentFile.Width(), SW - 450 - 2175);
-    EXPECT_EQ(w.picDone.Width(), SW - 120 - 360);
-    EXPECT_EQ(w.cmdRestart.Left(), SW - 480 - 735);
+    EXPECT_EQ(std::tuple(w.SSTab2.Left(), w.SSTab1.Width(), w.fraActive.Width(), w.picDone.Width(), w.cmdRestart.Left()),
+              std::tuple(SW - 60 - 1290, SW - 120, SW - 120 - 330, SW - 120 - 360, SW - 480 - 735)) << SW;
+    EXPECT_EQ(std::tuple(w.prgLog.Width(), w.prgFile.Width(), w.lvwItems.Width(), w.lblCurrentFile.Left(), w.lblCurrentFile.Width()),
+              std::tuple(SW - 450, SW - 450, SW - 450, 2175, SW - 450 - 2175)) << SW;
   }
   // The vertical positions, for a client height.
   void ExpectVertical(int SH) {
     ProbeWindow& w = *m_pWindow;
-    EXPECT_EQ(w.SSTab2.Height(), SH - 120);
-    EXPECT_EQ(w.picActions.Height(), SH - 120 - 600);
-    EXPECT_EQ(w.SSTab1.Height(), SH - 120);
+    EXPECT_EQ(std::tuple(w.SSTab2.Height(), w.picActions.Height(), w.SSTab1.Height(), w.lvwItems.Top(), w.lvwItems.Height(),
+                         w.picDone.Height(), w.cmdRestart.Top()),
+              std::tuple(SH - 120, SH - 120 - 600, SH - 120, 0, SH - 1980, SH - 120 - 600, SH - 720 - 735)) << SH;
     const int iFrame = SH - 120 - 585;
-    EXPECT_EQ(w.fraActive.Height(), iFrame);
-    EXPECT_EQ(w.prgLog.Top(), iFrame - 255);
-    EXPECT_EQ(w.Label3.Top(), iFrame - 465);
-    EXPECT_EQ(w.prgFile.Top(), iFrame - 720);
-    EXPECT_EQ(w.Label2.Top(), iFrame - 930);
-    EXPECT_EQ(w.Label5.Top(), iFrame - 1185);
-    EXPECT_EQ(w.lblCurrentFile.Top(), iFrame - 1215);
-    EXPECT_EQ(w.lvwItems.Top(), 0);
-    EXPECT_EQ(w.lvwItems.Height(), SH - 1980);
-    EXPECT_EQ(w.picDone.Height(), SH - 120 - 600);
-    EXPECT_EQ(w.cmdRestart.Top(), SH - 720 - 735);
+    EXPECT_EQ(std::tuple(w.fraActive.Height(), w.prgLog.Top(), w.Label3.Top(), w.prgFile.Top(), w.Label2.Top(), w.Label5.Top(),
+                         w.lblCurrentFile.Top()),
+              std::tuple(iFrame, iFrame - 255, iFrame - 465, iFrame - 720, iFrame - 930, iFrame - 1185, iFrame - 1215)) << SH;
   }
 };
 
