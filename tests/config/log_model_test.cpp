@@ -242,7 +242,7 @@ TEST_F(LogModelTest, MergeKeepsTheCountAndCopiesSerials) {
   from.Terminate();
 }
 
-TEST_F(LogModelTest, TerminateCutsTheLinesLoose) {
+TEST_F(LogModelTest, TerminateOrTheOwnersEndCutsTheLinesLoose) {
   auto l = log.HardwareLines(2);
   ASSERT_EQ(l->callback, &log);
   log.OutputFormatCount(2);
@@ -250,16 +250,14 @@ TEST_F(LogModelTest, TerminateCutsTheLinesLoose) {
   EXPECT_EQ(l->callback, nullptr);
   EXPECT_EQ(log.HardwareLines(2), nullptr);
   EXPECT_THROW(log.AudioFormat(0), RaisedError);
-}
-
-TEST_F(LogModelTest, ALineOutlivingItsOwnerIsNotLeftPointingAtIt) {
-  std::shared_ptr<HardwareLine> l;
+  // A line outliving its owner is not left pointing at it.
+  std::shared_ptr<HardwareLine> m;
   {
     CLog owner;
-    l = owner.HardwareLines(1);
+    m = owner.HardwareLines(1);
   }
-  EXPECT_EQ(l->callback, nullptr);
-  l->IsLogged(true);  // must not reach the gone owner
+  EXPECT_EQ(m->callback, nullptr);
+  m->IsLogged(true);  // must not reach the gone owner
 }
 
 TEST_F(LogModelTest, SerialCountKeepsEntries) {

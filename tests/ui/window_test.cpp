@@ -122,7 +122,7 @@ TEST_F(WindowTest, LoadShowsTheClosedBoxInTheMiddleOfTheScreenAndItCannotBeSized
 
 // ---- The work list.
 
-TEST_F(WindowTest, TheListShowsTheEnginesRowsInItsOrderWithTheSortColumnHidden) {
+TEST_F(WindowTest, TheListShowsTheEnginesRowsInOrderAndCaptionsAreText) {
   MakeForm();
   ProbeWindow& w = *m_pWindow;
   QTreeView& oView = *w.lvwItems.Get();
@@ -173,12 +173,8 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInItsOrderWithTheSortColumnHidden) 
   oRows.Clear();
   w.RowsChanged();
   EXPECT_EQ(oModel.rowCount(), 0);
-}
 
-// Captions are text, never markup; the bars keep to 0..100.
-TEST_F(WindowTest, CaptionsAreTextAndBarsStayInRange) {
-  MakeForm();
-  ProbeWindow& w = *m_pWindow;
+  // Captions are text, never markup; the bars keep to 0..100.
   w.SetCurrentFileCaption("<b>130000A.wav</b> - 2026-11-20 13:00:00");
   EXPECT_EQ(w.lblCurrentFile->textFormat(), Qt::PlainText);
   EXPECT_EQ(w.lblCurrentFile->text(), "<b>130000A.wav</b> - 2026-11-20 13:00:00");
