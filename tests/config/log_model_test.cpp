@@ -91,22 +91,19 @@ TEST_F(LogModelTest, LogNumRenamesOnlyTheAutomaticName) {
 }
 
 TEST_F(LogModelTest, SettersClamp) {
+  // Above the top, then below the bottom.
   log.SDThreshold(150);
-  EXPECT_EQ(log.SDThreshold(), 100);
-  log.SDThreshold(-3);
-  EXPECT_EQ(log.SDThreshold(), 0);
   log.SDPeriod(500);
-  EXPECT_FLOAT_EQ(log.SDPeriod(), 60);
-  log.SDPeriod(0);
-  EXPECT_FLOAT_EQ(log.SDPeriod(), 0.1f);
   log.HWLinesChecked(301);
-  EXPECT_EQ(log.HWLinesChecked(), 300);
-  log.SAHWLinePeriod(0);
-  EXPECT_EQ(log.SAHWLinePeriod(), 1);
   log.SAHWLinePeriod(4000);
-  EXPECT_EQ(log.SAHWLinePeriod(), 3600);
+  EXPECT_FLOAT_EQ(log.SDPeriod(), 60);
+  EXPECT_EQ(std::tuple(log.SDThreshold(), log.HWLinesChecked(), log.SAHWLinePeriod()), std::tuple(100, 300, 3600));
+  log.SDThreshold(-3);
+  log.SDPeriod(0);
+  log.SAHWLinePeriod(0);
   log.DeleteHours(-5);
-  EXPECT_EQ(log.DeleteHours(), 0);
+  EXPECT_FLOAT_EQ(log.SDPeriod(), 0.1f);
+  EXPECT_EQ(std::tuple(log.SDThreshold(), log.SAHWLinePeriod(), log.DeleteHours()), std::tuple(0, 1, 0));
   ev.Attach(log);
   log.SAEmailType(3);
   log.SAEmailType(-1);

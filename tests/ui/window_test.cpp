@@ -195,19 +195,14 @@ TEST_F(WindowTest, ClosingDuringACycleAsksAndOnlyYesEndsIt) {
   AnswerBoxes(vbNo);
   EXPECT_FALSE(w.close());
   EXPECT_EQ(m_aAsked, std::vector<std::string>{"Are you sure you want to close the Log Processor?|36"});
-  EXPECT_TRUE(w.isVisible());
-  EXPECT_FALSE(m_pForm->m_bShutdown);
-  EXPECT_FALSE(m_pForm->m_bUnloadRequested);
-  EXPECT_TRUE(m_pForm->tmrPrepareLists.isActive());
+  EXPECT_EQ(std::tuple(w.isVisible(), m_pForm->m_bShutdown, m_pForm->m_bUnloadRequested, m_pForm->tmrPrepareLists.isActive()),
+            std::tuple(true, false, false, true));
 
   // Yes: the window stays until the running timer brings the form down.
   AnswerBoxes(vbYes);
   EXPECT_FALSE(w.close());
-  EXPECT_EQ(m_aAsked.size(), 2u);
-  EXPECT_TRUE(w.isVisible());
-  EXPECT_TRUE(m_pForm->m_bShutdown);
-  EXPECT_TRUE(m_pForm->m_bUnloadRequested);
-  EXPECT_FALSE(m_bUnloaded);
+  EXPECT_EQ(std::tuple(m_aAsked.size(), w.isVisible(), m_pForm->m_bShutdown, m_pForm->m_bUnloadRequested, m_bUnloaded),
+            std::tuple(2u, true, true, true, false));
   m_pForm->tmrPrepareLists.start(0);
   ASSERT_TRUE(RunUntil([&] { return m_bUnloaded; }));
   EXPECT_FALSE(w.isVisible());
