@@ -2,7 +2,6 @@
 // fresh root and read the tree back the way the processor does: through the logger list,
 // the settings classes, the folder search and the audio classes.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <set>
 #include <thread>
 
 #include "audio/AudioFormatHelpers.h"
