@@ -6,6 +6,7 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QTimer>
+#include <QToolButton>
 
 #include "engine/frmProcessLogs.h"
 #include "hours/CProcessEntryList.h"
