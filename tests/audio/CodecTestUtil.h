@@ -1,10 +1,16 @@
 #pragma once
+#include "AudioTestUtil.h"
+#include "audio/CAudioNCT.h"
+#include "audio/CAudioWMA.h"
+#include "audio/ChooseAudioClass.h"
+#include "audio/IAudioFile.h"
 #include "common/TempRoot.h"
 // Helpers of the codec tests: a scratch folder, reference files made by sox and ffmpeg,
 // and what ffprobe says about a file.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -76,34 +82,68 @@ inline long DecodedFrames(const std::string& sPath, int iChannels) {
   return std::atol(s.c_str()) / (2 * iChannels);
 }
 
-inline std::vector<char> ReadBytes(const std::string& sPath) {
-  std::ifstream f(sPath, std::ios::binary);
-  return std::vector<char>(std::istreambuf_iterator<char>(f), {});
-}
-inline void WriteBytes(const std::string& sPath, const std::vector<char>& a) {
-  std::ofstream f(sPath, std::ios::binary | std::ios::trunc);
-  f.write(a.data(), static_cast<std::streamsize>(a.size()));
-}
+// A scratch folder per test (the test's machine root), removed afterwards.
+class ScratchTest : public TempRootTest {
+ protected:
+  std::string P(const std::string& sName) const { return PathIn(sName); }
+};
 
-// A scratch folder per test, removed afterwards.
-class ScratchTest : public ::testing::Test {
+// A machine root with the copier where the classes look for it (and the WMA profile
+// file when asked for), and indirect writes as the default of new objects.
+class CopierRootTest : public ScratchTest {
  protected:
   void SetUp() override {
-    std::string t = (std::filesystem::temp_directory_path() / "kncodec.XXXXXX").string();
-    ASSERT_NE(mkdtemp(t.data()), nullptr);
-    m_sDir = t;
+    ScratchTest::SetUp();
+    SetWriteIndirectDefault(true);
+    std::filesystem::create_directories(std::filesystem::path(CAudioNCT::CopierPath()).parent_path());
+    std::filesystem::create_symlink(std::string(KN_BIN_DIR) + "/SoundShuttle", CAudioNCT::CopierPath());
   }
   void TearDown() override {
-    std::error_code ec;
-    std::filesystem::permissions(m_sDir, std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, ec);
-    for (auto& e : std::filesystem::directory_iterator(m_sDir, ec))
-      std::filesystem::permissions(e.path(), std::filesystem::perms::owner_all,
-                                   std::filesystem::perm_options::add, ec);
-    std::filesystem::remove_all(m_sDir, ec);
+    SetWriteIndirectDefault(false);
+    ScratchTest::TearDown();
   }
-  std::string P(const std::string& sName) const { return m_sDir + "/" + sName; }
-  std::string m_sDir;
+  void InstallPrx() {
+    std::filesystem::create_directories(std::filesystem::path(CAudioWMA::SystemPrxFile()).parent_path());
+    std::filesystem::copy_file(std::string(KN_SOURCE_DIR) + "/data/nvkn4.prx", CAudioWMA::SystemPrxFile());
+  }
+  // A two-tone file of dSecs at 44100 Hz stereo, converted by ffmpeg with sOpts.
+  void MakeSource(const std::string& sName, const std::string& sOpts, double dSecs = 2.0) {
+    MakeToneWav(P("tone.wav"), 44100, 2, dSecs);
+    FfmpegConvert(P("tone.wav"), P(sName), sOpts);
+  }
 };
+
+// Memory-format audio (44100 Hz stereo): a tone in each channel.
+inline std::vector<int16_t> MemTone(double dSecs) {
+  std::vector<int16_t> a;
+  for (int i = 0; i < static_cast<int>(dSecs * 44100); ++i) {
+    a.push_back(static_cast<int16_t>(8000 * std::sin(i * 0.0627)));
+    a.push_back(static_cast<int16_t>(8000 * std::sin(i * 0.0941)));
+  }
+  return a;
+}
+
+// The conversion step's write loop, one second a piece: the last piece's result or the
+// first failure.
+inline int32_t WriteInPieces(IAudioFile& o, const std::vector<int16_t>& a) {
+  int32_t rcLast = 0;
+  for (size_t i = 0; i < a.size() && rcLast >= 0; i += 88200)
+    rcLast = o.WriteAudioData(a.data() + i, static_cast<int32_t>(std::min<size_t>(88200, a.size() - i) * 2));
+  return rcLast;
+}
+
+// Reads a whole open file in pieces of fPiece seconds of the memory format (44100 Hz
+// stereo); the bytes read.
+inline long ReadAllBytes(IAudioFile& o, float fPiece = 1.0f) {
+  std::vector<uint8_t> buf(static_cast<size_t>(176400 * fPiece) * 2);
+  long lBytes = 0;
+  for (int guard = 0; guard < 10000; ++guard) {
+    int32_t n = o.ReadAudioData(buf.data(), fPiece);
+    EXPECT_LE(n, static_cast<int32_t>(176400 * fPiece)) << "more than one piece delivered";
+    if (n <= 0) break;
+    lBytes += n;
+  }
+  return lBytes;
+}
 
 }  // namespace codectest

@@ -65,12 +65,10 @@ std::vector<int16_t> AsSamples(const std::vector<uint8_t>& b) {
 
 TEST(AcmFormats, TagDetailsGiveThePlatformSizes) {
   uint32_t n = 0;
-  EXPECT_EQ(FormatTagDetails(1, n), 0);
-  EXPECT_EQ(n, 16u);
-  EXPECT_EQ(FormatTagDetails(17, n), 0);
-  EXPECT_EQ(n, 20u);
-  EXPECT_EQ(FormatTagDetails(2, n), 0);
-  EXPECT_EQ(n, 50u);
+  for (auto [iTag, lSize] : {std::pair{1, 16u}, {17, 20u}, {2, 50u}}) {
+    EXPECT_EQ(FormatTagDetails(iTag, n), 0);
+    EXPECT_EQ(n, lSize) << iTag;
+  }
   EXPECT_EQ(FormatTagDetails(85, n), ACMERR_NOTPOSSIBLE);
 }
 
@@ -115,12 +113,10 @@ INSTANTIATE_TEST_SUITE_P(
                       SuggestCase{44100, 2, 2, 2048, 2036, 44359}));
 
 TEST(AcmFormats, SuggestRefusesWhatNoCodecMakes) {
-  Wfx dst;
   constexpr uint32_t kPin = ACM_FORMATSUGGESTF_WFORMATTAG | ACM_FORMATSUGGESTF_NCHANNELS |
                             ACM_FORMATSUGGESTF_NSAMPLESPERSEC;
+  Wfx dst = Wfx::PCM(44100, 2);
   dst.wFormatTag = 85;
-  dst.nChannels = 2;
-  dst.nSamplesPerSec = 44100;
   EXPECT_EQ(FormatSuggest(Wfx::PCM(44100, 2), dst, 50, kPin), ACMERR_NOTPOSSIBLE);
   // No codec resamples.
   dst.wFormatTag = 17;
@@ -176,10 +172,7 @@ TEST(AcmStreams, PcmPassesThroughAndWiderPcmNarrowsTo16Bits) {
   auto aOut = RunStream(Wfx::PCM(8000, 2), Wfx::PCM(8000, 2), AsBytes(aIn));
   EXPECT_EQ(AsSamples(aOut), aIn);
 
-  Wfx w8;
-  w8.wFormatTag = 1;
-  w8.nChannels = 1;
-  w8.nSamplesPerSec = 8000;
+  Wfx w8 = Wfx::PCM(8000, 1);
   w8.wBitsPerSample = 8;
   w8.nBlockAlign = 1;
   w8.nAvgBytesPerSec = 8000;
@@ -222,11 +215,8 @@ class AcmHeaderRules : public ::testing::Test {
   std::vector<uint8_t> src = std::vector<uint8_t>(8192, 0), dst = std::vector<uint8_t>(4096, 0);
 };
 
-TEST_F(AcmHeaderRules, ConvertNeedsAPreparedHeader) {
+TEST_F(AcmHeaderRules, ConvertNeedsAPreparedHeaderAndUsesNoMoreThanWasPrepared) {
   EXPECT_EQ(StreamConvert(h.get(), hdr, ACM_STREAMCONVERTF_BLOCKALIGN), ACMERR_UNPREPARED);
-}
-
-TEST_F(AcmHeaderRules, ConvertNeverUsesMoreThanWasPrepared) {
   ASSERT_EQ(StreamPrepareHeader(h.get(), hdr), 0);
   hdr.cbSrcLength = 8193;
   EXPECT_EQ(StreamConvert(h.get(), hdr, ACM_STREAMCONVERTF_BLOCKALIGN), MMSYSERR_INVALPARAM);

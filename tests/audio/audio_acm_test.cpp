@@ -187,7 +187,6 @@ TEST_F(AudioAcmTest, SmallPiecesAndLargePiecesGiveTheSameFile) {
   ASSERT_EQ(Write(P("b.wav"), 22050, 1, 17, aMem, 0.1), 0);
   const std::string a = audiotest::ReadAll(P("a.wav")), b = audiotest::ReadAll(P("b.wav"));
   // The resampler keeps its state across pieces, the codec keeps its tail: same audio.
-  EXPECT_EQ(a.size(), b.size());
   EXPECT_TRUE(a == b);
 }
 
@@ -289,29 +288,47 @@ class AudioAcmDamaged : public AudioAcmTest {
   std::vector<audiotest::Chunk> m_aChunks;
 };
 
-TEST_F(AudioAcmDamaged, MissingFileEmptyFileAndNonRiff) {
+TEST_F(AudioAcmDamaged, BrokenLayoutsGiveTheirResultOrReadCleanly) {
   CAudioACM o;
   EXPECT_EQ(o.OpenAudioFile(P("none.wav"), AudioFileRead), -1);
-  EXPECT_EQ(OpenAndDrain(""), -4);
-  EXPECT_EQ(OpenAndDrain("ID3\x03 this is an mp3 file, honestly, with some more bytes"), -4);
-  EXPECT_EQ(OpenAndDrain("RIFF\x04\0\0\0AVI "), -4);
-}
-
-TEST_F(AudioAcmDamaged, MissingChunks) {
-  // No "fmt ": only "data".
-  std::string s = "RIFF" + audiotest::U32(12) + "WAVEdata" + audiotest::U32(0);
-  EXPECT_EQ(OpenAndDrain(s), -5);
-  // "fmt " but no "data".
-  const auto& fmt = m_aChunks[0];
-  s = m_sGood.substr(0, fmt.lOffset + fmt.lSize);
-  s.replace(4, 4, audiotest::U32(static_cast<uint32_t>(s.size() - 8)));
-  EXPECT_EQ(OpenAndDrain(s), -9);
-  // "data" in front of "fmt " is not found behind it.
-  const auto& data = m_aChunks[2];
-  s = "RIFF" + audiotest::U32(0) + "WAVE" + m_sGood.substr(data.lOffset - 8) +
-      m_sGood.substr(fmt.lOffset - 8, fmt.lSize + 8);
-  s.replace(4, 4, audiotest::U32(static_cast<uint32_t>(s.size() - 8)));
-  EXPECT_EQ(OpenAndDrain(s), -9);
+  const auto &fmt = m_aChunks[0], &data = m_aChunks[2];
+  const size_t f = fmt.lOffset;
+  auto Riff = [](const std::string& sBody) { return "RIFF" + audiotest::U32(sBody.size() + 4) + "WAVE" + sBody; };
+  auto Patch = [&](size_t i, const std::string& sBytes) { return std::string(m_sGood).replace(i, sBytes.size(), sBytes); };
+  const std::string sOdd = "odd " + audiotest::U32(3) + "abc";
+  struct Case {
+    const char* name;
+    std::string sBytes;
+    int32_t rc;
+  } cases[] = {
+      {"empty", "", -4},
+      {"mp3", "ID3\x03 this is an mp3 file, honestly, with some more bytes", -4},
+      {"avi", std::string("RIFF\x04\0\0\0AVI ", 12), -4},
+      {"no fmt", Riff("data" + audiotest::U32(0)), -5},
+      {"no data", Riff(m_sGood.substr(12, f + fmt.lSize - 12)), -9},
+      {"data before fmt", Riff(m_sGood.substr(data.lOffset - 8) + m_sGood.substr(f - 8, fmt.lSize + 8)), -9},
+      // A "fmt " chunk that claims the whole address space: no allocation beyond the file,
+      // and no "data" behind it.
+      {"huge fmt", Patch(f - 4, audiotest::U32(0xFFFFFF00)), -9},
+      {"no channels", Patch(f + 2, std::string(2, '\0')), -10},  // no PCM format for it
+      {"odd chunk without its pad byte", Riff(sOdd + m_sGood.substr(12)), -5},
+      // These read: the codec data is what the chunk holds; the pad byte is skipped.
+      {"cbSize beyond the chunk", Patch(f + 16, "\xFF\xFF"), 0},
+      {"odd chunk", Riff(sOdd + '\0' + m_sGood.substr(12)), 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    int64_t llBytes = 0;
+    EXPECT_EQ(OpenAndDrain(c.sBytes, &llBytes), c.rc);
+    if (c.rc == 0) {
+      EXPECT_NEAR(llBytes / 176400.0, 1.0, 0.05);
+    }
+  }
+  // A block align that fits no block: opens, reads nothing, fails nothing.
+  audiotest::WriteAll(P("align.wav"), Patch(f + 12, std::string("\x03\0", 2)));
+  ASSERT_EQ(o.OpenAudioFile(P("align.wav"), AudioFileRead), 0);
+  std::vector<uint8_t> aBuf(2 * 176400);
+  EXPECT_EQ(o.ReadAudioData(aBuf.data(), 1.0f), -2);
 }
 
 TEST_F(AudioAcmDamaged, TruncatedFilesEndTheAudioCleanly) {
@@ -343,49 +360,6 @@ TEST_F(AudioAcmDamaged, DataSizeBeyondTheEndOfTheFileIsCutToTheFile) {
   int64_t llBytes = 0;
   EXPECT_EQ(OpenAndDrain(s, &llBytes), 0);
   EXPECT_NEAR(llBytes / 176400.0, 1.0, 0.05);
-}
-
-TEST_F(AudioAcmDamaged, AbsurdFormatBlocks) {
-  const size_t f = m_aChunks[0].lOffset;
-  // cbSize far beyond the chunk: the codec data is what the chunk holds.
-  std::string s = m_sGood;
-  s[f + 16] = '\xFF';
-  s[f + 17] = '\xFF';
-  int64_t llBytes = 0;
-  EXPECT_EQ(OpenAndDrain(s, &llBytes), 0);
-  EXPECT_GT(llBytes, 0);
-  // A "fmt " chunk that claims the whole address space: no allocation beyond the file.
-  s = m_sGood;
-  s.replace(f - 4, 4, audiotest::U32(0xFFFFFF00));
-  EXPECT_EQ(OpenAndDrain(s), -9);  // the chunk runs to the end: no "data" behind it
-  // No channels, no rate: no PCM format for it.
-  s = m_sGood;
-  s[f + 2] = 0;
-  s[f + 3] = 0;
-  EXPECT_EQ(OpenAndDrain(s), -10);
-  // A block align that fits no block: opens, reads nothing, fails nothing.
-  s = m_sGood;
-  s[f + 12] = 3;
-  s[f + 13] = 0;
-  CAudioACM o;
-  audiotest::WriteAll(P("align.wav"), s);
-  ASSERT_EQ(o.OpenAudioFile(P("align.wav"), AudioFileRead), 0);
-  std::vector<uint8_t> aBuf(2 * 176400);
-  EXPECT_EQ(o.ReadAudioData(aBuf.data(), 1.0f), -2);
-}
-
-TEST_F(AudioAcmDamaged, OddSizedChunksArePaddedWhenSkipped) {
-  // A 3-byte chunk with its pad byte in front of "fmt ".
-  std::string s = "RIFF" + audiotest::U32(0) + "WAVEodd " + audiotest::U32(3) + "abc" + '\0' +
-                  m_sGood.substr(12);
-  s.replace(4, 4, audiotest::U32(static_cast<uint32_t>(s.size() - 8)));
-  int64_t llBytes = 0;
-  EXPECT_EQ(OpenAndDrain(s, &llBytes), 0);
-  EXPECT_NEAR(llBytes / 176400.0, 1.0, 0.05);
-  // The same without the pad byte: the chunks behind it can't be found.
-  s = "RIFF" + audiotest::U32(0) + "WAVEodd " + audiotest::U32(3) + "abc" + m_sGood.substr(12);
-  s.replace(4, 4, audiotest::U32(static_cast<uint32_t>(s.size() - 8)));
-  EXPECT_EQ(OpenAndDrain(s), -5);
 }
 
 // ------------------------------------------------------------------ open, write, close
@@ -426,7 +400,6 @@ TEST_F(AudioAcmTest, AFileWithNoAudioIsDeletedAtClose) {
   EXPECT_FALSE(fs::exists(sFinal));
   ASSERT_EQ(Write(sFinal, 22050, 1, 17, audiotest::Sine(440, 44100, 2, 0.02)), 0);
   EXPECT_FALSE(fs::exists(sFinal)) << "less than one block of audio is no audio";
-  EXPECT_TRUE(fs::is_empty(Root() + "/") || !fs::exists(sTemp));
 }
 
 TEST_F(AudioAcmTest, OpenFailuresLeaveTheNameAlone) {
@@ -468,10 +441,13 @@ TEST_F(AudioAcmTest, AFullDiskFailsTheWriteOrTheCloseAndKeepsNoFinalFile) {
   EXPECT_FALSE(fs::exists(P("full2.wav")));
 }
 
-TEST_F(AudioAcmTest, WriteChecksItsStateAndTheLengthLimit) {
+TEST_F(AudioAcmTest, CallsOutOfTurnOrBeyondTheLimitFail) {
   CAudioACM o;
   std::vector<uint8_t> a(2 * 176400 + 4, 0);
   EXPECT_EQ(o.WriteAudioData(a.data(), 4), -1);
+  EXPECT_EQ(o.ReadAudioData(a.data(), 1.0f), -1);
+  EXPECT_DOUBLE_EQ(o.CurrentPosition(), -1.0);
+  EXPECT_DOUBLE_EQ(o.AudioLength(), 0.0);
   o.SetFileFormat(44100, 2, 1);
   ASSERT_EQ(o.OpenAudioFile(P("lim.wav"), AudioFileWrite), 0);
   // One second of buffer: up to twice that is accepted, one byte more is not.
@@ -482,22 +458,10 @@ TEST_F(AudioAcmTest, WriteChecksItsStateAndTheLengthLimit) {
   double dLen = 0;
   ASSERT_EQ(Read(P("lim.wav"), aBack, &dLen), 0);
   EXPECT_DOUBLE_EQ(dLen, 2.0);
-}
-
-TEST_F(AudioAcmTest, AFormatWithNoCodecWritesNothing) {
-  CAudioACM o;
+  // A format with no codec writes nothing.
   o.SetFileFormat(44100, 2, 85);
   ASSERT_EQ(o.OpenAudioFile(P("mp3.wav"), AudioFileWrite), 0);
-  std::vector<uint8_t> a(1000, 0);
   EXPECT_EQ(o.WriteAudioData(a.data(), 1000), -8);
-}
-
-TEST_F(AudioAcmTest, ReadChecksItsState) {
-  CAudioACM o;
-  std::vector<uint8_t> a(176400);
-  EXPECT_EQ(o.ReadAudioData(a.data(), 1.0f), -1);
-  EXPECT_DOUBLE_EQ(o.CurrentPosition(), -1.0);
-  EXPECT_DOUBLE_EQ(o.AudioLength(), 0.0);
 }
 
 // ------------------------------------------------------------------ reading positions
@@ -516,29 +480,23 @@ class AudioAcmReading : public AudioAcmTest {
   std::vector<uint8_t> aBuf = std::vector<uint8_t>(2 * 176400);
 };
 
-TEST_F(AudioAcmReading, PositionRunsFromZeroToTheLength) {
+TEST_F(AudioAcmReading, PositionRunsFromZeroToTheLengthAndSeeksLandOnBlocks) {
   EXPECT_DOUBLE_EQ(o.CurrentPosition(), 0.0);
   EXPECT_EQ(m_lData % 512, 0u);
   while (o.ReadAudioData(aBuf.data(), 0.5f) > 0) {
   }
   EXPECT_DOUBLE_EQ(o.CurrentPosition(), o.AudioLength());
   EXPECT_EQ(o.ReadAudioData(aBuf.data(), 0.5f), 0);
-}
-
-TEST_F(AudioAcmReading, SeekFractionLandsOnABlock) {
-  o.SeekFraction(1.0f);
-  EXPECT_DOUBLE_EQ(o.CurrentPosition(), o.AudioLength());
-  EXPECT_EQ(o.ReadAudioData(aBuf.data(), 1.0f), 0);
   o.SeekFraction(0.5f);
   const double dBlocks = o.CurrentPosition() / o.AudioLength() * m_lData / 512;
   EXPECT_NEAR(dBlocks, std::round(dBlocks), 1e-6);
   EXPECT_NEAR(o.CurrentPosition(), o.AudioLength() / 2, 512.0 / o.FileFormat().nAvgBytesPerSec);
   o.SeekFraction(0.0f);
   EXPECT_DOUBLE_EQ(o.CurrentPosition(), 0.0);
-}
-
-TEST_F(AudioAcmReading, AShortRestReadsInWholeBlocksThenEnds) {
-  // Leave a little less than half a second, in whole blocks.
+  o.SeekFraction(1.0f);
+  EXPECT_DOUBLE_EQ(o.CurrentPosition(), o.AudioLength());
+  EXPECT_EQ(o.ReadAudioData(aBuf.data(), 1.0f), 0);
+  // A short rest (a little less than half a second) reads in whole blocks, then ends.
   o.SeekFraction(static_cast<float>(1.0 - 0.3 / o.AudioLength()));
   int32_t n = o.ReadAudioData(aBuf.data(), 0.5f);
   EXPECT_GT(n, 0);
@@ -582,11 +540,9 @@ TEST_F(AudioAcmReading, ASecondOpenOfTheSameObjectWorks) {
 
 TEST_F(AudioAcmTest, TheFactoryGivesAWavObjectThatWritesAndReleasingItCloses) {
   auto oFormat = ChooseAudioClass(FormatWAV);
-  ASSERT_TRUE(oFormat);
   auto oFile = std::dynamic_pointer_cast<IAudioFile>(oFormat);
   ASSERT_TRUE(oFile);
   oFile->SetBufLenSecs(1.0);
-  oFile->SetMemFormat(GetMemFormat());
   ASSERT_EQ(oFile->OpenAudioFile(P("f.wav"), AudioFileWrite), 0);
   auto aMem = audiotest::Sine(440, 44100, 2, 1.0);
   EXPECT_EQ(oFile->WriteAudioData(aMem.data(), static_cast<int32_t>(aMem.size() * 2)), 0);

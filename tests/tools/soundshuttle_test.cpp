@@ -11,8 +11,10 @@
 #include <filesystem>
 #include <thread>
 
+#include "audio/AudioFormatHelpers.h"
+#include "audio/ChooseAudioClass.h"
 #include "audio/CodecTestUtil.h"
-#include "audio/codec/CodecFile.h"
+#include "audio/GetAudioLengthSecs.h"
 #include "support/AppGlobal.h"
 
 using namespace codectest;
@@ -25,24 +27,24 @@ namespace {
 const std::string kShuttle = std::string(KN_BIN_DIR) + "/SoundShuttle";
 const std::string kPrx = std::string(KN_SOURCE_DIR) + "/data/nvkn4.prx";
 
-std::string FormatText(int iType, int iRate, int iChannels, int iKbps, int iTag = 17, int iProfile = 0,
-                       const std::string& sPrx = "") {
+std::string FormatText(int iType, int iRate, int iChannels, int iKbps, int iTag = 17, int iProfile = 0) {
   return "FormatType=" + std::to_string(iType) + ";SampleRate=" + std::to_string(iRate) +
          ";Channels=" + std::to_string(iChannels) + ";BitRate=" + std::to_string(iKbps) +
          ";BitsPerSample=16;FormatTag=" + std::to_string(iTag) + ";ProfileNum=" + std::to_string(iProfile) +
-         ";ProfileFile=" + sPrx;
+         ";ProfileFile=";
 }
 
-// Runs the copier with separate arguments (no shell); exit status and standard error.
-int RunShuttle(const std::vector<std::string>& aArgs, std::string* psErr = nullptr) {
-  std::string sCmd = Quote(kShuttle);
+// Runs the copier with separate arguments (no shell), behind sPrefix if given; exit
+// status and standard error.
+int RunShuttle(const std::vector<std::string>& aArgs, std::string* psErr = nullptr, const std::string& sPrefix = "") {
+  std::string sCmd = sPrefix + Quote(kShuttle);
   for (const auto& a : aArgs) sCmd += " " + Quote(a);
   static std::atomic<int> s_iRun{0};
   std::string sErrFile = fs::temp_directory_path() /
                          ("shuttle_err_" + std::to_string(getpid()) + "_" + std::to_string(s_iRun++));
   int rc = 0;
   Shell("(" + sCmd + " 2>" + Quote(sErrFile) + " >/dev/null)", &rc);
-  if (psErr) *psErr = [&] { auto a = ReadBytes(sErrFile); return std::string(a.begin(), a.end()); }();
+  if (psErr) *psErr = audiotest::ReadAll(sErrFile);
   fs::remove(sErrFile);
   return rc;
 }
@@ -63,111 +65,77 @@ class SoundShuttleTest : public ScratchTest {
   }
 };
 
-// Each compressed format at two rates and bit rates, mono and stereo: ffprobe sees the
-// codec, rate, channels and bit rate asked for, and the length of the source; the
-// system's reader agrees on the length.
-TEST_F(SoundShuttleTest, ConvertsToEveryCompressedFormat) {
+// Each format at two rates and bit rates, mono and stereo (WMA by profile number from
+// the profile file, and by the values of the format text without one): ffprobe sees
+// the codec, rate, channels and bit rate asked for and the length of the source; the
+// system's classes read it back to that length and GetAudioLengthSecs agrees.
+TEST_F(SoundShuttleTest, ConvertsToEveryFormat) {
   struct Case {
     int type;
     const char* ext;
     const char* codec;
-    int rate, kbps;
-  } cases[] = {
-      {32, "mp2", "mp2", 22050, 64}, {32, "mp2", "mp2", 48000, 192}, {4, "mp3", "mp3", 22050, 32},
-      {4, "mp3", "mp3", 44100, 128}, {8, "ogg", "vorbis", 22050, 48}, {8, "ogg", "vorbis", 44100, 128},
+    int rate, ch, kbps, tag, profile;
   };
+  std::vector<Case> cases;
+  for (int ch : {1, 2})
+    cases.insert(cases.end(), {{32, "mp2", "mp2", 22050, ch, 64, 17, 0}, {32, "mp2", "mp2", 48000, ch, 192, 17, 0},
+                               {4, "mp3", "mp3", 22050, ch, 32, 17, 0}, {4, "mp3", "mp3", 44100, ch, 128, 17, 0},
+                               {8, "ogg", "vorbis", 22050, ch, 48, 17, 0}, {8, "ogg", "vorbis", 44100, ch, 128, 17, 0}});
+  cases.insert(cases.end(), {{16, "wma", "wmav2", 44100, 2, 64, 0, 23}, {16, "wma", "wmav2", 22050, 2, 32, 0, 9},
+                             {16, "wma", "wmav2", 44100, 1, 64, 0, 17}, {16, "wma", "wmav2", 22050, 1, 24, 0, 7},
+                             {16, "wma", "wmav2", 32000, 1, 40, 0, 0}, {2, "wav", "pcm_s16le", 16000, 1, 0, 1, 0},
+                             {2, "wav", "adpcm_ima_wav", 22050, 2, 0, 17, 0}});
   // The runs are independent: start them all, then look at the results.
   struct Result {
-    std::string sDst, sErr;
+    std::string sErr;
     int rc = -1;
     std::map<std::string, std::string> probe;
   };
   std::vector<std::future<Result>> runs;
-  int n = 0;
-  for (const auto& c : cases) {
-    for (int ch = 1; ch <= 2; ++ch) {
-      std::string sDst = P("out" + std::to_string(n++) + "." + c.ext);
-      runs.push_back(std::async(std::launch::async, [=, this] {
-        Result r;
-        r.sDst = sDst;
-        r.rc = RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + sDst,
-                           "/DSTFORMAT=" + FormatText(c.type, c.rate, ch, c.kbps)},
-                          &r.sErr);
-        if (r.rc == 0) r.probe = Probe(sDst);
-        return r;
-      }));
+  for (size_t i = 0; i < cases.size(); ++i) {
+    const Case c = cases[i];
+    const std::string sDst = P("out" + std::to_string(i) + "." + c.ext);
+    std::vector<std::string> a = {"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + sDst};
+    if (c.profile) {
+      a.push_back("/DSTFORMAT=" + FormatText(c.type, 0, 0, 0, c.tag, c.profile));
+      a.push_back("/PRXFILE=" + kPrx);
+    } else {
+      a.push_back("/DSTFORMAT=" + FormatText(c.type, c.rate, c.ch, c.kbps, c.tag));
     }
+    runs.push_back(std::async(std::launch::async, [a, sDst] {
+      Result r;
+      r.rc = RunShuttle(a, &r.sErr);
+      if (r.rc == 0) r.probe = Probe(sDst);
+      return r;
+    }));
   }
-  n = 0;
-  for (const auto& c : cases) {
-    for (int ch = 1; ch <= 2; ++ch) {
-      Result r = runs[n++].get();
-      SCOPED_TRACE(r.sDst + " " + std::to_string(c.rate) + "/" + std::to_string(ch) + "/" + std::to_string(c.kbps));
-      ASSERT_EQ(r.rc, 0) << r.sErr;
-      auto& m = r.probe;
-      EXPECT_EQ(m["codec_name"], c.codec);
-      EXPECT_EQ(m["sample_rate"], std::to_string(c.rate));
-      EXPECT_EQ(m["channels"], std::to_string(ch));
-      EXPECT_NEAR(std::atof(m["bit_rate"].c_str()) / 1000, c.kbps, c.kbps * 0.1);
-      EXPECT_NEAR(std::atof(m["format_duration"].c_str()), 1.5, 0.1);
-      CodecFile f;
-      f.Open(r.sDst, 0, 1);
-      EXPECT_NEAR(f.LengthMs(), 1500, 100);
-    }
-  }
-}
-
-// WMA by profile number from the profile file, and by the values of the format text
-// when the profile file lacks the number.
-TEST_F(SoundShuttleTest, ConvertsToWmaByProfile) {
-  struct Case {
-    int profile, rate, ch, kbps;
-    bool bPrx;
-  } cases[] = {{23, 44100, 2, 64, true}, {7, 22050, 1, 24, true}, {0, 32000, 1, 40, false},
-               {500, 22050, 2, 48, true}};
-  int n = 0;
-  for (const auto& c : cases) {
-    std::string sDst = P("w" + std::to_string(n++) + ".wma");
-    SCOPED_TRACE(sDst);
-    std::vector<std::string> a = {"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + sDst,
-                                  "/DSTFORMAT=" + FormatText(16, c.bPrx ? 0 : c.rate, c.bPrx ? 0 : c.ch,
-                                                             c.bPrx ? 0 : c.kbps, 0, c.profile)};
-    if (c.bPrx) a.push_back("/PRXFILE=" + kPrx);
-    std::string sErr;
-    int rc = RunShuttle(a, &sErr);
-    if (c.profile == 500) {  // not in the file, and the text has no values
-      EXPECT_EQ(rc, 2);
-      EXPECT_NE(sErr.find("profile 500"), std::string::npos) << sErr;
-      EXPECT_FALSE(fs::exists(sDst));
-      continue;
-    }
-    ASSERT_EQ(rc, 0) << sErr;
-    auto m = Probe(sDst);
-    EXPECT_EQ(m["codec_name"], "wmav2");
+  for (size_t i = 0; i < cases.size(); ++i) {
+    const Case& c = cases[i];
+    const std::string sDst = P("out" + std::to_string(i) + "." + c.ext);
+    Result r = runs[i].get();
+    SCOPED_TRACE(sDst + " " + std::to_string(c.rate) + "/" + std::to_string(c.ch) + "/" + std::to_string(c.kbps));
+    ASSERT_EQ(r.rc, 0) << r.sErr;
+    auto& m = r.probe;
+    EXPECT_EQ(m["codec_name"], c.codec);
     EXPECT_EQ(m["sample_rate"], std::to_string(c.rate));
     EXPECT_EQ(m["channels"], std::to_string(c.ch));
-    EXPECT_EQ(m["bit_rate"], std::to_string(c.kbps * 1000));
-    EXPECT_NEAR(std::atof(m["format_duration"].c_str()), 1.5, 0.1);
+    if (c.type == 16) {
+      EXPECT_EQ(m["bit_rate"], std::to_string(c.kbps * 1000));
+    } else if (c.kbps) {
+      EXPECT_NEAR(std::atof(m["bit_rate"].c_str()) / 1000, c.kbps, c.kbps * 0.1);
+    }
+    EXPECT_NEAR(std::atof(m["format_duration"].c_str()), 1.5, c.type == 2 ? 0.05 : 0.1);
+    if (c.tag == 17 && c.type == 2) {
+      EXPECT_EQ(audiotest::Le16(audiotest::ReadAll(sDst), 32), 1024);  // the platform's layout
+    }
+    const double dSecs = GetAudioLengthSecs(sDst);
+    EXPECT_NEAR(dSecs, 1.5, 0.1);
+    auto o = std::dynamic_pointer_cast<IAudioFile>(ChooseAudioClass(c.type));
+    ASSERT_TRUE(o);
+    o->SetMemFormat(GetMemFormat());
+    ASSERT_EQ(o->OpenAudioFile(sDst, AudioFileRead), 0);
+    EXPECT_NEAR(ReadAllBytes(*o) / 176400.0, dSecs, 0.1);
   }
-}
-
-TEST_F(SoundShuttleTest, WritesWavPcmAndImaAdpcm) {
-  ASSERT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("p.wav"),
-                        "/DSTFORMAT=" + FormatText(2, 16000, 1, 0, 1)}),
-            0);
-  ASSERT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("i.wav"),
-                        "/DSTFORMAT=" + FormatText(2, 22050, 2, 0, 17)}),
-            0);
-  EXPECT_EQ(Probe(P("p.wav"))["codec_name"], "pcm_s16le");
-  EXPECT_EQ(Probe(P("p.wav"))["sample_rate"], "16000");
-  EXPECT_EQ(Probe(P("i.wav"))["codec_name"], "adpcm_ima_wav");
-  EXPECT_NEAR(DecodedFrames(P("i.wav"), 2) / 22050.0, 1.5, 0.05);
-  std::string sErr;
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("m.wav"),
-                        "/DSTFORMAT=" + FormatText(2, 22050, 2, 0, 2)},
-                       &sErr),
-            2);
-  EXPECT_NE(sErr.find("format tag 2"), std::string::npos) << sErr;
 }
 
 // The processor starts the copier through RunAndWait with a line in which the values
@@ -188,49 +156,37 @@ TEST_F(SoundShuttleTest, TakesTheProcessorsCommandLine) {
 }
 
 TEST_F(SoundShuttleTest, FailuresGiveOneClearLineAndNoFile) {
-  std::string sErr;
-  // Missing source.
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("none.wav"), "/DSTFILE=" + P("x.mp3"),
-                        "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
-                       &sErr),
-            1);
-  EXPECT_NE(sErr.find("source"), std::string::npos) << sErr;
-  EXPECT_EQ(std::count(sErr.begin(), sErr.end(), '\n'), 1) << sErr;
-  // A source that is no audio.
-  WriteBytes(P("text.wav"), std::vector<char>(3000, 'a'));
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("text.wav"), "/DSTFILE=" + P("x.mp3"),
-                        "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
-                       &sErr),
-            1);
-  EXPECT_NE(sErr.find("not readable audio"), std::string::npos) << sErr;
-  // Destination folder missing.
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("no/such/x.mp3"),
-                        "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
-                       &sErr),
-            3);
-  EXPECT_NE(sErr.find("cannot write in folder"), std::string::npos) << sErr;
-  // Command line faults.
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)}, &sErr), 2);
-  EXPECT_NE(sErr.find("/DSTFILE"), std::string::npos) << sErr;
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("x.mp3"), "/DSTFORMAT=rate=5"}, &sErr), 2);
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("x.mp3"), "/BOGUS=1",
-                        "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
-                       &sErr),
-            2);
-  EXPECT_NE(sErr.find("/BOGUS"), std::string::npos) << sErr;
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("x.mp3"),
-                        "/DSTFORMAT=" + FormatText(4, 44100, 7, 128)},
-                       &sErr),
-            2);
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("x.ogg"),
-                        "/DSTFORMAT=" + FormatText(64, 44100, 2, 128)},
-                       &sErr),
-            2);
-  EXPECT_FALSE(fs::exists(P("x.mp3")));
-  EXPECT_FALSE(fs::exists(P("x.ogg")));
+  audiotest::WriteAll(P("text.wav"), std::string(3000, 'a'));
+  const std::string sSrc = "/SRCFILE=" + P("src.wav"), sMp3 = "/DSTFILE=" + P("x.mp3");
+  const std::string sFormat = "/DSTFORMAT=" + FormatText(4, 44100, 2, 128);
+  struct Case {
+    const char* name;
+    std::vector<std::string> aArgs;
+    int rc;
+    const char* text;
+  } cases[] = {
+      {"missing source", {"/SRCFILE=" + P("none.wav"), sMp3, sFormat}, 1, "source"},
+      {"no audio", {"/SRCFILE=" + P("text.wav"), sMp3, sFormat}, 1, "not readable audio"},
+      {"no folder", {sSrc, "/DSTFILE=" + P("no/such/x.mp3"), sFormat}, 3, "cannot write in folder"},
+      {"no destination", {sSrc, sFormat}, 2, "/DSTFILE"},
+      {"bad format text", {sSrc, sMp3, "/DSTFORMAT=rate=5"}, 2, "no FormatType"},
+      {"unknown switch", {sSrc, sMp3, "/BOGUS=1", sFormat}, 2, "/BOGUS"},
+      {"seven channels", {sSrc, sMp3, "/DSTFORMAT=" + FormatText(4, 44100, 7, 128)}, 2, ""},
+      {"unknown type", {sSrc, "/DSTFILE=" + P("x.ogg"), "/DSTFORMAT=" + FormatText(64, 44100, 2, 128)}, 2, ""},
+      {"MS ADPCM", {sSrc, "/DSTFILE=" + P("m.wav"), "/DSTFORMAT=" + FormatText(2, 22050, 2, 0, 2)}, 2, "format tag 2"},
+      // Not in the profile file, and the text has no values.
+      {"no profile", {sSrc, "/DSTFILE=" + P("w.wma"), "/DSTFORMAT=" + FormatText(16, 0, 0, 0, 0, 500), "/PRXFILE=" + kPrx},
+       2, "profile 500"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::string sErr;
+    EXPECT_EQ(RunShuttle(c.aArgs, &sErr), c.rc) << sErr;
+    EXPECT_NE(sErr.find(c.text), std::string::npos) << sErr;
+    EXPECT_EQ(std::count(sErr.begin(), sErr.end(), '\n'), 1) << sErr;
+  }
   // Nothing left behind but the two inputs.
-  auto a = FilesIn(m_sDir);
-  EXPECT_EQ(a.size(), 2u);
+  EXPECT_EQ(FilesIn(Root()).size(), 2u);
 }
 
 // Root writes into any folder, so as root the copier runs as "nobody" through setpriv.
@@ -239,21 +195,18 @@ TEST_F(SoundShuttleTest, FolderWithoutWritePermission) {
   if (geteuid() == 0) {
     if (!fs::exists("/usr/bin/setpriv")) GTEST_SKIP() << "root, and no setpriv to drop it";
     sPrefix = "/usr/bin/setpriv --reuid=65534 --regid=65534 --clear-groups ";
-    fs::permissions(m_sDir, fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
+    fs::permissions(Root(), fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
     fs::permissions(P("src.wav"), fs::perms::others_read, fs::perm_options::add);
   }
   fs::create_directories(P("ro"));
   fs::permissions(P("ro"), fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_read |
                                fs::perms::others_exec);
-  std::string sErrFile = P("err.txt");
-  int rc = 0;
-  Shell("(" + sPrefix + Quote(kShuttle) + " " + Quote("/SRCFILE=" + P("src.wav")) + " " +
-            Quote("/DSTFILE=" + P("ro/x.mp3")) + " " + Quote("/DSTFORMAT=" + FormatText(4, 44100, 2, 128)) +
-            " 2>" + Quote(sErrFile) + ")",
-        &rc);
-  auto a = ReadBytes(sErrFile);
-  std::string sErr(a.begin(), a.end());
-  EXPECT_EQ(rc, 3) << sErr;
+  std::string sErr;
+  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("ro/x.mp3"),
+                        "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
+                       &sErr, sPrefix),
+            3)
+      << sErr;
   EXPECT_NE(sErr.find("cannot write in folder " + P("ro") + ": Permission denied"), std::string::npos) << sErr;
   EXPECT_TRUE(fs::is_empty(P("ro")));
 }
@@ -262,7 +215,7 @@ TEST_F(SoundShuttleTest, FolderWithoutWritePermission) {
 // leaves nothing at all; an existing destination stays as it was.
 TEST_F(SoundShuttleTest, InterruptedRunLeavesNoDestination) {
   MakeToneWav(P("long.wav"), 44100, 2, 120.0);
-  WriteBytes(P("keep.mp3"), std::vector<char>(100, 'k'));
+  audiotest::WriteAll(P("keep.mp3"), std::string(100, 'k'));
   for (int iSignal : {SIGKILL, SIGTERM}) {
     SCOPED_TRACE(iSignal);
     std::string sDst = iSignal == SIGKILL ? P("out.mp3") : P("keep.mp3");
@@ -276,7 +229,7 @@ TEST_F(SoundShuttleTest, InterruptedRunLeavesNoDestination) {
     // Wait until the temporary file has grown, then stop the run.
     bool bStarted = false;
     for (int i = 0; i < 2000 && !bStarted; ++i) {
-      for (const auto& s : FilesIn(m_sDir))
+      for (const auto& s : FilesIn(Root()))
         if (s.starts_with("." + fs::path(sDst).filename().string() + ".shuttle-") && fs::file_size(P(s)) > 0)
           bStarted = true;
       if (!bStarted) std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -290,7 +243,7 @@ TEST_F(SoundShuttleTest, InterruptedRunLeavesNoDestination) {
       EXPECT_FALSE(fs::exists(sDst));
     } else {
       EXPECT_EQ(fs::file_size(sDst), 100u);
-      for (const auto& s : FilesIn(m_sDir)) EXPECT_FALSE(s.starts_with(".keep.mp3.shuttle-")) << s;
+      for (const auto& s : FilesIn(Root())) EXPECT_FALSE(s.starts_with(".keep.mp3.shuttle-")) << s;
     }
   }
 }
