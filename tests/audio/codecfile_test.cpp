@@ -41,17 +41,19 @@ class CodecFileRead : public ScratchTest {
   }
 };
 
-// Files written by ffmpeg in every format the system reads come back at the array
+// Files written by ffmpeg in every format the system reads state their tag and bit
+// rate where the platform fixes them, and come back at the array
 // format with the length the container states.
 TEST_F(CodecFileRead, ReadsEveryFormatAtTheArrayFormat) {
   struct Case {
     const char* name;
     const char* opts;
+    int tag, bitrate;  // 0: not checked
   } cases[] = {
-      {"a.mp3", "-c:a libmp3lame -b:a 128k"}, {"a.ogg", "-c:a libvorbis -b:a 96k"},
-      {"a.mp2", "-c:a mp2 -b:a 192k"},        {"a.wma", "-c:a wmav2 -b:a 64k"},
-      {"ima.wav", "-c:a adpcm_ima_wav"},      {"ms.wav", "-c:a adpcm_ms"},
-      {"pcm.wav", "-c:a pcm_s16le"},
+      {"a.mp3", "-c:a libmp3lame -b:a 128k", 85, 128000}, {"a.ogg", "-c:a libvorbis -b:a 96k", 0, 0},
+      {"a.mp2", "-c:a mp2 -b:a 192k", 0, 0},               {"a.wma", "-c:a wmav2 -b:a 64k", 0, 0},
+      {"ima.wav", "-c:a adpcm_ima_wav", 17, 0},            {"ms.wav", "-c:a adpcm_ms", 0, 0},
+      {"pcm.wav", "-c:a pcm_s16le", 1, 44100 * 2 * 16},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -63,6 +65,12 @@ TEST_F(CodecFileRead, ReadsEveryFormatAtTheArrayFormat) {
     EXPECT_EQ(f.SampleRate(), 44100);
     EXPECT_EQ(f.Channels(), 2);
     EXPECT_NEAR(f.LengthMs(), 2000, 60);
+    if (c.tag) {
+      EXPECT_EQ(f.FormatTag(), c.tag);
+    }
+    if (c.bitrate) {
+      EXPECT_EQ(f.BitRate(), c.bitrate);
+    }
     auto all = ReadAll(f);
     EXPECT_EQ(all.size() % 2, 0u);
     long lFrames = static_cast<long>(all.size() / 2);
@@ -73,20 +81,6 @@ TEST_F(CodecFileRead, ReadsEveryFormatAtTheArrayFormat) {
     for (size_t i = 0; i < all.size(); i += 2) dSum += std::abs(all[i]);
     EXPECT_GT(dSum / lFrames, 1000.0);
   }
-}
-
-TEST_F(CodecFileRead, TellsFormatTagAndBitRate) {
-  FfmpegConvert(P("src.wav"), P("ima.wav"), "-c:a adpcm_ima_wav");
-  FfmpegConvert(P("src.wav"), P("a.mp3"), "-c:a libmp3lame -b:a 128k");
-  CodecFile f;
-  f.Open(P("ima.wav"), 0, 1);
-  EXPECT_EQ(f.FormatTag(), 17);
-  f.Open(P("a.mp3"), 0, 1);
-  EXPECT_EQ(f.FormatTag(), 85);
-  EXPECT_EQ(f.BitRate(), 128000);
-  f.Open(P("src.wav"), 0, 1);
-  EXPECT_EQ(f.FormatTag(), 1);
-  EXPECT_EQ(f.BitRate(), 44100 * 2 * 16);
 }
 
 // A 22050 Hz mono file read at 44100 Hz stereo: twice the frames, both channels equal,
