@@ -1,8 +1,6 @@
 #pragma once
 // Helpers shared by the configuration tests: a trace that goes to a file of the test's
 // machine root, a registry written as the registry editor exports it, a settings file.
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "common/TempRoot.h"
@@ -25,12 +23,7 @@ class ConfigTest : public TempRootTest {
     TempRootTest::TearDown();
   }
   // Everything traced so far in this test.
-  std::string Trace() const {
-    std::ifstream f(DebugLog::CurrentFile(), std::ios::binary);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
-  }
+  std::string Trace() const { return ReadFile(DebugLog::CurrentFile().substr(Root().size() + 1)); }
   // The registry file, from "[key]" and value lines below the header.
   void WriteRegistry(const std::string& sBody) const {
     WriteFile("registry.reg", "Windows Registry Editor Version 5.00\r\n\r\n" + sBody);

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "config/CLog.h"
-#include "config/LogInfo.h"
 #include "config/SerialDateHelper.h"
 #include "support/Clock.h"
 #include "support/VbDate.h"

@@ -91,22 +91,19 @@ TEST_F(LogModelTest, LogNumRenamesOnlyTheAutomaticName) {
 }
 
 TEST_F(LogModelTest, SettersClamp) {
+  // Above the top, then below the bottom.
   log.SDThreshold(150);
-  EXPECT_EQ(log.SDThreshold(), 100);
-  log.SDThreshold(-3);
-  EXPECT_EQ(log.SDThreshold(), 0);
   log.SDPeriod(500);
-  EXPECT_FLOAT_EQ(log.SDPeriod(), 60);
-  log.SDPeriod(0);
-  EXPECT_FLOAT_EQ(log.SDPeriod(), 0.1f);
   log.HWLinesChecked(301);
-  EXPECT_EQ(log.HWLinesChecked(), 300);
-  log.SAHWLinePeriod(0);
-  EXPECT_EQ(log.SAHWLinePeriod(), 1);
   log.SAHWLinePeriod(4000);
-  EXPECT_EQ(log.SAHWLinePeriod(), 3600);
+  EXPECT_FLOAT_EQ(log.SDPeriod(), 60);
+  EXPECT_EQ(std::tuple(log.SDThreshold(), log.HWLinesChecked(), log.SAHWLinePeriod()), std::tuple(100, 300, 3600));
+  log.SDThreshold(-3);
+  log.SDPeriod(0);
+  log.SAHWLinePeriod(0);
   log.DeleteHours(-5);
-  EXPECT_EQ(log.DeleteHours(), 0);
+  EXPECT_FLOAT_EQ(log.SDPeriod(), 0.1f);
+  EXPECT_EQ(std::tuple(log.SDThreshold(), log.SAHWLinePeriod(), log.DeleteHours()), std::tuple(0, 1, 0));
   ev.Attach(log);
   log.SAEmailType(3);
   log.SAEmailType(-1);
@@ -242,7 +239,7 @@ TEST_F(LogModelTest, MergeKeepsTheCountAndCopiesSerials) {
   from.Terminate();
 }
 
-TEST_F(LogModelTest, TerminateCutsTheLinesLoose) {
+TEST_F(LogModelTest, TerminateOrTheOwnersEndCutsTheLinesLoose) {
   auto l = log.HardwareLines(2);
   ASSERT_EQ(l->callback, &log);
   log.OutputFormatCount(2);
@@ -250,16 +247,14 @@ TEST_F(LogModelTest, TerminateCutsTheLinesLoose) {
   EXPECT_EQ(l->callback, nullptr);
   EXPECT_EQ(log.HardwareLines(2), nullptr);
   EXPECT_THROW(log.AudioFormat(0), RaisedError);
-}
-
-TEST_F(LogModelTest, ALineOutlivingItsOwnerIsNotLeftPointingAtIt) {
-  std::shared_ptr<HardwareLine> l;
+  // A line outliving its owner is not left pointing at it.
+  std::shared_ptr<HardwareLine> m;
   {
     CLog owner;
-    l = owner.HardwareLines(1);
+    m = owner.HardwareLines(1);
   }
-  EXPECT_EQ(l->callback, nullptr);
-  l->IsLogged(true);  // must not reach the gone owner
+  EXPECT_EQ(m->callback, nullptr);
+  m->IsLogged(true);  // must not reach the gone owner
 }
 
 TEST_F(LogModelTest, SerialCountKeepsEntries) {

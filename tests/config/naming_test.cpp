@@ -45,15 +45,11 @@ TEST(NamingTest, WorkedExampleOfLogger3) {
 }
 
 TEST(NamingTest, MinutesAreSegmentTimesWholeMinutes) {
-  struct Row {
-    int segs, segment;
-    const char* name;
-  } rows[] = {{60, 5, "130500"}, {30, 5, "131000"}, {12, 5, "132500"}, {40, 1, "130130"},
-              {40, 2, "130200"}, {40, 3, "130330"}, {120, 2, "130000"}, {120, 3, "130030"}};
-  for (const auto& r : rows) {
+  for (auto [iSegs, iSegment, sName] : {std::tuple{60, 5, "130500"}, {30, 5, "131000"}, {12, 5, "132500"}, {40, 1, "130130"},
+                                        {40, 2, "130200"}, {40, 3, "130330"}, {120, 2, "130000"}, {120, 3, "130030"}}) {
     CLog log;
-    log.NumLogSegmentsPerHour(r.segs);
-    EXPECT_EQ(log.GetBaseFileName(13, r.segment), r.name) << r.segs << " segments, segment " << r.segment;
+    log.NumLogSegmentsPerHour(iSegs);
+    EXPECT_EQ(log.GetBaseFileName(13, iSegment), sName) << iSegs << " segments, segment " << iSegment;
   }
 }
 
@@ -90,9 +86,8 @@ TEST(NamingTest, OutputNumberFromTheFileLetter) {
     log.GetAudioFileOutputNum("D:\\x\\130000.wav");
     FAIL() << "no error";
   } catch (const RaisedError& e) {
-    EXPECT_EQ(e.Number, static_cast<int32_t>(0x80040002u));
-    EXPECT_EQ(e.Source, "CLog.GetFileOutputNum");
-    EXPECT_EQ(e.Description, "Not an audio file");
+    EXPECT_EQ(std::tuple(e.Number, e.Source, e.Description),
+              std::tuple(static_cast<int32_t>(0x80040002u), "CLog.GetFileOutputNum", "Not an audio file"));
   }
 }
 
@@ -101,12 +96,9 @@ TEST(NamingTest, SegmentLengthRounding) {
   EXPECT_EQ(log.NumLogSegmentsPerHour(), 0);
   EXPECT_EQ(log.LogSegmentLength(), 60);
   EXPECT_EQ(log.NumLogSegmentsPerHour(), 60);
-  struct {
-    int n, len;
-  } rows[] = {{120, 30}, {1, 3600}, {7, 514}, {32, 112}, {96, 38}};
-  for (auto r : rows) {
-    log.NumLogSegmentsPerHour(r.n);
-    EXPECT_EQ(log.LogSegmentLength(), r.len) << r.n;
+  for (auto [n, iLen] : {std::pair{120, 30}, {1, 3600}, {7, 514}, {32, 112}, {96, 38}}) {
+    log.NumLogSegmentsPerHour(n);
+    EXPECT_EQ(log.LogSegmentLength(), iLen) << n;
   }
   log.NumLogSegmentsPerHour(121);
   EXPECT_EQ(log.NumLogSegmentsPerHour(), 120);
@@ -154,14 +146,10 @@ TEST_F(HourLogTest, LineGoesToTheHourOfTheClock) {
   EXPECT_EQ(ReadFile("drive_d/Kestrane/Logger3/20100314/1300/130000.LOG"),
             "13:07:09 Converted 130000A.wav\r\n13:07:09 second\r\n");
   EXPECT_EQ(ReadFile("drive_d/Kestrane/Logger3/20100314/1300/130000.arc.LOG"), "13:07:09 archive line\r\n");
-}
-
-TEST_F(HourLogTest, MissingFoldersLoseTheLineQuietly) {
+  // Missing folders lose the line quietly.
   Clock::SetFixed(VbDate::DateSerial(2010, 3, 14) + VbDate::TimeSerial(14, 0, 0));
-  CLog log;
   log.AddToServerLog("D:\\Kestrane\\Gone", "x", "");
   EXPECT_FALSE(std::filesystem::exists(DriveD("Kestrane/Gone")));
-  std::filesystem::create_directories(DriveD("Kestrane/Logger3/20100314/1300"));
   log.AddToServerLog("D:\\Kestrane\\Logger3", "x", "");
   EXPECT_FALSE(std::filesystem::exists(DriveD("Kestrane/Logger3/20100314/1400")));
 }

@@ -11,7 +11,7 @@ class PeriodsTest : public ConfigTest {
   std::string File() const { return PathIn("Kestrane.ini"); }
 };
 
-TEST_F(PeriodsTest, NewObjectHasNoAudioInEachPeriod) {
+TEST_F(PeriodsTest, NewObjectHasNoAudioAndItsCopySharesNothing) {
   ClogPeriods p;
   for (int i = 0; i < 3; ++i) {
     ASSERT_TRUE(p.Period(i)) << i;
@@ -20,6 +20,14 @@ TEST_F(PeriodsTest, NewObjectHasNoAudioInEachPeriod) {
   EXPECT_THROW(p.Period(3), RaisedError);
   EXPECT_THROW(p.Period(-1), RaisedError);
   EXPECT_EQ(p.FormatName(), "");
+  // A copy shares nothing.
+  p.FormatName("A");
+  auto c = p.Copy();
+  EXPECT_EQ(c->FormatName(), "A");
+  for (int i = 0; i < 3; ++i) EXPECT_NE(c->Period(i), p.Period(i));
+  auto before = p.Period(1);
+  c->Period(1, nullptr);
+  EXPECT_EQ(p.Period(1), before);
 }
 
 TEST_F(PeriodsTest, LoadUsesTheLettersOfTheFormatNumber) {
@@ -44,17 +52,6 @@ TEST_F(PeriodsTest, SaveThenLoad) {
   q.Load(File(), 0);
   EXPECT_EQ(q.FormatName(), "Air");
   for (int i = 0; i < 3; ++i) EXPECT_EQ(q.Period(i)->FormatType(), p.Period(i)->FormatType());
-}
-
-TEST_F(PeriodsTest, CopySharesNothing) {
-  ClogPeriods p;
-  p.FormatName("A");
-  auto c = p.Copy();
-  EXPECT_EQ(c->FormatName(), "A");
-  for (int i = 0; i < 3; ++i) EXPECT_NE(c->Period(i), p.Period(i));
-  auto before = p.Period(1);
-  c->Period(1, nullptr);
-  EXPECT_EQ(p.Period(1), before);
 }
 
 TEST(PeriodLettersTest, UpperForNamesLowerForTheRest) {

@@ -32,6 +32,11 @@ TEST_F(SettingsFileTest, MissingFileLeavesDefaultsOnlyWithTheDefaultsBit) {
   EXPECT_NE(Trace().find("Exit CLog::LoadLog (kestrane.ini does not exist)"), std::string::npos);
   CLog c;
   EXPECT_FALSE(c.LoadLog("", 15));
+  // The file's name in another case is found.
+  WriteFile("drive_d/Kestrane/Logger3/KESTRANE.INI", "[General]\r\nName=Upper\r\n");
+  CLog d;
+  EXPECT_TRUE(d.LoadLog(kPath, 2));
+  EXPECT_EQ(d.Name(), "Upper");
 }
 
 TEST_F(SettingsFileTest, TypicalFile) {
@@ -229,13 +234,6 @@ TEST_F(SettingsFileTest, AvailableLogsAbsentOrOddlyFormed) {
   log.LoadFirstLastLog(kPath);
   EXPECT_EQ(*log.FirstLog, LogInfo(-1, -1, -1));
   EXPECT_EQ(*log.LastLog, LogInfo(40255, 3, 0));  // hour 99 carried into the days
-}
-
-TEST_F(SettingsFileTest, NameInAnotherCaseIsFound) {
-  WriteFile("drive_d/Kestrane/Logger3/KESTRANE.INI", "[General]\r\nName=Upper\r\n");
-  CLog log;
-  EXPECT_TRUE(log.LoadLog(kPath, 2));
-  EXPECT_EQ(log.Name(), "Upper");
 }
 
 TEST_F(SettingsFileTest, HostileFilesNeverStopTheLoad) {

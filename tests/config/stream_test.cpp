@@ -45,6 +45,13 @@ TEST_F(StreamTest, AbsentKeyGivesDefaultsAndIsDisabled) {
   EXPECT_EQ(s.LogPath(), "D:\\Kestrane\\Logger5");
   EXPECT_EQ(s.DirLogPath, "\\\\" + OsInfo::ComputerName() + "\\Kestrane\\Logger5");
   EXPECT_EQ(s.SoundCardDevNum(), 3);  // smaller of 5 and the device count
+  // Only the last seven characters "Logger0" make a path a placeholder.
+  s.LogPath("E:\\Old\\Logger10");
+  s.logNum(4);
+  EXPECT_EQ(s.LogPath(), "E:\\Old\\Logger10");
+  s.LogPath("E:\\Old\\Logger0");
+  s.logNum(4);
+  EXPECT_EQ(s.LogPath(), "D:\\Kestrane\\Logger4");
 }
 
 TEST_F(StreamTest, StoredValuesAreRead) {
@@ -65,15 +72,12 @@ TEST_F(StreamTest, StoredValuesAreRead) {
             std::tuple(false, 100, 2, true, 22050, 1, 1, 1));
   s.logNum(2);  // a real path is not a placeholder
   EXPECT_EQ(s.LogPath(), "E:\\Audio");
-}
-
-TEST_F(StreamTest, OtherRootAndSoundcardBeyondTheDevices) {
+  // Another root; a sound card beyond the devices.
   WriteRegistry("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Test\\Logger1]\r\n\"Enabled\"=dword:00000001\r\n"
                 "\"Soundcard\"=dword:00000009\r\n");
-  CStream s;
-  s.Load(1, "SOFTWARE\\Test");
-  EXPECT_TRUE(s.Enabled());
-  EXPECT_EQ(s.SoundCardDevNum(), 0);
+  CStream t;
+  t.Load(1, "SOFTWARE\\Test");
+  EXPECT_EQ(std::tuple(t.Enabled(), t.SoundCardDevNum()), std::tuple(true, 0));
 }
 
 TEST_F(StreamTest, BadChannelModeIsRaisedAfterTheOtherValues) {
@@ -84,22 +88,11 @@ TEST_F(StreamTest, BadChannelModeIsRaisedAfterTheOtherValues) {
     s.Load(1, "");
     FAIL() << "no error";
   } catch (const RaisedError& e) {
-    EXPECT_EQ(e.Number, static_cast<int32_t>(0x80040001u));
-    EXPECT_EQ(e.Source, "StreamInfo.ChannelMode");
-    EXPECT_EQ(e.Description, "Channel Mode 7 is not valid!");
+    EXPECT_EQ(std::tuple(e.Number, e.Source, e.Description),
+              std::tuple(static_cast<int32_t>(0x80040001u), "StreamInfo.ChannelMode", "Channel Mode 7 is not valid!"));
   }
   EXPECT_TRUE(s.Enabled());
   EXPECT_EQ(s.ChannelMode(), 2);  // left from the defaults
-}
-
-TEST_F(StreamTest, PlaceholderIsTheLastSevenCharacters) {
-  CStream s;
-  s.LogPath("E:\\Old\\Logger10");
-  s.logNum(4);
-  EXPECT_EQ(s.LogPath(), "E:\\Old\\Logger10");
-  s.LogPath("E:\\Old\\Logger0");
-  s.logNum(4);
-  EXPECT_EQ(s.LogPath(), "D:\\Kestrane\\Logger4");
 }
 
 TEST_F(StreamTest, SetterRules) {

@@ -1,6 +1,5 @@
 #include "support/FileHelper.h"
 
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <filesystem>

@@ -1,7 +1,6 @@
 // Temporary names, whole-file reads and writes, and the small helpers.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fmt/format.h>

@@ -2,7 +2,6 @@
 // fresh root and read the tree back the way the processor does: through the logger list,
 // the settings classes, the folder search and the audio classes.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <set>
 #include <thread>
 
 #include "audio/AudioFormatHelpers.h"
@@ -38,16 +36,23 @@ std::vector<std::string> Names(const std::string& sFolder) {
   return a;
 }
 
-// Reads a whole file in the memory format (44100 Hz stereo 16 bits) through the audio
-// class the processor would choose for it.
-std::vector<int16_t> ReadPcm(const std::string& sFile) {
+// Opens a file for reading in the memory format (44100 Hz stereo 16 bits) through the
+// audio class the processor would choose for it; null if that fails.
+std::shared_ptr<IAudioFile> OpenRead(const std::string& sFile, std::shared_ptr<IAudioFormat>* pFormat = nullptr) {
   auto oFormat = ChooseAudioClass(FormatTypeFromFile(sFile));
   auto oFile = std::dynamic_pointer_cast<IAudioFile>(oFormat);
-  std::vector<int16_t> a;
-  if (!oFile) return a;
+  if (pFormat) *pFormat = oFormat;
+  if (!oFile) return nullptr;
   oFile->SetBufLenSecs(1.0);
   oFile->SetMemFormat(GetMemFormat());
-  if (oFile->OpenAudioFile(sFile, AudioFileRead) != 0) return a;
+  return oFile->OpenAudioFile(sFile, AudioFileRead) == 0 ? oFile : nullptr;
+}
+
+// A whole file's samples in the memory format.
+std::vector<int16_t> ReadPcm(const std::string& sFile) {
+  std::vector<int16_t> a;
+  auto oFile = OpenRead(sFile);
+  if (!oFile) return a;
   std::vector<int16_t> aBuf(44100 * 2 + 64);
   for (;;) {
     int32_t n = oFile->ReadAudioData(aBuf.data(), 1.0f);
@@ -224,12 +229,9 @@ TEST_F(CaptureSimTest, AudioIsInTheRecordedFormatAndOfTheAskedLength) {
     EXPECT_NEAR(GetAudioLengthSecs(sFile), 2.5, 0.06);
     // The file opens in the class of its extension and is already in the logger's
     // recorded format: the processor sees it as period 0 of its output.
-    auto oIn = ChooseAudioClass(FormatTypeFromFile(sFile));
-    auto oInFile = std::dynamic_pointer_cast<IAudioFile>(oIn);
+    std::shared_ptr<IAudioFormat> oIn;
+    auto oInFile = OpenRead(sFile, &oIn);
     ASSERT_TRUE(oInFile);
-    oInFile->SetBufLenSecs(1.0);
-    oInFile->SetMemFormat(GetMemFormat());
-    ASSERT_EQ(oInFile->OpenAudioFile(sFile, AudioFileRead), 0);
     auto oPeriod0 = oLog.AudioFormat(oLog.GetAudioFileOutputNum(sName))->Period(0);
     EXPECT_TRUE(oIn->IsSameFormat(oPeriod0.get()));
     oInFile->CloseAudioFile();

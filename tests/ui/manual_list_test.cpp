@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <QComboBox>
 #include <QDateEdit>
 #include <QLabel>
 #include <QLineEdit>
@@ -8,9 +7,6 @@
 #include <QPushButton>
 #include <QTimer>
 #include <QToolButton>
-
-#include <memory>
-#include <string>
 
 #include "engine/frmProcessLogs.h"
 #include "hours/CProcessEntryList.h"
@@ -34,13 +30,12 @@ TEST_F(ManualListTest, TheDialogHasItsLayoutAndCannotBeSized) {
   EXPECT_EQ(oDialog.windowTitle(), "Build a Manual Processing List");
   EXPECT_EQ(oDialog.size(), QSize(518, 394));
   EXPECT_EQ(oDialog.minimumSize(), oDialog.maximumSize());
-  EXPECT_EQ(oDialog.SSTab3->TabCaption(), "Log");
-  EXPECT_EQ(oDialog.SSTab4->TabCaption(), "Processing List");
   EXPECT_EQ(oDialog.ListView1->parentWidget(), oDialog.SSTab4.Get());
   // Element 0 of each array is on the "Start Hour" tab, element 1 on "End Hour".
   const TabFrame* apTabs[2] = {oDialog.SSTab1.Get(), oDialog.SSTab2.Get()};
-  EXPECT_EQ(apTabs[0]->TabCaption(), "Start Hour");
-  EXPECT_EQ(apTabs[1]->TabCaption(), "End Hour");
+  EXPECT_EQ(std::tuple(oDialog.SSTab3->TabCaption(), oDialog.SSTab4->TabCaption(), apTabs[0]->TabCaption(),
+                       apTabs[1]->TabCaption()),
+            std::tuple("Log", "Processing List", "Start Hour", "End Hour"));
   for (int i = 0; i < 2; ++i) {
     SCOPED_TRACE(i);
     EXPECT_EQ(oDialog.DTPicker1[i]->parentWidget(), apTabs[i]);
@@ -50,9 +45,8 @@ TEST_F(ManualListTest, TheDialogHasItsLayoutAndCannotBeSized) {
     EXPECT_TRUE(oDialog.lblColon[i]->font().bold());
     EXPECT_EQ(oDialog.txtHour[i]->geometry(), QRect(144, 68, 21, 21));
   }
-  EXPECT_EQ(oDialog.cmdAddRange->text(), ">>");
-  EXPECT_EQ(oDialog.cmdAddRange->toolTip(), "Add Range Start -> End to the list");
-  EXPECT_EQ(oDialog.cmdAddEnd->toolTip(), "Add End Hour to the List");
+  EXPECT_EQ(std::tuple(oDialog.cmdAddRange->text(), oDialog.cmdAddRange->toolTip(), oDialog.cmdAddEnd->toolTip()),
+            std::tuple(">>", "Add Range Start -> End to the list", "Add End Hour to the List"));
   EXPECT_EQ(oDialog.cmdCancel->geometry(), QRect(433, 364, 81, 25));
 }
 

@@ -9,13 +9,7 @@
 #include "ui/UiTestUtil.h"
 
 namespace {
-
-QMessageBox::StandardButtons ButtonsOf(const QMessageBox& oBox) { return oBox.standardButtons(); }
-
-QMessageBox::StandardButton DefaultOf(const QMessageBox& oBox) {
-  return oBox.standardButton(const_cast<QMessageBox&>(oBox).defaultButton());
-}
-
+QMessageBox::StandardButton DefaultOf(QMessageBox& oBox) { return oBox.standardButton(oBox.defaultButton()); }
 }  // namespace
 
 class QtMsgBoxTest : public ::testing::Test {
@@ -28,15 +22,15 @@ TEST_F(QtMsgBoxTest, TheStyleValueGivesIconButtonsAndDefault) {
   auto pClose = QtMsgBox::Build("Are you sure you want to close the Log Processor?", vbYesNo | vbQuestion,
                                 "knlogproc");
   EXPECT_EQ(pClose->icon(), QMessageBox::Question);
-  EXPECT_EQ(ButtonsOf(*pClose), QMessageBox::Yes | QMessageBox::No);
+  EXPECT_EQ(pClose->standardButtons(), QMessageBox::Yes | QMessageBox::No);
   EXPECT_EQ(DefaultOf(*pClose), QMessageBox::Yes);
-  EXPECT_EQ(pClose->text(), "Are you sure you want to close the Log Processor?");
-  EXPECT_EQ(pClose->windowTitle(), "knlogproc");
+  EXPECT_EQ(std::tuple(pClose->text(), pClose->windowTitle()),
+            std::tuple("Are you sure you want to close the Log Processor?", "knlogproc"));
   EXPECT_EQ(pClose->windowModality(), Qt::ApplicationModal);
 
   auto pCritical = QtMsgBox::Build("There is already a copy of the Log Processor running!", vbCritical, "t");
   EXPECT_EQ(pCritical->icon(), QMessageBox::Critical);
-  EXPECT_EQ(ButtonsOf(*pCritical), QMessageBox::Ok);
+  EXPECT_EQ(pCritical->standardButtons(), QMessageBox::Ok);
 
   auto pSecond = QtMsgBox::Build("x", vbYesNo | vbExclamation | vbDefaultButton2, "t");
   EXPECT_EQ(pSecond->icon(), QMessageBox::Warning);
@@ -44,12 +38,12 @@ TEST_F(QtMsgBoxTest, TheStyleValueGivesIconButtonsAndDefault) {
 
   auto pCancel = QtMsgBox::Build("x", 3 | vbInformation, "t");
   EXPECT_EQ(pCancel->icon(), QMessageBox::Information);
-  EXPECT_EQ(ButtonsOf(*pCancel), QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
+  EXPECT_EQ(pCancel->standardButtons(), QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
   EXPECT_EQ(pCancel->standardButton(pCancel->escapeButton()), QMessageBox::Cancel);
 
   auto pRetry = QtMsgBox::Build("x", 5, "t");
   EXPECT_EQ(pRetry->icon(), QMessageBox::NoIcon);
-  EXPECT_EQ(ButtonsOf(*pRetry), QMessageBox::Retry | QMessageBox::Cancel);
+  EXPECT_EQ(pRetry->standardButtons(), QMessageBox::Retry | QMessageBox::Cancel);
   // A box's markup characters are shown as they stand.
   EXPECT_EQ(QtMsgBox::Build("<b>x</b>", 0, "t")->textFormat(), Qt::PlainText);
 }

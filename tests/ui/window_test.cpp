@@ -122,7 +122,7 @@ TEST_F(WindowTest, LoadShowsTheClosedBoxInTheMiddleOfTheScreenAndItCannotBeSized
 
 // ---- The work list.
 
-TEST_F(WindowTest, TheListShowsTheEnginesRowsInItsOrderWithTheSortColumnHidden) {
+TEST_F(WindowTest, TheListShowsTheEnginesRowsInOrderAndCaptionsAreText) {
   MakeForm();
   ProbeWindow& w = *m_pWindow;
   QTreeView& oView = *w.lvwItems.Get();
@@ -173,12 +173,8 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInItsOrderWithTheSortColumnHidden) 
   oRows.Clear();
   w.RowsChanged();
   EXPECT_EQ(oModel.rowCount(), 0);
-}
 
-// Captions are text, never markup; the bars keep to 0..100.
-TEST_F(WindowTest, CaptionsAreTextAndBarsStayInRange) {
-  MakeForm();
-  ProbeWindow& w = *m_pWindow;
+  // Captions are text, never markup; the bars keep to 0..100.
   w.SetCurrentFileCaption("<b>130000A.wav</b> - 2026-11-20 13:00:00");
   EXPECT_EQ(w.lblCurrentFile->textFormat(), Qt::PlainText);
   EXPECT_EQ(w.lblCurrentFile->text(), "<b>130000A.wav</b> - 2026-11-20 13:00:00");
@@ -199,19 +195,14 @@ TEST_F(WindowTest, ClosingDuringACycleAsksAndOnlyYesEndsIt) {
   AnswerBoxes(vbNo);
   EXPECT_FALSE(w.close());
   EXPECT_EQ(m_aAsked, std::vector<std::string>{"Are you sure you want to close the Log Processor?|36"});
-  EXPECT_TRUE(w.isVisible());
-  EXPECT_FALSE(m_pForm->m_bShutdown);
-  EXPECT_FALSE(m_pForm->m_bUnloadRequested);
-  EXPECT_TRUE(m_pForm->tmrPrepareLists.isActive());
+  EXPECT_EQ(std::tuple(w.isVisible(), m_pForm->m_bShutdown, m_pForm->m_bUnloadRequested, m_pForm->tmrPrepareLists.isActive()),
+            std::tuple(true, false, false, true));
 
   // Yes: the window stays until the running timer brings the form down.
   AnswerBoxes(vbYes);
   EXPECT_FALSE(w.close());
-  EXPECT_EQ(m_aAsked.size(), 2u);
-  EXPECT_TRUE(w.isVisible());
-  EXPECT_TRUE(m_pForm->m_bShutdown);
-  EXPECT_TRUE(m_pForm->m_bUnloadRequested);
-  EXPECT_FALSE(m_bUnloaded);
+  EXPECT_EQ(std::tuple(m_aAsked.size(), w.isVisible(), m_pForm->m_bShutdown, m_pForm->m_bUnloadRequested, m_bUnloaded),
+            std::tuple(2u, true, true, true, false));
   m_pForm->tmrPrepareLists.start(0);
   ASSERT_TRUE(RunUntil([&] { return m_bUnloaded; }));
   EXPECT_FALSE(w.isVisible());
@@ -246,37 +237,23 @@ class OpenWindowTest : public WindowTest {
   // The horizontal positions that Form_Resize sets, for a client width.
   void ExpectHorizontal(int SW) {
     ProbeWindow& w = *m_pWindow;
-    EXPECT_EQ(w.SSTab2.Left(), SW - 60 - 1290);
-    EXPECT_EQ(w.SSTab1.Width(), SW - 120);
-    EXPECT_EQ(w.fraActive.Width(), SW - 120 - 330);
     for (const TwipControl* p : std::initializer_list<const TwipControl*>{&w.prgLog, &w.Label3, &w.prgFile, &w.Label2, &w.Label5, &w.lvwItems})
       EXPECT_EQ(p->Left(), 0);
-    EXPECT_EQ(w.prgLog.Width(), SW - 450);
-    EXPECT_EQ(w.prgFile.Width(), SW - 450);
-    EXPECT_EQ(w.lvwItems.Width(), SW - 450);
-    EXPECT_EQ(w.lblCurrentFile.Left(), 2175);
-    EXPECT_EQ(w.lblCurrentFile.Width(), SW - 450 - 2175);
-    EXPECT_EQ(w.picDone.Width(), SW - 120 - 360);
-    EXPECT_EQ(w.cmdRestart.Left(), SW - 480 - 735);
+    EXPECT_EQ(std::tuple(w.SSTab2.Left(), w.SSTab1.Width(), w.fraActive.Width(), w.picDone.Width(), w.cmdRestart.Left()),
+              std::tuple(SW - 60 - 1290, SW - 120, SW - 120 - 330, SW - 120 - 360, SW - 480 - 735)) << SW;
+    EXPECT_EQ(std::tuple(w.prgLog.Width(), w.prgFile.Width(), w.lvwItems.Width(), w.lblCurrentFile.Left(), w.lblCurrentFile.Width()),
+              std::tuple(SW - 450, SW - 450, SW - 450, 2175, SW - 450 - 2175)) << SW;
   }
   // The vertical positions, for a client height.
   void ExpectVertical(int SH) {
     ProbeWindow& w = *m_pWindow;
-    EXPECT_EQ(w.SSTab2.Height(), SH - 120);
-    EXPECT_EQ(w.picActions.Height(), SH - 120 - 600);
-    EXPECT_EQ(w.SSTab1.Height(), SH - 120);
+    EXPECT_EQ(std::tuple(w.SSTab2.Height(), w.picActions.Height(), w.SSTab1.Height(), w.lvwItems.Top(), w.lvwItems.Height(),
+                         w.picDone.Height(), w.cmdRestart.Top()),
+              std::tuple(SH - 120, SH - 120 - 600, SH - 120, 0, SH - 1980, SH - 120 - 600, SH - 720 - 735)) << SH;
     const int iFrame = SH - 120 - 585;
-    EXPECT_EQ(w.fraActive.Height(), iFrame);
-    EXPECT_EQ(w.prgLog.Top(), iFrame - 255);
-    EXPECT_EQ(w.Label3.Top(), iFrame - 465);
-    EXPECT_EQ(w.prgFile.Top(), iFrame - 720);
-    EXPECT_EQ(w.Label2.Top(), iFrame - 930);
-    EXPECT_EQ(w.Label5.Top(), iFrame - 1185);
-    EXPECT_EQ(w.lblCurrentFile.Top(), iFrame - 1215);
-    EXPECT_EQ(w.lvwItems.Top(), 0);
-    EXPECT_EQ(w.lvwItems.Height(), SH - 1980);
-    EXPECT_EQ(w.picDone.Height(), SH - 120 - 600);
-    EXPECT_EQ(w.cmdRestart.Top(), SH - 720 - 735);
+    EXPECT_EQ(std::tuple(w.fraActive.Height(), w.prgLog.Top(), w.Label3.Top(), w.prgFile.Top(), w.Label2.Top(), w.Label5.Top(),
+                         w.lblCurrentFile.Top()),
+              std::tuple(iFrame, iFrame - 255, iFrame - 465, iFrame - 720, iFrame - 930, iFrame - 1185, iFrame - 1215)) << SH;
   }
 };
 
