@@ -165,8 +165,7 @@ TEST_F(CaptureSimTest, FoldersAndSegmentsCarryTheCaptureNamesUpToThePresentMomen
   ASSERT_TRUE(oLog.LoadLog("D:\\Kestrane\\Logger1", 15));
   auto li = oLog.GetLIFromFileName(Logger(1, "20100313/1300/130000.inf"));
   ASSERT_TRUE(li);
-  EXPECT_EQ(li->Date, 40250);
-  EXPECT_EQ(li->Hour, 13);
+  EXPECT_EQ(*li, LogInfo(40250, 13, 0));
   EXPECT_EQ(oLog.GetAudioFileOutputNum("134500B.mp2"), 1);
   FileHelper::FindHandle h = 0;
   std::vector<std::string> aGroup;
@@ -204,15 +203,13 @@ TEST_F(CaptureSimTest, HourInfoFilesHoldTheHourPlusTheLoggersHours) {
   CHourlyInf oInf;
   oInf.FileName(sInf1);
   ASSERT_TRUE(oInf.StandardPoint() && oInf.ArchivePoint() && oInf.DeletePoint());
-  EXPECT_EQ(oInf.SegmentsInHour(), 4);
-  EXPECT_EQ(oInf.LogSegmentLength(), 900);
+  EXPECT_EQ(std::tuple(oInf.SegmentsInHour(), oInf.LogSegmentLength()), std::tuple(4, 900));
   EXPECT_EQ(*oInf.StandardPoint(), LogInfo(40251, 8, 0));
   EXPECT_EQ(*oInf.ArchivePoint(), LogInfo(40252, 2, 0));
   EXPECT_EQ(*oInf.DeletePoint(), LogInfo(40252, 18, 0));
   CHourlyInf oNever;
   oNever.FileName(sInf2);
-  EXPECT_EQ(oNever.StandardPoint()->Date, -1);
-  EXPECT_EQ(oNever.DeletePoint()->Date, 0);
+  EXPECT_EQ(std::tuple(oNever.StandardPoint()->Date, oNever.DeletePoint()->Date), std::tuple(-1, 0));
 }
 
 TEST_F(CaptureSimTest, AudioIsInTheRecordedFormatAndOfTheAskedLength) {
@@ -331,7 +328,6 @@ TEST_F(CaptureSimTest, ListenPrintsWhatArrivesForTheCaptureHandler) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   size_t iActive = sOut.find(" ACTIVE3\n"), iIdle = sOut.find(" IDLE\n");
-  ASSERT_NE(iActive, std::string::npos) << sOut;
   ASSERT_NE(iIdle, std::string::npos) << sOut;
-  EXPECT_LT(iActive, iIdle);
+  EXPECT_LT(iActive, iIdle) << sOut;  // and ACTIVE3 was there
 }

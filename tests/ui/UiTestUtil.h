@@ -48,10 +48,6 @@ inline bool RunUntil(const std::function<bool()>& pred, int iMs = 5000) {
   return true;
 }
 
-inline void RunFor(int iMs) {
-  RunUntil([] { return false; }, iMs);
-}
-
 // The registry of a machine with iLoggers loggers under D:\Kestrane\LoggerN, and the
 // timer intervals of the processor.
 inline std::string RegistryWithLoggers(int iLoggers, int iPrepareMs, int iProcessMs) {
