@@ -237,7 +237,7 @@ TEST_P(AudioAcmForeign, FilesOfTheReferenceToolsReadToTheRightLength) {
   EXPECT_NEAR(audiotest::Pitch(audiotest::Channel(aBack, 2, 0), 44100), 440.0, 2.0);
 }
 
-const char* kSine = "-f lavfi -i sine=frequency=440:duration=1:sample_rate=";
+const std::string kFfmpeg = "ffmpeg -nostdin -v error -f lavfi -i sine=frequency=440:duration=1:sample_rate=";
 INSTANTIATE_TEST_SUITE_P(
     Tools, AudioAcmForeign,
     ::testing::Values(
@@ -245,12 +245,9 @@ INSTANTIATE_TEST_SUITE_P(
         ForeignCase{"sox_ima", "sox -n -r 22050 -c 2 -e ima-adpcm $OUT synth 1 sine 440", 22050, 2, 17},
         ForeignCase{"sox_ms", "sox -n -r 11025 -c 1 -e ms-adpcm $OUT synth 1 sine 440", 11025, 1, 2},
         ForeignCase{"sox_pcm8", "sox -n -r 8000 -c 1 -b 8 -e unsigned $OUT synth 1 sine 440", 8000, 1, 1},
-        ForeignCase{"ffmpeg_pcm",
-                    std::string("ffmpeg -nostdin -v error ") + kSine + "44100 -ac 2 -c:a pcm_s16le $OUT", 44100, 2, 1},
-        ForeignCase{"ffmpeg_ima",
-                    std::string("ffmpeg -nostdin -v error ") + kSine + "22050 -c:a adpcm_ima_wav $OUT", 22050, 1, 17},
-        ForeignCase{"ffmpeg_ms",
-                    std::string("ffmpeg -nostdin -v error ") + kSine + "44100 -ac 2 -c:a adpcm_ms $OUT", 44100, 2, 2}),
+        ForeignCase{"ffmpeg_pcm", kFfmpeg + "44100 -ac 2 -c:a pcm_s16le $OUT", 44100, 2, 1},
+        ForeignCase{"ffmpeg_ima", kFfmpeg + "22050 -c:a adpcm_ima_wav $OUT", 22050, 1, 17},
+        ForeignCase{"ffmpeg_ms", kFfmpeg + "44100 -ac 2 -c:a adpcm_ms $OUT", 44100, 2, 2}),
     [](const auto& i) { return i.param.sName; });
 
 // ------------------------------------------------------------------ damaged files

@@ -257,8 +257,7 @@ TEST_F(NctTest, DirectWritesRenameAtClose) {
   EXPECT_EQ(static_cast<unsigned char>(a[32]) | (static_cast<unsigned char>(a[33]) << 8), 512);
 }
 
-TEST_F(NctTest, NothingWrittenLeavesNoFile) {
-  std::vector<std::string> before;
+TEST_F(NctTest, NothingWrittenOrAnAbandonedIndirectWriteLeavesNoFile) {
   {
     CAudioNCT o;
     o.SetFileFormat(FormatMP2, 44100, 128, 2, 17);
@@ -275,6 +274,18 @@ TEST_F(NctTest, NothingWrittenLeavesNoFile) {
     WriteInPieces(o, MemTone(0.5));
   }
   EXPECT_NEAR(GetAudioLengthSecs(P("d.mp2")), 0.5, 0.1);
+  // An indirect write that is never closed leaves neither the final file nor its WAV.
+  std::string sTemp;
+  {
+    CAudioNCT o;
+    o.SetWriteIndirect(true);
+    o.SetFileFormat(FormatMP3, 44100, 128, 2, 17);
+    ASSERT_EQ(o.OpenAudioFile(P("x.mp3"), AudioFileWrite), 0);
+    WriteInPieces(o, MemTone(0.3));
+    sTemp = o.RecordedFileName();
+  }
+  EXPECT_FALSE(fs::exists(sTemp));
+  EXPECT_FALSE(fs::exists(P("x.mp3")));
 }
 
 TEST_F(NctTest, WriteFailuresReportByResult) {
@@ -354,20 +365,6 @@ TEST_F(NctTest, IndirectWritesRunTheCopier) {
   }
 }
 
-// An indirect write that is never closed leaves neither the final file nor its WAV.
-TEST_F(NctTest, AbandonedIndirectWriteLeavesNothing) {
-  std::string sTemp;
-  {
-    CAudioNCT o;
-    o.SetWriteIndirect(true);
-    o.SetFileFormat(FormatMP3, 44100, 128, 2, 17);
-    ASSERT_EQ(o.OpenAudioFile(P("x.mp3"), AudioFileWrite), 0);
-    WriteInPieces(o, MemTone(0.3));
-    sTemp = o.RecordedFileName();
-  }
-  EXPECT_FALSE(fs::exists(sTemp));
-  EXPECT_FALSE(fs::exists(P("x.mp3")));
-}
 
 TEST_F(NctTest, GetAudioLengthSecs) {
   WriteFile("empty.wav", "");
