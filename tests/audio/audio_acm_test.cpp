@@ -207,7 +207,8 @@ TEST_P(AudioAcmForeign, FilesOfTheReferenceToolsReadToTheRightLength) {
   sCmd.replace(sCmd.find("$OUT"), 4, "'" + sOut + "'");
   ASSERT_EQ(RunProgram(sCmd), 0) << sCmd;
   std::string s = audiotest::ReadAll(sOut);
-  // A LIST chunk behind "data" as well, as some editors leave one.
+  // ffmpeg writes a LIST chunk before "data"; add one behind it as well, as some
+  // editors leave one there.
   const std::string sList = "LIST" + audiotest::U32(13) + "INFOISFT" + audiotest::U32(5) + "abcde";
   s += sList + '\0';
   s.replace(4, 4, audiotest::U32(static_cast<uint32_t>(s.size() - 8)));
