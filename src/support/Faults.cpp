@@ -50,19 +50,19 @@ void LoadFromEnvironment() {
     size_t eq = item.find('=');
     if (eq == std::string::npos) continue;
     std::string point = item.substr(0, eq);
-    std::string spec = item.substr(eq + 1);
+    std::string sFault = item.substr(eq + 1);
     int skip = 0, count = -1;
-    size_t x = spec.find('x');
+    size_t x = sFault.find('x');
     if (x != std::string::npos) {
-      count = std::atoi(spec.c_str() + x + 1);
-      spec.erase(x);
+      count = std::atoi(sFault.c_str() + x + 1);
+      sFault.erase(x);
     }
-    size_t at = spec.find('@');
+    size_t at = sFault.find('@');
     if (at != std::string::npos) {
-      skip = std::atoi(spec.c_str() + at + 1);
-      spec.erase(at);
+      skip = std::atoi(sFault.c_str() + at + 1);
+      sFault.erase(at);
     }
-    ArmLocked(point, ErrnoByName(spec), skip, count);
+    ArmLocked(point, ErrnoByName(sFault), skip, count);
   }
 }
 
