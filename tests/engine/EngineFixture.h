@@ -29,12 +29,7 @@ class EngineFixture : public TempRootTest {
   void SetUp() override {
     TempRootTest::SetUp();
     proctest::App();
-    DebugLog::ResetForTesting();
-    AppGlobal::SetDebugMode(5);
-    AppGlobal::SetCommandLine("");
-    sLogListLoc = kDefaultLogListLoc;
-    UseExceptionHandler = false;
-    Clock::SetFixed(VbDate::Make({2026, 11, 23, 10, 5, 0}));
+    proctest::ResetEngineState("");
     LogList().Clear();
     ASSERT_TRUE(m_oCapture.Bind(kCaptureHandler));
   }

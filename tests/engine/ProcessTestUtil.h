@@ -16,9 +16,26 @@
 #include "audio/CAudioACM.h"
 #include "common/TempRoot.h"
 #include "config/ClogPeriods.h"
+#include "engine/Globals.h"
 #include "engine/IProcessorView.h"
+#include "support/AppGlobal.h"
+#include "support/Clock.h"
+#include "support/DebugMsg.h"
+#include "support/VbDate.h"
 
 namespace proctest {
+
+// The engine's global state as each test starts it: a fresh trace at level 5, the given
+// command line, the default logger list, no crash filter, the clock fixed at Monday
+// 23 November 2026, 10:05.
+inline void ResetEngineState(const std::string& sCommandLine) {
+  DebugLog::ResetForTesting();
+  AppGlobal::SetDebugMode(5);
+  AppGlobal::SetCommandLine(sCommandLine);
+  sLogListLoc = kDefaultLogListLoc;
+  UseExceptionHandler = false;
+  Clock::SetFixed(VbDate::Make({2026, 11, 23, 10, 5, 0}));
+}
 
 // The application object the engine's timers need, made once.
 inline QCoreApplication& App() {

@@ -11,6 +11,7 @@
 #include "support/VbDate.h"
 #include "ui/TabFrame.h"
 #include "ui/ProbeWindow.h"
+#include "engine/ProcessTestUtil.h"
 #include "ui/UiTestUtil.h"
 
 class WindowTest : public TempRootTest {
@@ -18,12 +19,7 @@ class WindowTest : public TempRootTest {
   void SetUp() override {
     TempRootTest::SetUp();
     UiApp();
-    DebugLog::ResetForTesting();
-    AppGlobal::SetDebugMode(5);
-    AppGlobal::SetCommandLine("");
-    sLogListLoc = kDefaultLogListLoc;
-    UseExceptionHandler = false;
-    Clock::SetFixed(VbDate::Make({2026, 11, 23, 10, 5, 0}));
+    proctest::ResetEngineState("");
   }
   void TearDown() override {
     if (m_pForm) m_pForm->SetView(nullptr);
