@@ -14,6 +14,9 @@
 #include <ctime>
 #include <random>
 
+#include <linux/fs.h>
+#include <sys/syscall.h>
+
 #include "support/AppGlobal.h"
 #include "support/DebugMsg.h"
 #include "support/Faults.h"
@@ -226,4 +229,29 @@ int WriteFileAtomically(const std::string& sPath, const std::string& sContent) {
     return e;
   }
   return SyncPath(sFolder, O_RDONLY | O_DIRECTORY);
+}
+
+int RenameNoReplace(const std::string& sFrom, const std::string& sTo) {
+  if (sFrom.empty() || sTo.empty()) return ENOENT;
+  if (::syscall(SYS_renameat2, AT_FDCWD, sFrom.c_str(), AT_FDCWD, sTo.c_str(), RENAME_NOREPLACE) == 0)
+    return 0;
+  const int e = errno;
+  if (e != EINVAL && e != ENOSYS) return e;
+  // The file system has no no-replace rename: a hard link fails on an existing name too.
+  if (::link(sFrom.c_str(), sTo.c_str()) == 0) {
+    if (::unlink(sFrom.c_str()) != 0) {
+      const int eu = errno;
+      ::unlink(sTo.c_str());
+      return eu;
+    }
+    return 0;
+  }
+  if (errno == EEXIST) return EEXIST;
+  if (errno != EPERM && errno != EOPNOTSUPP && errno != EXDEV) return errno;
+  // Neither (a FAT or network share): look just before renaming. Only this program renames
+  // inside a logger's hour, so the window between the look and the rename is its own.
+  struct stat st {};
+  if (::lstat(sTo.c_str(), &st) == 0) return EEXIST;
+  if (std::rename(sFrom.c_str(), sTo.c_str()) != 0) return errno;  // NoReplace: checked above
+  return 0;
 }

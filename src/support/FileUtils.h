@@ -25,3 +25,8 @@ void RemoveAtomicLeftovers(const std::string& sPath);
 int ReadWholeFile(const std::string& sPath, std::string& sContent);
 // fsync of a file and of its folder. 0 on success, else an errno value.
 int SyncFileAndFolder(const std::string& sPath);
+// Renames sFrom to sTo, never replacing a file that is already at sTo: EEXIST then, and
+// both files stay as they were. Uses renameat2(RENAME_NOREPLACE); on a file system
+// without it, a hard link and an unlink (or, where links are refused too, a check of the
+// name just before a plain rename). 0 on success, else an errno value.
+int RenameNoReplace(const std::string& sFrom, const std::string& sTo);

@@ -118,6 +118,18 @@ TEST_F(FileUtilsTest, AtomicWriteReplacesKeepsModeAndFollowsLinks) {
   EXPECT_EQ(Entries("w"), 2u);
 }
 
+TEST_F(FileUtilsTest, RenameNoReplaceNeverReplacesAFile) {
+  WriteFile("h/std.wav", "converted");
+  WriteFile("h/000000A.wav", "recording");
+  EXPECT_EQ(RenameNoReplace(PathIn("h/std.wav"), PathIn("h/000000A.wav")), EEXIST);
+  EXPECT_EQ(ReadFile("h/std.wav"), "converted");
+  EXPECT_EQ(ReadFile("h/000000A.wav"), "recording");
+  ASSERT_EQ(RenameNoReplace(PathIn("h/std.wav"), PathIn("h/000000B.wav")), 0);
+  EXPECT_EQ(ReadFile("h/000000B.wav"), "converted");
+  EXPECT_FALSE(fs::exists(PathIn("h/std.wav")));
+  EXPECT_EQ(RenameNoReplace(PathIn("h/gone.wav"), PathIn("h/x.wav")), ENOENT);
+}
+
 TEST_F(FileUtilsTest, FailedAtomicWriteKeepsTheOldFile) {
   WriteFile("w/x.ini", "old");
   Faults::Arm("file.rename", EIO, 0, 1);
