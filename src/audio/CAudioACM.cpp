@@ -655,7 +655,7 @@ int32_t CAudioACM::CloseAudioFile() {
       FileHelper::DeleteFile(m_sRecordedFileName);
     } else {
       DebugMsg("Rename " + m_sRecordedFileName + " to " + m_sAudioFileName, 5);
-      if (std::rename(m_sRecordedFileName.c_str(), m_sAudioFileName.c_str()) == 0)
+      if (RenameNoReplace(m_sRecordedFileName, m_sAudioFileName) == 0)
         SyncFileAndFolder(m_sAudioFileName);
     }
   }

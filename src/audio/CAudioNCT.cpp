@@ -391,7 +391,7 @@ int32_t CAudioNCT::CloseAudioFile() {
     }
     if (bWriting && bFinished && m_iSamples != 0 && !m_sRecordedFileName.empty()) {
       DebugMsg("Rename " + m_sRecordedFileName + " to " + m_sAudioFileName, 5, 0);
-      std::rename(m_sRecordedFileName.c_str(), m_sAudioFileName.c_str());
+      RenameNoReplace(m_sRecordedFileName, m_sAudioFileName);
     } else if (bWriting && m_iSamples == 0 && !m_sRecordedFileName.empty()) {
       DebugMsg("Samples = 0.  Kill " + m_sRecordedFileName, 5, 0);
       FileHelper::DeleteFile(m_sRecordedFileName);

@@ -386,7 +386,7 @@ int32_t CAudioWMA::CloseAudioFile() {
     m_aPending.clear();
     if (bWriting && bFinished && m_oAudioFile->TotalSamples() != 0 && !m_sRecordedFileName.empty()) {
       DebugMsg("Rename " + m_sRecordedFileName + " to " + m_sAudioFileName, 5, 0);
-      std::rename(m_sRecordedFileName.c_str(), m_sAudioFileName.c_str());
+      RenameNoReplace(m_sRecordedFileName, m_sAudioFileName);
     } else if (bWriting && m_oAudioFile->TotalSamples() == 0 && !m_sRecordedFileName.empty()) {
       FileHelper::DeleteFile(m_sRecordedFileName);
     }

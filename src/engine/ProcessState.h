@@ -32,6 +32,9 @@ struct ProcessState {
   // progress: the copier takes its format text.
   std::shared_ptr<IAudioFormat> OutFileFormat;
   int32_t iFileTolerance = 0;  // milliseconds
+  // The hour log line of a read or write of the current file that failed; empty while
+  // none has. Such a file is rejected whatever its length.
+  std::string sFileFailure;
 
   // The running file search of the group, alive from the group's first file to its end.
   FileHelper::FindHandle hGroupFind = 0;

@@ -33,6 +33,12 @@ struct PrepareState;
 struct ProcessState;
 class CLogProcessEntry;
 
+// Removes the temporary files that this program's writers and copier runs left in the
+// folder when they were cut off (the audio classes' "LOG<hex>.<ext>" files and the
+// copier's ".std<name>.shuttle-XXXXXX" / ".arc..." files). Only while no conversion of
+// this program is under way in it. Returns the number removed.
+int RemoveAbandonedTemporaries(const std::string& sFolder);
+
 class frmProcessLogs : public QObject, public IAudioFileEventSink {
   Q_OBJECT
 
@@ -154,8 +160,25 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   void RunConversion();
   void PassOver(const std::string& sPath);
   void RemoveFile(const std::string& sPath);
-  void RejectFile(const std::string& sSource, const std::string& sOutPath, double dExpect, double dActual);
+  // Keeps the source, removes the converted file (unless "/SAVEARCS"), flags the group
+  // and says why.
+  void RejectFile(const std::string& sSource, const std::string& sOutPath, std::string sWhy);
   void ReplaceFile(const std::string& sSource, const std::string& sOutPath);
+  // A line in the hour log and on the journal (and the trace). bKeepsHourDue also flags
+  // the group, so that the hour's point stays.
+  void ReportFailure(const std::string& sLine, bool bKeepsHourDue = true);
+  // The format that the current entry's action gives the file of that name; null when
+  // the name is no segment of the logger.
+  std::shared_ptr<IAudioFormat> TargetFormatOf(const std::string& sFile);
+  // The name that a converted file takes: the source's base name, the output's extension.
+  static std::string FinalNameOf(const std::string& sFile, const std::string& sOutFile);
+  // True when sFinal (in the hour folder) is held by something other than sFile itself.
+  bool NameTakenByAnother(const std::string& sFile, const std::string& sFinal);
+  // Renames audio within the hour folder, never over another file. 0 or an errno value.
+  int32_t RenameAudio(const std::string& sFrom, const std::string& sTo);
+  // Empty when the leftover converted file sPath of segment sSource opens in the
+  // action's target format and holds audio; else why not.
+  std::string WhyLeftoverIsNotAudio(const std::string& sPath, const std::string& sSource);
   void ReleaseFileObjects();
   float GetFileTolerance(IAudioFormat& oFormat);
 

@@ -6,8 +6,15 @@
 // No audio is lost on any path: the converted file lies beside the source under its
 // "std"/"arc" name until it has been closed, flushed to disk and measured; only then is
 // the source deleted. A length that can't be read (-1) on either side rejects the file.
+// The final name is never taken from another file: a name in use rejects the file, and
+// the rename itself refuses to replace.
+//
+// A segment that can't be converted (its source doesn't open or read, its output can't
+// be made or written) flags the group, so that the hour stays due and is tried again in
+// the next cycle; the hour log and the journal say which file and why.
 #include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -36,17 +43,27 @@
 #include "support/Faults.h"
 #include "support/FileHelper.h"
 #include "support/FileUtils.h"
+#include "support/Journal.h"
 #include "support/OsInfo.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr const char* kAccuracyKey = "SOFTWARE\\Norvane\\Kestrane v4";
 
-// Renames a file within its folder. 0 on success, else an errno value.
-int32_t RenameFile(const std::string& sFrom, const std::string& sTo) {
-  if (int e = Faults::Hit("file.rename")) return e;
-  if (std::rename(sFrom.c_str(), sTo.c_str()) != 0) return errno;
-  return 0;
+// Why a file that its audio class would not open can't be read: the system's reason
+// when the file itself can't be opened, else the class's result.
+std::string OpenFailureReason(const std::string& sPath, int32_t lResult) {
+  struct stat oStat {};
+  if (::lstat(sPath.c_str(), &oStat) != 0) return Win32Helper::ErrorText(errno);
+  if (!S_ISREG(oStat.st_mode)) return "it is not a regular file";
+  const int fd = ::open(sPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return Win32Helper::ErrorText(errno);
+  ::close(fd);
+  return fmt::format("it holds no audio that can be read as its name says (error {})", lResult);
 }
 
 int RoundPercent(double dPercent) {
@@ -74,6 +91,66 @@ void frmProcessLogs::ReleaseFileObjects() {
   st.hBuffer.shrink_to_fit();
 }
 
+int32_t frmProcessLogs::RenameAudio(const std::string& sFrom, const std::string& sTo) {
+  if (int e = Faults::Hit("file.rename")) return e;
+  return RenameNoReplace(sFrom, sTo);
+}
+
+void frmProcessLogs::ReportFailure(const std::string& sLine, bool bKeepsHourDue) {
+  ProcessState& st = *m_pProcess;
+  DebugMsg(sLine, -1, 0);
+  auto oLog = st.oEntry ? st.oEntry->Log() : nullptr;
+  if (oLog) oLog->AddToServerLog(st.sLogPath, sLine, "");
+  SayToJournal(bKeepsHourDue ? JournalPriority::Error : JournalPriority::Warning,
+               (oLog ? oLog->Name() + ": " : std::string()) + sLine +
+                   (bKeepsHourDue ? " (the hour stays due and is tried again in the next cycle)" : ""));
+  if (bKeepsHourDue) st.bGroupError = true;
+}
+
+std::shared_ptr<IAudioFormat> frmProcessLogs::TargetFormatOf(const std::string& sFile) {
+  ProcessState& st = *m_pProcess;
+  auto oLog = st.oEntry->Log();
+  try {
+    const int16_t iOutput = oLog->GetAudioFileOutputNum(sFile);
+    auto oPeriods = oLog->AudioFormat(iOutput);
+    auto oPeriod = oPeriods ? oPeriods->Period(st.oEntry->Action()) : nullptr;
+    if (oPeriod) return oPeriod->IAudioFormat_Copy();
+  } catch (const RaisedError& e) {
+    DebugMsg(fmt::format("No output format for {}: {} ({})", sFile, e.Description, e.Number), -1, 0);
+  }
+  return nullptr;
+}
+
+std::string frmProcessLogs::FinalNameOf(const std::string& sFile, const std::string& sOutFile) {
+  return FileHelper::GetFileTitle(sFile) + "." + FileHelper::GetExtension(sOutFile);
+}
+
+bool frmProcessLogs::NameTakenByAnother(const std::string& sFile, const std::string& sFinal) {
+  if (sFinal == sFile) return false;
+  struct stat oStat {};
+  return ::lstat((m_pProcess->sHourFolder + "/" + sFinal).c_str(), &oStat) == 0;
+}
+
+std::string frmProcessLogs::WhyLeftoverIsNotAudio(const std::string& sPath, const std::string& sSource) {
+  auto oTarget = TargetFormatOf(sSource);
+  if (!oTarget || oTarget->FormatType() == FormatNone) return "no audio format of the logger is due for it";
+  const std::string sName = FileHelper::GetFileName(sPath);
+  if (FormatTypeFromFile(sName) != oTarget->FormatType()) return "its extension is not that of the target format";
+  auto oFormat = ChooseAudioClass(FormatTypeFromFile(sName));
+  auto oFile = std::dynamic_pointer_cast<IAudioFile>(oFormat);
+  if (!oFile) return "it is not audio";
+  oFile->SetBufLenSecs(1.0);
+  oFile->SetMemFormat(GetMemFormat());
+  if (int32_t lResult = oFile->OpenAudioFile(sPath, AudioFileRead))
+    return "it does not open as audio: " + OpenFailureReason(sPath, lResult);
+  const bool bSame = oFormat->IsSameFormat(oTarget.get());
+  oFile.reset();
+  oFormat.reset();
+  if (!bSame) return "it is not in the target format";
+  if (!(GetAudioLengthSecs(sPath) > 0)) return "it holds no audio";
+  return "";
+}
+
 void frmProcessLogs::PassOver(const std::string& sPath) {
   DebugMsg("not processing file: " + sPath, -1, 0);
   ReleaseFileObjects();
@@ -84,13 +161,8 @@ void frmProcessLogs::RemoveFile(const std::string& sPath) {
   DebugMsg("Delete file since no output format", -1, 0);
   m_oInFile.reset();
   st.oInFileFormat.reset();
-  if (int32_t lErr = FileHelper::DeleteFile(sPath)) {
-    st.oEntry->Log()->AddToServerLog(st.sLogPath,
-                                     "ERROR deleting file " + sPath + ".  The error description was " +
-                                         Win32Helper::ErrorText(lErr),
-                                     "");
-    st.bGroupError = true;
-  }
+  if (int32_t lErr = FileHelper::DeleteFile(sPath))
+    ReportFailure("ERROR deleting file " + sPath + ".  The error description was " + Win32Helper::ErrorText(lErr));
 }
 
 void frmProcessLogs::ProcessOneFile() {
@@ -107,21 +179,21 @@ void frmProcessLogs::ProcessOneFile() {
 
   DebugMsg("Processing file: " + P, -1, 0);
   DebugMsg("Check File Length", -1, 0);
-  if (FileHelper::FileSize(P) < 0) return PassOver(P);
+  // Only a file named as audio is a segment; anything else of the group drops out here.
+  const bool bAudioName = FormatTypeFromFile(st.sFile) != FormatNone;
+  if (FileHelper::FileSize(P) < 0) {
+    struct stat oStat {};
+    // Gone since the folder was listed: nothing to convert. Still there but no file
+    // (a folder named like a segment): the hour is not in its format.
+    if (bAudioName && ::lstat(P.c_str(), &oStat) == 0)
+      ReportFailure("Cannot open audio file " + P + ": " + OpenFailureReason(P, 0));
+    return PassOver(P);
+  }
 
   // The file's letter picks the logger's output format, the action the period of it. A
   // name without the letter, or a letter beyond the logger's formats, is no segment of
   // this logger: it is passed over like any other file that isn't audio.
-  std::shared_ptr<IAudioFormat> OutFileFormat;
-  try {
-    const int16_t iOutput = oLog->GetAudioFileOutputNum(st.sFile);
-    auto oPeriods = oLog->AudioFormat(iOutput);
-    auto oPeriod = oPeriods ? oPeriods->Period(eAct) : nullptr;
-    if (oPeriod) OutFileFormat = oPeriod->IAudioFormat_Copy();
-  } catch (const RaisedError& e) {
-    DebugMsg(fmt::format("No output format for {}: {} ({})", st.sFile, e.Description, e.Number), -1, 0);
-    return PassOver(P);
-  }
+  std::shared_ptr<IAudioFormat> OutFileFormat = TargetFormatOf(st.sFile);
   if (!OutFileFormat) return PassOver(P);
   if (OutFileFormat->FormatType() == FormatNone) {
     RemoveFile(P);
@@ -132,6 +204,7 @@ void frmProcessLogs::ProcessOneFile() {
   if (!m_oOutFile) return PassOver(P);
   st.sOutFile = std::string(eAct == actStandardise ? "std" : "arc") + FileHelper::GetFileTitle(st.sFile) +
                 "." + FormatTypeExtension(OutFileFormat->FormatType());
+  st.sFileFailure.clear();
 
   DebugMsg("Choose InFile Format class", -1, 0);
   st.oInFileFormat = ChooseAudioClass(FormatTypeFromFile(st.sFile));
@@ -146,6 +219,7 @@ void frmProcessLogs::ProcessOneFile() {
   DebugMsg("Open m_oInFile", -1, 0);
   if (int32_t lResult = m_oInFile->OpenAudioFile(P, AudioFileRead)) {
     DebugMsg(fmt::format("Cannot open {} ({})", P, lResult), -1, 0);
+    ReportFailure("Cannot open audio file " + P + ": " + OpenFailureReason(P, lResult));
     return PassOver(P);
   }
 
@@ -156,6 +230,16 @@ void frmProcessLogs::ProcessOneFile() {
                              " Format " + st.sFile,
                          "");
     DebugMsg("Nope.  No conversion needed", -1, 0);
+    return PassOver(P);
+  }
+
+  // Another file under the final name (a stray of another format) would be lost by the
+  // replace: both stay, and the group waits for the operator.
+  const std::string sFinal = FinalNameOf(st.sFile, st.sOutFile);
+  if (NameTakenByAnother(st.sFile, sFinal)) {
+    SendToCapture("FileArchiveError:" + P);
+    ReportFailure("Cannot rename audio archive file " + st.sOutFile + " to " + sFinal + ": " + sFinal +
+                  " is another file; " + st.sFile + " is kept as it is");
     return PassOver(P);
   }
 
@@ -172,8 +256,16 @@ void frmProcessLogs::ProcessOneFile() {
   m_oOutFile->SetMemFormat(GetMemFormat());
   m_oOutFile->SetBufLenSecs(1.0);
   const std::string sOutPath = st.sHourFolder + "/" + st.sOutFile;
+  errno = 0;
   if (int32_t lResult = m_oOutFile->OpenAudioFile(sOutPath, AudioFileWrite)) {
     DebugMsg(fmt::format("Cannot open {} for writing ({})", sOutPath, lResult), -1, 0);
+    const int iErr = errno;
+    // Whatever the writer made before it gave up is of no use.
+    const std::string sRecorded = m_oOutFile->RecordedFileName();
+    if (!sRecorded.empty() && sRecorded != sOutPath && FileHelper::FileSize(sRecorded) >= 0)
+      FileHelper::DeleteFile(sRecorded);
+    ReportFailure("Cannot create audio file " + sOutPath + ": " +
+                  (iErr ? Win32Helper::ErrorText(iErr) : fmt::format("error {}", lResult)));
     return PassOver(P);
   }
 
@@ -182,7 +274,7 @@ void frmProcessLogs::ProcessOneFile() {
     const size_t lBytes = static_cast<size_t>(st.NormalSecondsToRead * m_oInFile->MemFormat().nAvgBytesPerSec * 2);
     st.hBuffer.assign(lBytes, 0);
   } catch (const std::bad_alloc&) {
-    DebugMsg("Cannot allocate the transfer buffer", -1, 0);
+    ReportFailure("Cannot convert audio file " + P + ": no memory for the transfer buffer");
     return PassOver(P);
   }
 
@@ -228,13 +320,24 @@ void frmProcessLogs::RunConversion() {
       }
       DebugMsg("Read File", 10, 0);
       const int32_t lRead = m_oInFile->ReadAudioData(st.hBuffer.data(), static_cast<float>(dSeconds));
+      if (lRead < 0)
+        st.sFileFailure = fmt::format("Cannot read audio file {}/{}: the read failed (error {})", st.sHourFolder,
+                                      st.sFile, lRead);
       if (lRead <= 0) {
         bEndOfFile = true;
         break;
       }
       DebugMsg("Write File", 10, 0);
-      // A failed write shows in the length check.
-      m_oOutFile->WriteAudioData(st.hBuffer.data(), lRead);
+      // A failed write ends the file: what is missing would be missing for good, even
+      // within the length tolerance.
+      errno = 0;
+      if (int32_t lWritten = m_oOutFile->WriteAudioData(st.hBuffer.data(), lRead); lWritten < 0) {
+        const int iErr = errno;
+        st.sFileFailure = fmt::format("Cannot write audio file {}/{}: {}", st.sHourFolder, st.sOutFile,
+                                      iErr ? Win32Helper::ErrorText(iErr) : fmt::format("error {}", lWritten));
+        bEndOfFile = true;
+        break;
+      }
     }
   } else {
     // Nothing to convert with: the objects are gone.
@@ -252,6 +355,9 @@ void frmProcessLogs::RunConversion() {
     const std::string sRecorded = m_oOutFile->RecordedFileName();
     if (int32_t lClose = m_oOutFile->CloseAudioFile()) {
       DebugMsg(fmt::format("Closing {} failed ({})", st.sOutFile, lClose), -1, 0);
+      if (st.sFileFailure.empty())
+        st.sFileFailure = fmt::format("Cannot write audio file {}/{}: it could not be finished (error {})",
+                                      st.sHourFolder, st.sOutFile, lClose);
       // The unfinished file under the writer's own temporary name is no use to anyone.
       if (!m_bSaveArcs && !sRecorded.empty() && sRecorded != st.sHourFolder + "/" + st.sOutFile &&
           FileHelper::FileSize(sRecorded) >= 0)
@@ -276,55 +382,58 @@ void frmProcessLogs::RunConversion() {
   const std::string sOutPath = st.sHourFolder + "/" + st.sOutFile;
   const double dExpect = GetAudioLengthSecs(P);
   const double dActual = GetAudioLengthSecs(sOutPath);
+  // A read or write that failed is final, whatever the lengths say.
+  if (!st.sFileFailure.empty()) return RejectFile(P, sOutPath, st.sFileFailure);
   const bool bUnreadable = dExpect < 0 || dActual < 0;
   const double dDiffMs = std::fabs(dExpect - dActual) * 1000.0;
-  if (bUnreadable || dDiffMs > st.iFileTolerance) return RejectFile(P, sOutPath, dExpect, dActual);
-  // The converted file must be on disk before the source goes.
-  if (int32_t lSync = SyncFileAndFolder(sOutPath)) {
-    DebugMsg("Cannot flush " + sOutPath + ": " + Win32Helper::ErrorText(lSync), -1, 0);
-    return RejectFile(P, sOutPath, dExpect, dActual);
+  if (bUnreadable || dDiffMs > st.iFileTolerance) {
+    DebugMsg("File not expected size.", -1, 0);
+    DebugMsg(fmt::format("dExpect={}", dExpect), -1, 0);
+    DebugMsg(fmt::format("dActual={}", dActual), -1, 0);
+    const std::string sActual = dActual < 0 ? std::string("no readable audio") : fmt::format("{:.3f} s", dActual);
+    const std::string sExpect = dExpect < 0 ? std::string("no readable audio") : fmt::format("{:.3f} s", dExpect);
+    return RejectFile(P, sOutPath,
+                      "Converted audio file " + st.sOutFile + " does not match its source " + st.sFile + " (" +
+                          sActual + " against " + sExpect + "); the source is kept");
   }
+  // The converted file must be on disk before the source goes.
+  if (int32_t lSync = SyncFileAndFolder(sOutPath))
+    return RejectFile(P, sOutPath, "Cannot write audio file " + sOutPath + ": " + Win32Helper::ErrorText(lSync));
   ReplaceFile(P, sOutPath);
 }
 
-void frmProcessLogs::RejectFile(const std::string& P, const std::string& sOutPath, double dExpect,
-                                double dActual) {
+void frmProcessLogs::RejectFile(const std::string& P, const std::string& sOutPath, std::string sWhy) {
   ProcessState& st = *m_pProcess;
-  DebugMsg("File not expected size.", -1, 0);
-  DebugMsg(fmt::format("dExpect={}", dExpect), -1, 0);
-  DebugMsg(fmt::format("dActual={}", dActual), -1, 0);
+  st.sFileFailure.clear();
   SendToCapture("FileArchiveError:" + P);
+  ReportFailure(sWhy);
   if (!m_bSaveArcs && FileHelper::FileSize(sOutPath) >= 0) {
     if (int32_t lErr = FileHelper::DeleteFile(sOutPath))
       DebugMsg("Cannot delete " + sOutPath + ": " + Win32Helper::ErrorText(lErr), -1, 0);
   }
-  st.bGroupError = true;
 }
 
 void frmProcessLogs::ReplaceFile(const std::string& P, const std::string& sOutPath) {
   ProcessState& st = *m_pProcess;
   auto oLog = st.oEntry->Log();
+  const std::string sFinalName = FinalNameOf(st.sFile, st.sOutFile);
+  const std::string sFinal = st.sHourFolder + "/" + sFinalName;
+  // Checked again: the name may have been taken while the file was converted.
+  if (NameTakenByAnother(st.sFile, sFinalName))
+    return RejectFile(P, sOutPath,
+                      "Cannot rename audio archive file " + st.sOutFile + " to " + sFinalName + ": " + sFinalName +
+                          " is another file; " + st.sFile + " is kept as it is");
   DebugMsg("Remove original file", -1, 0);
   int32_t lDeleteErr = 0;
   if (FileHelper::FileSize(P) >= 0) lDeleteErr = FileHelper::DeleteFile(P);
-  if (lDeleteErr) {
-    oLog->AddToServerLog(st.sLogPath,
-                         "Cannot delete original audio file (will retry later) " + st.sFile + " " +
-                             Win32Helper::ErrorText(lDeleteErr),
-                         "");
-    st.bGroupError = true;
-    return;
-  }
-  const std::string sFinal =
-      st.sHourFolder + "/" + FileHelper::GetFileTitle(st.sFile) + "." + FileHelper::GetExtension(st.sOutFile);
-  if (int32_t lRenameErr = RenameFile(sOutPath, sFinal)) {
-    oLog->AddToServerLog(st.sLogPath,
-                         "Cannot rename audio archive file with archive audio " + st.sOutFile + " " +
-                             Win32Helper::ErrorText(lRenameErr),
-                         "");
-    st.bGroupError = true;
-    return;
-  }
+  if (lDeleteErr)
+    return ReportFailure("Cannot delete original audio file (will retry later) " + st.sFile + " " +
+                         Win32Helper::ErrorText(lDeleteErr));
+  // The source is gone: the audio lives on under the temporary name, and a later run
+  // promotes it once the name is free.
+  if (int32_t lRenameErr = RenameAudio(sOutPath, sFinal))
+    return ReportFailure("Cannot rename audio archive file " + st.sOutFile + " to " + sFinalName + " " +
+                         Win32Helper::ErrorText(lRenameErr));
   SyncFileAndFolder(sFinal);
   oLog->AddToServerLog(st.sLogPath, "Archived audio file " + st.sFile, "");
 }

@@ -11,7 +11,10 @@
 // two differ.
 #include <cmath>
 #include <exception>
+#include <filesystem>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -60,7 +63,61 @@ std::string LogPathOfLogger(int16_t iLogNum) {
 
 std::string TwoDigits(int iValue) { return fmt::format("{:02d}", iValue); }
 
+bool IsUpperHex(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'); }
+bool IsAlnum(char c) { return (c >= '0' && c <= '9') || ((c | 0x20) >= 'a' && (c | 0x20) <= 'z'); }
+
+// "LOG" and 1 to 4 upper-case hexadecimal digits, a dot, and an extension of 1 to 4
+// letters or digits: the names GetTempFile gives this program's writers.
+bool IsWriterTemporary(const std::string& sName) {
+  const size_t iDot = sName.find('.');
+  if (sName.compare(0, 3, "LOG") != 0 || iDot == std::string::npos || iDot < 4 || iDot > 7) return false;
+  for (size_t i = 3; i < iDot; ++i)
+    if (!IsUpperHex(sName[i])) return false;
+  const size_t iExt = sName.size() - iDot - 1;
+  if (iExt < 1 || iExt > 4) return false;
+  for (size_t i = iDot + 1; i < sName.size(); ++i)
+    if (!IsAlnum(sName[i])) return false;
+  return true;
+}
+
+// "." + "std" or "arc" + a segment name + ".shuttle-" + six characters: the copier's
+// file while it writes a converted segment.
+bool IsCopierTemporary(const std::string& sName) {
+  static const std::string kMark = ".shuttle-";
+  if (sName.size() < 1 + 3 + 8 + kMark.size() + 6 || sName[0] != '.') return false;
+  if (sName.compare(1, 3, "std") != 0 && sName.compare(1, 3, "arc") != 0) return false;
+  const size_t iMark = sName.rfind(kMark);
+  if (iMark == std::string::npos || sName.size() - iMark - kMark.size() != 6) return false;
+  for (size_t i = iMark + kMark.size(); i < sName.size(); ++i)
+    if (!IsAlnum(sName[i])) return false;
+  return IsSegmentName(sName.substr(4, iMark - 4));
+}
+
 }  // namespace
+
+int RemoveAbandonedTemporaries(const std::string& sFolder) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  std::vector<std::string> aNames;
+  for (fs::directory_iterator it(sFolder, ec), end; !ec && it != end; it.increment(ec)) {
+    const std::string sName = it->path().filename().string();
+    if (!IsWriterTemporary(sName) && !IsCopierTemporary(sName)) continue;
+    // Only plain files; a link is never followed, and anything else is not ours.
+    std::error_code ecType;
+    if (it->symlink_status(ecType).type() == fs::file_type::regular) aNames.push_back(sName);
+  }
+  int iRemoved = 0;
+  for (const std::string& sName : aNames) {
+    const std::string sPath = sFolder + "/" + sName;
+    if (int32_t lErr = FileHelper::DeleteFile(sPath)) {
+      DebugMsg("Cannot remove abandoned temporary file " + sPath + ": " + Win32Helper::ErrorText(lErr), -1, 0);
+      continue;
+    }
+    DebugMsg("Removed abandoned temporary file " + sPath, -1, 0);
+    ++iRemoved;
+  }
+  return iRemoved;
+}
 
 int frmProcessLogs::LogProgressOf(int32_t iFilesDone) const {
   const ProcessState& st = *m_pProcess;
@@ -148,28 +205,42 @@ void frmProcessLogs::CloseGroupSearch() {
 // A replace that was cut off between the delete of the source and the rename of the
 // converted file (the program was killed) leaves the converted file under its temporary
 // name with no source beside it. That file was complete and checked before the source
-// went, so it is given its final name now.
+// went, so it is given its final name now; but only when it still opens as audio in the
+// action's target format, and never over another file. Anything else stays where it is.
 void frmProcessLogs::FinishInterruptedReplaces(const std::string& sMask) {
   ProcessState& st = *m_pProcess;
   const std::string sPrefix = st.oEntry->Action() == actStandardise ? "std" : "arc";
+  std::vector<std::string> aLeftovers;
   FileHelper::FindHandle hFind = 0;
   for (std::string sName = FileHelper::FindFirst(st.sHourFolder + "/" + sPrefix + sMask + ".*", 0, hFind);
        !sName.empty(); sName = FileHelper::FindNext(hFind)) {
+    if (sName.compare(0, 3, sPrefix) == 0 && IsSegmentName(sName.substr(3))) aLeftovers.push_back(sName);
+  }
+  CloseFind(hFind);
+  for (const std::string& sName : aLeftovers) {
     const std::string sSource = sName.substr(3);
-    if (!IsSegmentName(sSource)) continue;
     const std::string sTitle = FileHelper::GetFileTitle(sSource);
     FileHelper::FindHandle hSource = 0;
     const bool bSourceLeft = !FileHelper::FindFirst(st.sHourFolder + "/" + sTitle + ".*", 0, hSource).empty();
     CloseFind(hSource);
     if (bSourceLeft) continue;
-    const std::string sFinal = st.sHourFolder + "/" + sSource;
-    DebugMsg("Finish interrupted replace: " + sName, -1, 0);
-    if (std::rename((st.sHourFolder + "/" + sName).c_str(), sFinal.c_str()) == 0) {
-      SyncFileAndFolder(sFinal);
-      st.oEntry->Log()->AddToServerLog(st.sLogPath, "Archived audio file " + sSource, "");
+    const std::string sPath = st.sHourFolder + "/" + sName;
+    const std::string sWhy = WhyLeftoverIsNotAudio(sPath, sSource);
+    if (!sWhy.empty()) {
+      ReportFailure("Leftover file " + sName + " is not taken as audio file " + sSource + ": " + sWhy +
+                        "; it is left where it is",
+                    false);
+      continue;
     }
+    DebugMsg("Finish interrupted replace: " + sName, -1, 0);
+    const std::string sFinal = st.sHourFolder + "/" + sSource;
+    if (int32_t lErr = RenameAudio(sPath, sFinal)) {
+      ReportFailure("Cannot rename audio archive file " + sName + " to " + sSource + " " + Win32Helper::ErrorText(lErr));
+      continue;
+    }
+    SyncFileAndFolder(sFinal);
+    st.oEntry->Log()->AddToServerLog(st.sLogPath, "Archived audio file " + sSource, "");
   }
-  CloseFind(hFind);
 }
 
 void frmProcessLogs::StartGroup() {
@@ -197,6 +268,7 @@ void frmProcessLogs::StartGroup() {
                            "Cannot find Audio Files " + sMask + " " + Win32Helper::ErrorText(ENOENT), "");
       return;
     }
+    RemoveAbandonedTemporaries(st.sHourFolder);
     FinishInterruptedReplaces(sMask);
     st.sFile = FileHelper::FindFirst(st.sHourFolder + "/" + sMask + ".*", 0, st.hGroupFind);
     while (!st.sFile.empty() && !IsSegmentName(st.sFile)) st.sFile = FileHelper::FindNext(st.hGroupFind);
@@ -247,6 +319,12 @@ void frmProcessLogs::MarkActionPoint(CLogProcessEntry& oEntry) {
   if (eAct == actArchive) oPoint = oHourInf->ArchivePoint();
   if (eAct == actStandardise) oPoint = oHourInf->StandardPoint();
   if (oPoint) oPoint->Date = -1;
+  // An archived hour is never standardised afterwards: that would convert it back to the
+  // larger standard format.
+  if (eAct == actArchive) {
+    const auto& oStandard = oHourInf->StandardPoint();
+    if (oStandard && oStandard->Date != -1) oStandard->Date = -1;
+  }
   bool bSaved = false;
   try {
     bSaved = oHourInf->Save();
@@ -277,6 +355,8 @@ void frmProcessLogs::DeleteHour() {
   CloseFind(hFind);
 
   if (!lError) {
+    // Files this program abandoned there are no reason to keep the folder.
+    RemoveAbandonedTemporaries(sFolder);
     // A folder that isn't empty stays; the tidy-up takes it later.
     ::rmdir(sFolder.c_str());
     if (st.iRow >= 1 && st.iRow <= lvwItems.Count()) {

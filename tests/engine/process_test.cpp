@@ -2,6 +2,7 @@
 // action point marked, deletes, the failure paths, and the end of the run.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <memory>
@@ -74,6 +75,13 @@ class ProcessTest : public EngineFixture {
     return n;
   }
   std::string HourLog(int iLog) const { return ReadBytes(Dir(iLog, "20261123/1000/100000.LOG")); }
+  // The names in logger iLog's folder of hour 13 on 22 November, dot files too, sorted.
+  std::vector<std::string> HourFolderNames(int iLog) const {
+    std::vector<std::string> a;
+    for (const auto& e : fs::directory_iterator(Dir(iLog, "20261122/1300"))) a.push_back(e.path().filename());
+    std::sort(a.begin(), a.end());
+    return a;
+  }
 
   CountingView m_oView;
 };
@@ -114,15 +122,16 @@ TEST_F(ProcessTest, StandardiseConvertsTheGroupMarksThePointAndEndsTheRun) {
   EXPECT_NE(HourLog(1).find("Audio already in Standard Format 130000A.wav"), std::string::npos);
 }
 
-TEST_F(ProcessTest, AShortConversionIsRejectedAndTheSourceStays) {
+TEST_F(ProcessTest, AFailedWriteRejectsTheFileKeepsTheHourDueAndTheNextCycleFinishes) {
   auto oLog = AddLogger(1);
   const std::string sHour = Dir(1, "20261122/1300/");
   WriteToneWav(sHour + "130000A.wav", 20.0);
   WriteToneWav(sHour + "130100A.wav", 2.0);
-  const std::string sSource = ReadBytes(sHour + "130000A.wav");
+  const std::string sFirst = ReadBytes(sHour + "130000A.wav");
+  const std::string sSecond = ReadBytes(sHour + "130100A.wav");
   AddRow(oLog, "13", actStandardise);
-  // The first tick opens the converted file and converts 7 s; then the disk is full
-  // until the file ends.
+  // The first tick opens the converted file and converts 7 s; then the disk is full for
+  // the rest of the first file and the creation of the second.
   m_pForm->tmrProcess_Timer();
   ASSERT_TRUE(fs::exists(sHour + "130000A.wav"));
   Faults::Arm("audio.write", ENOSPC);
@@ -131,20 +140,25 @@ TEST_F(ProcessTest, AShortConversionIsRejectedAndTheSourceStays) {
   Faults::DisarmAll();
   EXPECT_GT(RunToEnd(), 0);
 
-  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sSource);
-  EXPECT_FALSE(fs::exists(sHour + "std130000A.wav"));
+  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sFirst);
+  EXPECT_EQ(ReadBytes(sHour + "130100A.wav"), sSecond);
+  EXPECT_EQ(HourFolderNames(1), (std::vector<std::string>{"130000.inf", "130000A.wav", "130100A.wav"}));
   EXPECT_TRUE(Heard("FileArchiveError:" + sHour + "130000A.wav"));
-  EXPECT_NE(Trace().find("File not expected size."), std::string::npos);
-  // The next file still ran; the point stays; the row went.
-  EXPECT_EQ(Decode(sHour + "130100A.wav").sCodec, "adpcm_ima_wav");
+  const std::string sLog = HourLog(1);
+  EXPECT_NE(sLog.find("Cannot write audio file " + sHour + "std130000A.wav: No space left on device"),
+            std::string::npos)
+      << sLog;
+  EXPECT_NE(sLog.find("Cannot create audio file " + sHour + "std130100A.wav: No space left on device"),
+            std::string::npos)
+      << sLog;
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "2026-11-22 14:00");
   EXPECT_EQ(m_pForm->lvwItems.Count(), 0);
 
-  // The next cycle converts only what is left.
+  // The next cycle converts both and marks the hour.
   AddRow(oLog, "13", actStandardise);
   EXPECT_GT(RunToEnd(), 0);
   ExpectAudio(sHour + "130000A.wav", "adpcm_ima_wav", 20.0);
-  EXPECT_NE(HourLog(1).find("Audio already in Standard Format 130100A.wav"), std::string::npos);
+  ExpectAudio(sHour + "130100A.wav", "adpcm_ima_wav", 2.0);
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
 }
 
@@ -153,15 +167,17 @@ TEST_F(ProcessTest, SaveArcsKeepsTheRejectedFile) {
   auto oLog = AddLogger(1);
   const std::string sHour = Dir(1, "20261122/1300/");
   WriteToneWav(sHour + "130000A.wav", 20.0);
+  const std::string sSource = ReadBytes(sHour + "130000A.wav");
   AddRow(oLog, "13", actArchive);
-  // Two writes in the middle of the file fail: 2 s are missing, beyond the tolerance,
-  // but the file itself is finished.
+  // Two writes in the middle of the file fail; what was written before stays for a look.
   m_pForm->tmrProcess_Timer();
   Faults::Arm("audio.write", ENOSPC, 0, 2);
   EXPECT_GT(RunToEnd(), 0);
-  EXPECT_TRUE(fs::exists(sHour + "arc130000A.wav"));
-  EXPECT_NEAR(Decode(sHour + "arc130000A.wav").dSeconds, 18.0, 0.05);
-  EXPECT_EQ(Decode(sHour + "130000A.wav").sCodec, "pcm_s16le");
+  const Decoded oKept = Decode(sHour + "arc130000A.wav");
+  EXPECT_EQ(oKept.sCodec, "adpcm_ima_wav");
+  EXPECT_GE(oKept.dSeconds, 6.9);
+  EXPECT_LT(oKept.dSeconds, 19.0);
+  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sSource);
   EXPECT_EQ(IniValue(sHour + "130000.inf", "ArchiveAudioAt"), "2026-11-23 00:00");
 }
 
@@ -242,4 +258,166 @@ TEST_F(ProcessTest, ShutdownInTheMiddleOfAFileLeavesTheSourceAndEndsTheRun) {
   EXPECT_EQ(HourLog(1).find("Finished Archiving Audio"), std::string::npos);
   EXPECT_TRUE(Heard("IDLE"));
   EXPECT_EQ(Trace().find("Start PerformFolderTidyup"), std::string::npos);
+}
+
+// A file in another format under a segment's name: its converted file would take the name
+// of a recording that is there already. Both recordings stay, whether the name is taken
+// before the conversion starts or while it runs.
+TEST_F(ProcessTest, AConvertedFileNeverTakesTheNameOfAnotherRecording) {
+  auto oLog = AddLogger(1);
+  const std::string sHour = Dir(1, "20261122/1300/");
+  WriteToneWav(sHour + "130000A.wav", 2.0);
+  AddRow(oLog, "13", actStandardise);
+  ASSERT_GT(RunToEnd(), 0);
+  ASSERT_EQ(Decode(sHour + "130000A.wav").sCodec, "adpcm_ima_wav");
+  const std::string sStandard = ReadBytes(sHour + "130000A.wav");
+  ASSERT_EQ(RunProgram("ffmpeg -hide_banner -nostdin -y -f lavfi -i sine=frequency=330:duration=3 -ac 2 -ar 44100 '" +
+                       sHour + "130000A.mp3'"),
+            0);
+  ASSERT_EQ(RunProgram("ffmpeg -hide_banner -nostdin -y -f lavfi -i sine=frequency=550:duration=20 -ac 2 -ar 44100 '" +
+                       sHour + "130100A.mp3'"),
+            0);
+  const std::string sStray = ReadBytes(sHour + "130000A.mp3");
+  const std::string sLong = ReadBytes(sHour + "130100A.mp3");
+  WriteInf(sHour + "130000.inf", "2026-11-22 14:00", "2026-11-23 00:00", "2026-12-22 00:00");
+
+  AddRow(oLog, "13", actStandardise);
+  // The first tick refuses the stray at once and starts on 130100A.mp3; then a recording
+  // appears under the name that its converted file would take.
+  m_pForm->tmrProcess_Timer();
+  ASSERT_NE(Trace().find("Start converting audio file"), std::string::npos);
+  ASSERT_TRUE(fs::exists(sHour + "130100A.mp3"));
+  WriteBytes(sHour + "130100A.wav", sStandard);
+  testing::internal::CaptureStderr();
+  EXPECT_GT(RunToEnd(), 0);
+  const std::string sJournal = testing::internal::GetCapturedStderr();
+
+  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sStandard);
+  EXPECT_EQ(ReadBytes(sHour + "130000A.mp3"), sStray);
+  EXPECT_EQ(ReadBytes(sHour + "130100A.wav"), sStandard);
+  EXPECT_EQ(ReadBytes(sHour + "130100A.mp3"), sLong);
+  EXPECT_EQ(HourFolderNames(1),
+            (std::vector<std::string>{"130000.inf", "130000A.mp3", "130000A.wav", "130100A.mp3", "130100A.wav"}));
+  const std::string sLog = HourLog(1);
+  for (const char* sName : {"130000A", "130100A"}) {
+    EXPECT_NE(sLog.find(std::string("Cannot rename audio archive file std") + sName + ".wav to " + sName + ".wav"),
+              std::string::npos)
+        << sLog;
+    EXPECT_TRUE(Heard("FileArchiveError:" + sHour + sName + ".mp3"));
+  }
+  EXPECT_EQ(sLog.find("Archived audio file 130100A.mp3"), std::string::npos) << sLog;
+  EXPECT_NE(sJournal.find("<3>knlogproc: Logger 1: Cannot rename audio archive file std130100A.wav to 130100A.wav"),
+            std::string::npos)
+      << sJournal;
+  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "2026-11-22 14:00");
+}
+
+// The converted file that a crash left without its source is given the segment's name only
+// when it is audio of the action's format; a file that merely has such a name stays.
+TEST_F(ProcessTest, ALeftoverIsPromotedOnlyWhenItIsAudioOfTheTargetFormat) {
+  auto oLog = AddLogger(1);
+  const std::string sHour = Dir(1, "20261122/1300/");
+  WriteToneWav(sHour + "130100A.wav", 2.0);
+  AddRow(oLog, "13", actStandardise);
+  ASSERT_GT(RunToEnd(), 0);
+  // Killed between the delete of the source and the rename: only the converted file is left.
+  fs::rename(sHour + "130100A.wav", sHour + "std130100A.wav");
+  const std::string sConverted = ReadBytes(sHour + "std130100A.wav");
+  const std::string sNote = "Not audio: a note left by the station crew";
+  WriteBytes(sHour + "std130000A.wav", sNote);
+  WriteToneWav(sHour + "std130200A.wav", 2.0);  // audio, but not of the standard format
+  WriteToneWav(sHour + "arc130300A.wav", 2.0);  // the leftover of another action
+  const std::string sRecorded = ReadBytes(sHour + "std130200A.wav");
+  WriteInf(sHour + "130000.inf", "2026-11-22 14:00", "2026-11-23 00:00", "2026-12-22 00:00");
+
+  AddRow(oLog, "13", actStandardise);
+  EXPECT_GT(RunToEnd(), 0);
+
+  EXPECT_EQ(ReadBytes(sHour + "130100A.wav"), sConverted);
+  EXPECT_EQ(ReadBytes(sHour + "std130000A.wav"), sNote);
+  EXPECT_EQ(ReadBytes(sHour + "std130200A.wav"), sRecorded);
+  EXPECT_EQ(HourFolderNames(1), (std::vector<std::string>{"130000.inf", "130100A.wav", "arc130300A.wav",
+                                                          "std130000A.wav", "std130200A.wav"}));
+  const std::string sLog = HourLog(1);
+  EXPECT_NE(sLog.find("Archived audio file 130100A.wav"), std::string::npos) << sLog;
+  EXPECT_EQ(sLog.find("Archived audio file 130000A.wav"), std::string::npos) << sLog;
+  EXPECT_EQ(sLog.find("Archived audio file 130200A.wav"), std::string::npos) << sLog;
+  EXPECT_NE(sLog.find("Leftover file std130000A.wav is not taken as audio file 130000A.wav"), std::string::npos)
+      << sLog;
+  EXPECT_NE(sLog.find("Leftover file std130200A.wav is not taken as audio file 130200A.wav: it is not in the target "
+                      "format"),
+            std::string::npos)
+      << sLog;
+}
+
+// A segment that doesn't open, and one whose converted file can't be created, keep the
+// hour due; the next cycle, with the causes gone, finishes it.
+TEST_F(ProcessTest, ASegmentThatCannotBeConvertedKeepsTheHourDueUntilItIs) {
+  auto oLog = AddLogger(1);
+  const std::string sHour = Dir(1, "20261122/1300/");
+  WriteBytes(sHour + "130000A.wav", "this is no RIFF file");
+  WriteToneWav(sHour + "130100A.wav", 2.0);
+  AddRow(oLog, "13", actStandardise);
+  testing::internal::CaptureStderr();
+  EXPECT_GT(RunToEnd(), 0);
+  const std::string sJournal = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), "this is no RIFF file");
+  EXPECT_EQ(Decode(sHour + "130100A.wav").sCodec, "adpcm_ima_wav");
+  EXPECT_NE(HourLog(1).find("Cannot open audio file " + sHour + "130000A.wav: it holds no audio"), std::string::npos)
+      << HourLog(1);
+  EXPECT_NE(sJournal.find("<3>knlogproc: Logger 1: Cannot open audio file " + sHour + "130000A.wav"),
+            std::string::npos)
+      << sJournal;
+  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "2026-11-22 14:00");
+
+  // The recording is there now, but its converted file can't be created (the second
+  // audio open of the run: the first reads the source).
+  WriteToneWav(sHour + "130000A.wav", 3.0);
+  const std::string sSource = ReadBytes(sHour + "130000A.wav");
+  Faults::Arm("audio.open", EROFS, 1, 1);
+  AddRow(oLog, "13", actStandardise);
+  EXPECT_GT(RunToEnd(), 0);
+  Faults::DisarmAll();
+  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sSource);
+  EXPECT_EQ(HourFolderNames(1), (std::vector<std::string>{"130000.inf", "130000A.wav", "130100A.wav"}));
+  EXPECT_NE(HourLog(1).find("Cannot create audio file " + sHour + "std130000A.wav: "), std::string::npos)
+      << HourLog(1);
+  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "2026-11-22 14:00");
+
+  AddRow(oLog, "13", actStandardise);
+  EXPECT_GT(RunToEnd(), 0);
+  ExpectAudio(sHour + "130000A.wav", "adpcm_ima_wav", 3.0);
+  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
+}
+
+// Temporary files of this program's writers and copier runs that were cut off go at the
+// next run of their hour, a conversion or a delete; look-alikes and links stay.
+TEST_F(ProcessTest, AbandonedTemporaryFilesGoAtTheNextRunOfTheirHour) {
+  auto oLog = AddLogger(1);
+  const std::string sHour = Dir(1, "20261122/1300/");
+  WriteToneWav(sHour + "130000A.wav", 1.0);
+  const std::vector<std::string> aOurs = {"LOG1A2B.wav", "LOGFFFF.mp3", "LOG7.TMP", ".std130000A.mp2.shuttle-Ab12Cd",
+                                          ".arc130000A.ogg.shuttle-x9Y8z7"};
+  for (const std::string& s : aOurs) WriteBytes(sHour + s, "cut off");
+  const std::vector<std::string> aOthers = {"LOGBOOK.wav", "LOG12345.wav", ".std130000A.mp2.shuttle-Ab1",
+                                            ".std1300A.mp2.shuttle-Ab12Cd", "notes.txt"};
+  for (const std::string& s : aOthers) WriteBytes(sHour + s, "keep");
+  WriteBytes(PathIn("outside/LOG9.wav"), "not in the tree");
+  fs::create_symlink(PathIn("outside/LOG9.wav"), sHour + "LOG9.wav");
+  AddRow(oLog, "13", actStandardise);
+  EXPECT_GT(RunToEnd(), 0);
+  for (const std::string& s : aOurs) EXPECT_FALSE(fs::exists(sHour + s)) << s;
+  for (const std::string& s : aOthers) EXPECT_EQ(ReadBytes(sHour + s), "keep") << s;
+  EXPECT_TRUE(fs::is_symlink(sHour + "LOG9.wav"));
+  EXPECT_EQ(ReadBytes(PathIn("outside/LOG9.wav")), "not in the tree");
+  EXPECT_EQ(Decode(sHour + "130000A.wav").sCodec, "adpcm_ima_wav");
+
+  // A delete leaves no folder behind for them.
+  const std::string sOld = Dir(1, "20261122/0500/");
+  WriteToneWav(sOld + "050000A.wav", 0.5);
+  WriteBytes(sOld + "LOG2C.wav", "cut off");
+  WriteBytes(sOld + ".arc050000A.mp2.shuttle-abcdef", "cut off");
+  AddRow(oLog, "05", actDelete);
+  EXPECT_GT(RunToEnd(), 0);
+  EXPECT_FALSE(fs::exists(sOld));
 }
