@@ -32,6 +32,7 @@
 #include "support/DebugMsg.h"
 #include "support/FileHelper.h"
 #include "support/FileUtils.h"
+#include "support/Journal.h"
 #include "support/Machine.h"
 #include "support/OsInfo.h"
 
@@ -178,10 +179,9 @@ void frmProcessLogs::tmrProcess_Timer() {
         ProcessOneFile();
       } catch (const std::exception& e) {
         // Nothing of the file was touched yet; it and its hour are tried again later.
-        DebugMsg(std::string("Cannot process ") + st.sFile + ": " + e.what(), -1, 0);
         ReleaseFileObjects();
         st.bFileInProgress = false;
-        st.bGroupError = true;
+        ReportFailure("Cannot process audio file " + st.sHourFolder + "/" + st.sFile + ": " + e.what());
       }
     } else {
       EndGroup();
@@ -257,6 +257,9 @@ void frmProcessLogs::StartGroup() {
     // No loaded logger has the number: nothing can be converted, and the hour must not
     // be marked as done.
     DebugMsg(fmt::format("No logger numbered {} is loaded", oLog->logNum()), -1, 0);
+    SayToJournal(JournalPriority::Error,
+                 fmt::format("{}: no loaded logger is numbered {}; its hour {} stays due", oLog->Name(),
+                             oLog->logNum(), oEntry.ActionDateString()));
     st.bGroupError = true;
     return;
   }
@@ -331,7 +334,13 @@ void frmProcessLogs::MarkActionPoint(CLogProcessEntry& oEntry) {
   } catch (const std::exception& e) {
     DebugMsg(std::string("Cannot save the hour info file: ") + e.what(), -1, 0);
   }
-  if (!bSaved) DebugMsg("Group error: the hour info file was not saved: " + oHourInf->FileName(), -1, 0);
+  if (!bSaved) {
+    const std::string sLine = "Cannot save hour info file " + oHourInf->FileName() + "; the hour stays due";
+    DebugMsg("Group error: the hour info file was not saved: " + oHourInf->FileName(), -1, 0);
+    auto oLog = oEntry.Log();
+    if (oLog) oLog->AddToServerLog(m_pProcess->sLogPath, sLine, "");
+    SayToJournal(JournalPriority::Error, (oLog ? oLog->Name() + ": " : std::string()) + sLine);
+  }
 }
 
 void frmProcessLogs::DeleteHour() {

@@ -122,7 +122,45 @@ TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndTheRestOfTheHourIsConverted
   EXPECT_EQ(sTrace.find(sHour + "1307000A.wav"), std::string::npos);
   // The truncated segment is converted with all the audio it held, and no more.
   ExpectAudio(sHour + "130800A.wav", "adpcm_ima_wav", 1.0);
+  // A segment that is no audio keeps the hour due, and says so.
+  EXPECT_NE(HourLog(1).find(" Cannot open audio file " + sHour + "130500A.wav: "), std::string::npos) << HourLog(1);
+  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), kPast);
+}
+
+TEST_F(ProcessRunTest, AnHourArchivedWhileAlsoDueForStandardIsNeverStandardisedAfterwards) {
+  AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17))});
+  WriteRegistry();
+  AddHour(1, "20261122", "13", kPast, kPast, kLater, 2, 2.0);
+  const std::string sHour = In(1, "20261122/1300/");
+  ASSERT_TRUE(RunProcessor());
+  const std::string sArchived = ReadBytes(sHour + "130000A.wav");
+  EXPECT_EQ(Decode(sHour + "130000A.wav").iChannels, 1);
+  EXPECT_EQ(IniValue(sHour + "130000.inf", "ArchiveAudioAt"), "-1");
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
+
+  ASSERT_TRUE(RunProcessor());
+  EXPECT_TRUE(ReadBytes(sHour + "130000A.wav") == sArchived) << "130000A.wav changed";
+  const std::string sLog = HourLog(1);
+  EXPECT_EQ(sLog.find("Start Processing Hour 2026-11-22 13:00"), sLog.rfind("Start Processing Hour 2026-11-22 13:00"))
+      << sLog;
+}
+
+TEST_F(ProcessRunTest, CopierLeftoversThatAreNoAudioStayAndItsCutOffFilesGo) {
+  AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatMP2, 44100, 128, 2))});
+  WriteRegistry();
+  AddHour(1, "20261115", "09", "-1", kPast, kLater, 1, 2.0);
+  const std::string sHour = In(1, "20261115/0900/");
+  // A note under a converted file's name without its source, and a copier run cut off.
+  proctest::WriteBytes(sHour + "arc090100A.mp2", "41 bytes of text that are not any audio.");
+  proctest::WriteBytes(sHour + ".arc090000A.mp2.shuttle-Qw3rT9", "half a file");
+  ASSERT_TRUE(RunProcessor());
+  EXPECT_EQ(ReadBytes(sHour + "arc090100A.mp2"), "41 bytes of text that are not any audio.");
+  EXPECT_FALSE(std::filesystem::exists(sHour + "090100A.mp2"));
+  EXPECT_FALSE(std::filesystem::exists(sHour + ".arc090000A.mp2.shuttle-Qw3rT9"));
+  EXPECT_NEAR(Decode(sHour + "090000A.mp2").dSeconds, 2.0, 0.15);
+  EXPECT_NE(HourLog(1).find(" Leftover file arc090100A.mp2 is not taken as audio file 090100A.mp2: "),
+            std::string::npos)
+      << HourLog(1);
 }
 
 TEST_F(ProcessRunTest, AFullDiskRejectsTheFileKeepsTheSourceAndTheNextRunFinishes) {

@@ -140,8 +140,8 @@ TEST_F(ProcessTest, AFailedWriteRejectsTheFileKeepsTheHourDueAndTheNextCycleFini
   Faults::DisarmAll();
   EXPECT_GT(RunToEnd(), 0);
 
-  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sFirst);
-  EXPECT_EQ(ReadBytes(sHour + "130100A.wav"), sSecond);
+  EXPECT_TRUE(ReadBytes(sHour + "130000A.wav") == sFirst) << "130000A.wav changed";
+  EXPECT_TRUE(ReadBytes(sHour + "130100A.wav") == sSecond) << "130100A.wav changed";
   EXPECT_EQ(HourFolderNames(1), (std::vector<std::string>{"130000.inf", "130000A.wav", "130100A.wav"}));
   EXPECT_TRUE(Heard("FileArchiveError:" + sHour + "130000A.wav"));
   const std::string sLog = HourLog(1);
@@ -177,7 +177,7 @@ TEST_F(ProcessTest, SaveArcsKeepsTheRejectedFile) {
   EXPECT_EQ(oKept.sCodec, "adpcm_ima_wav");
   EXPECT_GE(oKept.dSeconds, 6.9);
   EXPECT_LT(oKept.dSeconds, 19.0);
-  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sSource);
+  EXPECT_TRUE(ReadBytes(sHour + "130000A.wav") == sSource) << "130000A.wav changed";
   EXPECT_EQ(IniValue(sHour + "130000.inf", "ArchiveAudioAt"), "2026-11-23 00:00");
 }
 
@@ -253,7 +253,7 @@ TEST_F(ProcessTest, ShutdownInTheMiddleOfAFileLeavesTheSourceAndEndsTheRun) {
   m_pForm->tmrProcess_Timer();
   m_pForm->m_bShutdown = true;
   EXPECT_EQ(RunToEnd(), 1);
-  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sSource);
+  EXPECT_TRUE(ReadBytes(sHour + "130000A.wav") == sSource) << "130000A.wav changed";
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "2026-11-22 14:00");
   EXPECT_EQ(HourLog(1).find("Finished Archiving Audio"), std::string::npos);
   EXPECT_TRUE(Heard("IDLE"));
@@ -292,10 +292,10 @@ TEST_F(ProcessTest, AConvertedFileNeverTakesTheNameOfAnotherRecording) {
   EXPECT_GT(RunToEnd(), 0);
   const std::string sJournal = testing::internal::GetCapturedStderr();
 
-  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sStandard);
-  EXPECT_EQ(ReadBytes(sHour + "130000A.mp3"), sStray);
-  EXPECT_EQ(ReadBytes(sHour + "130100A.wav"), sStandard);
-  EXPECT_EQ(ReadBytes(sHour + "130100A.mp3"), sLong);
+  EXPECT_TRUE(ReadBytes(sHour + "130000A.wav") == sStandard) << "130000A.wav changed";
+  EXPECT_TRUE(ReadBytes(sHour + "130000A.mp3") == sStray) << "130000A.mp3 changed";
+  EXPECT_TRUE(ReadBytes(sHour + "130100A.wav") == sStandard) << "130100A.wav changed";
+  EXPECT_TRUE(ReadBytes(sHour + "130100A.mp3") == sLong) << "130100A.mp3 changed";
   EXPECT_EQ(HourFolderNames(1),
             (std::vector<std::string>{"130000.inf", "130000A.mp3", "130000A.wav", "130100A.mp3", "130100A.wav"}));
   const std::string sLog = HourLog(1);
@@ -333,9 +333,9 @@ TEST_F(ProcessTest, ALeftoverIsPromotedOnlyWhenItIsAudioOfTheTargetFormat) {
   AddRow(oLog, "13", actStandardise);
   EXPECT_GT(RunToEnd(), 0);
 
-  EXPECT_EQ(ReadBytes(sHour + "130100A.wav"), sConverted);
+  EXPECT_TRUE(ReadBytes(sHour + "130100A.wav") == sConverted) << "130100A.wav changed";
   EXPECT_EQ(ReadBytes(sHour + "std130000A.wav"), sNote);
-  EXPECT_EQ(ReadBytes(sHour + "std130200A.wav"), sRecorded);
+  EXPECT_TRUE(ReadBytes(sHour + "std130200A.wav") == sRecorded) << "std130200A.wav changed";
   EXPECT_EQ(HourFolderNames(1), (std::vector<std::string>{"130000.inf", "130100A.wav", "arc130300A.wav",
                                                           "std130000A.wav", "std130200A.wav"}));
   const std::string sLog = HourLog(1);
@@ -378,7 +378,7 @@ TEST_F(ProcessTest, ASegmentThatCannotBeConvertedKeepsTheHourDueUntilItIs) {
   AddRow(oLog, "13", actStandardise);
   EXPECT_GT(RunToEnd(), 0);
   Faults::DisarmAll();
-  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sSource);
+  EXPECT_TRUE(ReadBytes(sHour + "130000A.wav") == sSource) << "130000A.wav changed";
   EXPECT_EQ(HourFolderNames(1), (std::vector<std::string>{"130000.inf", "130000A.wav", "130100A.wav"}));
   EXPECT_NE(HourLog(1).find("Cannot create audio file " + sHour + "std130000A.wav: "), std::string::npos)
       << HourLog(1);
