@@ -145,22 +145,36 @@ TEST_F(ProcessRunTest, AnHourArchivedWhileAlsoDueForStandardIsNeverStandardisedA
       << sLog;
 }
 
-TEST_F(ProcessRunTest, CopierLeftoversThatAreNoAudioStayAndItsCutOffFilesGo) {
-  AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatMP2, 44100, 128, 2))});
+TEST_F(ProcessRunTest, CopierLeftoversArePromotedOnlyWhenAudioAndItsCutOffFilesGo) {
+  AddLogger(1, true,
+            {Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatMP2, 44100, 128, 2)),
+             Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatMP3, 44100, 128, 2)),
+             Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatOGG, 44100, 128, 2)),
+             Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Wma(23))});
   WriteRegistry();
-  AddHour(1, "20261115", "09", "-1", kPast, kLater, 1, 2.0);
+  AddHour(1, "20261115", "09", "-1", kPast, kLater, 1, 2.0, "ABCD");
   const std::string sHour = In(1, "20261115/0900/");
-  // A note under a converted file's name without its source, and a copier run cut off.
-  proctest::WriteBytes(sHour + "arc090100A.mp2", "41 bytes of text that are not any audio.");
-  proctest::WriteBytes(sHour + ".arc090000A.mp2.shuttle-Qw3rT9", "half a file");
   ASSERT_TRUE(RunProcessor());
+  // Killed between the deletes of the sources and the renames: only the converted files
+  // are left. Beside them a note under such a name, and a copier run cut off.
+  const std::vector<std::string> aNames = {"090000A.mp2", "090000B.mp3", "090000C.ogg", "090000D.wma"};
+  for (const std::string& sName : aNames) std::filesystem::rename(sHour + sName, sHour + "arc" + sName);
+  proctest::WriteBytes(sHour + "arc090100A.mp2", "41 bytes of text that are not any audio.");
+  proctest::WriteBytes(sHour + ".arc090200A.mp2.shuttle-Qw3rT9", "half a file");
+  proctest::WriteInf(sHour + "090000.inf", "-1", kPast, kLater);
+
+  ASSERT_TRUE(RunProcessor());
+  for (const std::string& sName : aNames) {
+    EXPECT_FALSE(std::filesystem::exists(sHour + "arc" + sName)) << sName;
+    EXPECT_NEAR(Decode(sHour + sName).dSeconds, 2.0, 0.15) << sName;
+  }
   EXPECT_EQ(ReadBytes(sHour + "arc090100A.mp2"), "41 bytes of text that are not any audio.");
   EXPECT_FALSE(std::filesystem::exists(sHour + "090100A.mp2"));
-  EXPECT_FALSE(std::filesystem::exists(sHour + ".arc090000A.mp2.shuttle-Qw3rT9"));
-  EXPECT_NEAR(Decode(sHour + "090000A.mp2").dSeconds, 2.0, 0.15);
+  EXPECT_FALSE(std::filesystem::exists(sHour + ".arc090200A.mp2.shuttle-Qw3rT9"));
   EXPECT_NE(HourLog(1).find(" Leftover file arc090100A.mp2 is not taken as audio file 090100A.mp2: "),
             std::string::npos)
       << HourLog(1);
+  EXPECT_EQ(IniValue(sHour + "090000.inf", "ArchiveAudioAt"), "-1");
 }
 
 TEST_F(ProcessRunTest, AFullDiskRejectsTheFileKeepsTheSourceAndTheNextRunFinishes) {
