@@ -3,8 +3,10 @@
 //
 // A Standardise or Archive walks the hour's audio files as a group (the file step is in
 // frmProcessLogs_Convert.cpp). A group that ends without error marks its action point in
-// the hour info file as done; a failed group leaves the point, and the hour comes up
-// again in a later cycle.
+// the hour info file as done (an Archive marks the standard point too); a failed group
+// leaves the point, and the hour comes up again in a later cycle. Before the group's
+// files are taken, the temporary files of cut-off runs are removed and the converted
+// files of cut-off replaces are given their names.
 //
 // The logger of an entry is found by its number (CLog::logNum) among the loaded loggers,
 // not by taking the number as a list position: with a disabled logger in the middle the
