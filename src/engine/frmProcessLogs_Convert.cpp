@@ -205,14 +205,14 @@ void frmProcessLogs::RunConversion() {
     // stop or by "CopierTimeout", and what it leaves is removed then. Its target is then
     // missing, so the length check rejects the file and the source stays.
     m_dLastActive = Clock::Now();
-    const AppGlobal::RunResult oCopier =
-        CopierRun::Run(CAudioNCT::CopierPath(), st.sHourFolder + "/" + st.sFile, st.sHourFolder + "/" + st.sOutFile, sFormat, SystemPrxFile,
-                       [this] { return m_bShutdown; },
-                       [this] {
-                         // A copier at work within its time is progress: "RESPOND" says so.
-                         m_dLastActive = Clock::Now();
-                         AppGlobal::DoEvents();
-                       });
+    const AppGlobal::RunResult oCopier = CopierRun::Run(
+        CAudioNCT::CopierPath(), st.sHourFolder + "/" + st.sFile, st.sHourFolder + "/" + st.sOutFile, sFormat,
+        SystemPrxFile, [this] { return m_bShutdown; },
+        [this] {
+          // A copier at work within its time is progress: "RESPOND" says so.
+          m_dLastActive = Clock::Now();
+          AppGlobal::DoEvents();
+        });
     if (oCopier.eOutcome == AppGlobal::RunOutcome::TimedOut && st.oEntry && st.oEntry->Log())
       st.oEntry->Log()->AddToServerLog(
           st.sLogPath, fmt::format("Copier timed out after {} seconds, file rejected: {}", CopierRun::TimeoutSecs(),
