@@ -31,6 +31,7 @@
 #include "config/ClogPeriods.h"
 #include "config/SerialDateHelper.h"
 #include "config/VbConvert.h"
+#include "engine/CopierRun.h"
 #include "engine/Globals.h"
 #include "engine/ProcessState.h"
 #include "engine/frmProcessLogs.h"
@@ -292,13 +293,23 @@ void frmProcessLogs::RunConversion() {
     std::string sFormat = st.OutFileFormat ? st.OutFileFormat->CommonFormat()->FormatText() : "";
     for (char& c : sFormat)
       if (c == '"') c = '\'';
-    const std::string sLine = "/SRCFILE=\"" + st.sHourFolder + "/" + st.sFile + "\" /DSTFILE=\"" +
-                              st.sHourFolder + "/" + st.sOutFile + "\" /DSTFORMAT=\"" + sFormat +
-                              "\" /PRXFILE=\"" + SystemPrxFile + "\"";
-    DebugMsg("Run " + CAudioNCT::CopierPath() + " " + sLine, 10, 0);
+    // The copier runs while messages are answered and a stop is taken; it is ended by a
+    // stop or by "CopierTimeout", and what it leaves is removed then. Its target is then
+    // missing, so the length check rejects the file and the source stays.
     m_dLastActive = Clock::Now();
-    const int32_t lExit = AppGlobal::RunAndWait(CAudioNCT::CopierPath(), sLine, 64, -1, 0);
-    DebugMsg(fmt::format("Copier ended with {}", lExit), 10, 0);
+    const AppGlobal::RunResult oCopier = CopierRun::Run(
+        CAudioNCT::CopierPath(), st.sHourFolder + "/" + st.sFile, st.sHourFolder + "/" + st.sOutFile, sFormat,
+        SystemPrxFile, [this] { return m_bShutdown; },
+        [this] {
+          // A copier at work within its time is progress: "RESPOND" says so.
+          m_dLastActive = Clock::Now();
+          AppGlobal::DoEvents();
+        });
+    if (oCopier.eOutcome == AppGlobal::RunOutcome::TimedOut && st.oEntry && st.oEntry->Log())
+      st.oEntry->Log()->AddToServerLog(
+          st.sLogPath, fmt::format("Copier timed out after {} seconds, file rejected: {}", CopierRun::TimeoutSecs(),
+                                   st.sFile),
+          "");
     m_dLastActive = Clock::Now();
     bEndOfFile = true;
   } else if (m_oInFile && m_oOutFile) {

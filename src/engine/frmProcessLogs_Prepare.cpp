@@ -5,6 +5,7 @@
 // over. Nothing on disk is changed here, apart from one line in the last logger's hour
 // log.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -27,7 +28,9 @@
 #include "support/ConfigAccess.h"
 #include "support/DebugMsg.h"
 #include "support/FileUtils.h"
+#include "support/Journal.h"
 #include "support/Machine.h"
+#include "support/OsInfo.h"
 #include "support/VbDate.h"
 
 namespace {
@@ -48,6 +51,18 @@ void CloseDay(PrepareState& st) {
 }
 
 bool IsDotEntry(const std::string& s) { return s == "." || s == ".."; }
+
+bool IsLink(const std::string& sPath) {
+  struct stat st{};
+  return ::lstat(sPath.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
+}
+
+// The entry sName of the day folder (open as iDayFd, else by its path) is a symbolic link.
+bool IsLinkAt(int iDayFd, const std::string& sDay, const std::string& sName) {
+  if (iDayFd < 0) return IsLink(sDay + "/" + sName);
+  struct stat st{};
+  return ::fstatat(iDayFd, sName.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode);
+}
 
 // Due when the point holds a date (above 0) whose moment has come.
 bool Due(const std::shared_ptr<LogInfo>& p, const SDTime& now, int16_t iSegmentLength) {
@@ -167,6 +182,14 @@ void frmProcessLogs::PrepareStartLogger(PrepareState& st) {
   // A logger without a folder has nothing to walk (and must not walk "/").
   if (st.sLogPath.empty()) return;
   st.sFolder = FileHelper::FindFirst(st.sLogPath + "/*.*", FileHelper::kAttrDirectory, st.hFolderFind);
+  // A missing folder is a logger with nothing recorded yet; any other failure to list it
+  // is said, and its hours wait (unchanged) for a cycle that can read the folder.
+  if (const int32_t lError = FileHelper::LastFindError(); lError && lError != ENOENT) {
+    const std::string sText =
+        fmt::format("Cannot list the logger folder {}: {}", st.sLogPath, Win32Helper::ErrorText(lError));
+    DebugMsg("tmrPrepareLists_Timer: ERROR: " + sText, 5, 0);
+    SayToJournal(JournalPriority::Error, sText + "; its hours are left as they are");
+  }
 }
 
 void frmProcessLogs::PrepareScanStep(PrepareState& st, bool& bLogFinished, bool& bRowsAdded) {
@@ -184,7 +207,8 @@ void frmProcessLogs::PrepareScanStep(PrepareState& st, bool& bLogFinished, bool&
     const std::string sDay = st.sLogPath + "/" + st.sFolder;
     if (st.sTestedFolder != st.sFolder) {
       st.sTestedFolder = st.sFolder;
-      st.bTestedIsDay = VbConvert::IsDigits(st.sFolder) && FileHelper::FolderExists(sDay);
+      // A link is no day of this logger: what it points to lies outside the tree.
+      st.bTestedIsDay = VbConvert::IsDigits(st.sFolder) && FileHelper::FolderExists(sDay) && !IsLink(sDay);
     }
     if (st.bTestedIsDay) {
       std::string sFile;
@@ -192,6 +216,12 @@ void frmProcessLogs::PrepareScanStep(PrepareState& st, bool& bLogFinished, bool&
         Trace("Find first file", 10, 0);
         CloseDay(st);
         sFile = FileHelper::FindFirst(sDay + "/*.*", FileHelper::kAttrDirectory, st.hFileFind);
+        if (const int32_t lError = FileHelper::LastFindError()) {
+          // The day's hours keep their points: nothing is decided on a folder not read.
+          ReportListError("Cannot list the day folder: " + Win32Helper::ErrorText(lError), lError, "", st.sFolder);
+          SayToJournal(JournalPriority::Error, "cannot list the day folder " + sDay + ": " +
+                                                   Win32Helper::ErrorText(lError) + "; its hours are left as they are");
+        }
         if (st.hFileFind != 0) st.iDayFd = ::open(sDay.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
         const auto oLog = LogList().Log(st.iLog);
         st.sDayText = oLog ? VbDate::Format(oLog->GetDayFromSerial(st.sFolder), "dddd, d mmmm yyyy") : "";
@@ -203,7 +233,9 @@ void frmProcessLogs::PrepareScanStep(PrepareState& st, bool& bLogFinished, bool&
         CloseDay(st);  // the day is finished
       } else {
         if (Tracing()) DebugMsg("Is " + sFile + " a file?", 10, 0);
-        if (!IsDotEntry(sFile)) {
+        if (!IsDotEntry(sFile) && IsLinkAt(st.iDayFd, sDay, sFile)) {
+          if (Tracing()) DebugMsg("Not an hour, a link: " + sFile, 10, 0);
+        } else if (!IsDotEntry(sFile)) {
           const std::string sInf = sDay + "/" + sFile + "/" + sFile + "00.inf";
           // The existence test: a plain file of that name. A path that runs into nothing
           // or into a file is no hour; a failure of the test itself is reported.

@@ -276,6 +276,17 @@ void frmProcessLogs::StartGroup() {
     RemoveAbandonedTemporaries(st.sHourFolder);
     FinishInterruptedReplaces(sMask);
     st.sFile = FileHelper::FindFirst(st.sHourFolder + "/" + sMask + ".*", 0, st.hGroupFind);
+    if (const int32_t lListError = FileHelper::LastFindError()) {
+      // A folder that can't be listed is no empty hour: its point stays for a later cycle.
+      const std::string sText = "Cannot find Audio Files " + sMask + " " + Win32Helper::ErrorText(lListError);
+      oLog->AddToServerLog(st.sLogPath, sText, "");
+      DebugMsg(sText + " in " + st.sHourFolder, -1, 0);
+      SayToJournal(JournalPriority::Error, "cannot list " + st.sHourFolder + ": " +
+                                               Win32Helper::ErrorText(lListError) + "; the hour stays due");
+      st.bGroupError = true;
+      CloseGroupSearch();
+      return;
+    }
     while (!st.sFile.empty() && !IsSegmentName(st.sFile)) st.sFile = FileHelper::FindNext(st.hGroupFind);
     if (st.sFile.empty()) {
       CloseGroupSearch();

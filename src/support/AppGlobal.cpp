@@ -1,10 +1,14 @@
 #include "support/AppGlobal.h"
 
+#include <poll.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <random>
@@ -117,8 +121,57 @@ std::vector<std::string> SplitArgLine(const std::string& sArgLine) {
   return args;
 }
 
-int32_t RunAndWait(const std::string& sProgram, const std::string& sArgLine, int32_t, int32_t, int32_t) {
-  std::vector<std::string> args = SplitArgLine(sArgLine);
+std::string QuoteArgument(const std::string& sArg) {
+  std::string out = "\"";
+  size_t lSlashes = 0;
+  for (char c : sArg) {
+    if (c == '\\') {
+      ++lSlashes;
+      continue;
+    }
+    // Backslashes count only in front of a quote: there each one is doubled, and the
+    // quote itself is escaped.
+    if (c == '"') {
+      out.append(lSlashes * 2 + 1, '\\');
+      out += '"';
+    } else {
+      out.append(lSlashes, '\\');
+      out += c;
+    }
+    lSlashes = 0;
+  }
+  // The closing quote follows: trailing backslashes are doubled as well.
+  out.append(lSlashes * 2, '\\');
+  out += '"';
+  return out;
+}
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+int64_t MillisecondsSince(SteadyClock::time_point t) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(SteadyClock::now() - t).count();
+}
+
+// Waits up to iMs for the child to change state: on its pidfd where the kernel has them,
+// else by sleeping.
+void WaitAWhile(int iPidFd, int iMs) {
+  if (iPidFd >= 0) {
+    pollfd p{iPidFd, POLLIN, 0};
+    ::poll(&p, 1, iMs);
+  } else {
+    ::usleep(static_cast<useconds_t>(std::min(iMs, 20)) * 1000);
+  }
+}
+
+}  // namespace
+
+RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>& aArgs,
+                     const RunControl& oControl) {
+  RunResult oResult;
+  const bool bOwnGroup = oControl.bOwnGroup;
+  std::vector<std::string> args = aArgs;
   args.insert(args.begin(), sProgram);
   std::vector<char*> argv;
   for (auto& a : args) argv.push_back(a.data());
@@ -127,13 +180,13 @@ int32_t RunAndWait(const std::string& sProgram, const std::string& sArgLine, int
   // The program learns of a failed start through a close-on-exec pipe: a
   // successful exec closes it empty, a failed one writes errno into it.
   int aPipe[2];
-  if (::pipe2(aPipe, O_CLOEXEC) != 0) return -1;
+  if (::pipe2(aPipe, O_CLOEXEC) != 0) return oResult;
   const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
   if (pid < 0) {
     ::close(aPipe[0]);
     ::close(aPipe[1]);
-    return -1;
+    return oResult;
   }
   if (pid == 0) {
     // Only async-signal-safe calls from here to exec. A child outlives a
@@ -142,6 +195,8 @@ int32_t RunAndWait(const std::string& sProgram, const std::string& sArgLine, int
     // to stop (SIGTERM, on which it removes its temporary file). The signal
     // follows the death of the calling thread: callers are on the main thread.
     ::close(aPipe[0]);
+    // A group of its own lets an end reach whatever the program started.
+    if (bOwnGroup) ::setpgid(0, 0);
     sigset_t all;
     ::sigemptyset(&all);
     ::sigprocmask(SIG_SETMASK, &all, nullptr);
@@ -152,6 +207,7 @@ int32_t RunAndWait(const std::string& sProgram, const std::string& sArgLine, int
     [[maybe_unused]] ssize_t n = ::write(aPipe[1], &iErr, sizeof iErr);
     ::_exit(127);
   }
+  if (bOwnGroup) ::setpgid(pid, pid);  // either side may come first; the other fails harmlessly
   ::close(aPipe[1]);
   int iExecErr = 0;
   ssize_t nRead;
@@ -159,13 +215,62 @@ int32_t RunAndWait(const std::string& sProgram, const std::string& sArgLine, int
     nRead = ::read(aPipe[0], &iExecErr, sizeof iExecErr);
   } while (nRead < 0 && errno == EINTR);
   ::close(aPipe[0]);
+
+  const int iPidFd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+  const auto tStart = SteadyClock::now();
+  SteadyClock::time_point tTerm{};
+  enum { Running, Terminating, Killed } ePhase = Running;
+  RunOutcome eEnded = RunOutcome::Exited;
+  auto signalGroup = [pid, bOwnGroup](int iSignal) {
+    if (!bOwnGroup || ::kill(-pid, iSignal) != 0) ::kill(pid, iSignal);
+  };
   int status = 0;
-  while (::waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) return -1;
+  for (;;) {
+    // Looked at without reaping: until it is reaped, the ended program still holds its
+    // group's number, so the group can be signalled below without hitting a stranger.
+    siginfo_t info{};
+    const int r = ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
+    if (r == 0 && info.si_pid == pid) break;
+    if (r < 0 && errno != EINTR) {
+      if (iPidFd >= 0) ::close(iPidFd);
+      return oResult;
+    }
+    if (ePhase == Running && nRead <= 0) {
+      if (oControl.fnStopRequested && oControl.fnStopRequested()) eEnded = RunOutcome::Stopped;
+      else if (oControl.lTimeoutSecs > 0 && MillisecondsSince(tStart) >= int64_t{oControl.lTimeoutSecs} * 1000)
+        eEnded = RunOutcome::TimedOut;
+      if (eEnded != RunOutcome::Exited) {
+        signalGroup(SIGTERM);
+        tTerm = SteadyClock::now();
+        ePhase = Terminating;
+      }
+    } else if (ePhase == Terminating && MillisecondsSince(tTerm) >= oControl.lGraceMs) {
+      signalGroup(SIGKILL);
+      ePhase = Killed;
+    }
+    if (oControl.fnWhileWaiting) oControl.fnWhileWaiting();
+    WaitAWhile(iPidFd, 50);
   }
-  if (nRead > 0) return -1;  // the program could not be started
-  if (WIFEXITED(status)) return WEXITSTATUS(status);
-  return -1;
+  if (iPidFd >= 0) ::close(iPidFd);
+  // Whatever the program left running in its group goes with it.
+  if (bOwnGroup && ePhase != Running) ::kill(-pid, SIGKILL);
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (nRead > 0) return oResult;  // the program could not be started
+  if (eEnded != RunOutcome::Exited) {
+    oResult.eOutcome = eEnded;
+  } else if (WIFEXITED(status)) {
+    oResult.eOutcome = RunOutcome::Exited;
+    oResult.lExitCode = WEXITSTATUS(status);
+  } else {
+    oResult.eOutcome = RunOutcome::Signalled;
+  }
+  return oResult;
+}
+
+int32_t RunAndWait(const std::string& sProgram, const std::string& sArgLine, int32_t, int32_t, int32_t) {
+  const RunResult oResult = RunProgram(sProgram, SplitArgLine(sArgLine));
+  return oResult.eOutcome == RunOutcome::Exited ? oResult.lExitCode : -1;
 }
 
 std::string PadLeftText(const std::string& s, int32_t lWidth, char chPad) {

@@ -3,6 +3,7 @@
 // named handlers, running programs, and small text and number helpers.
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,38 @@ int32_t RunAndWait(const std::string& sProgram, const std::string& sArgLine, int
                    int32_t lTimeout = -1, int32_t lFlags = 0);
 // The argument line split as the Windows C runtime splits it.
 std::vector<std::string> SplitArgLine(const std::string& sArgLine);
+// One argument quoted so that SplitArgLine gives it back unchanged, whatever it holds.
+std::string QuoteArgument(const std::string& sArg);
+
+// How RunProgram waits for its program.
+struct RunControl {
+  int32_t lTimeoutSecs = 0;  // above 0: the program is ended when it runs longer
+  int32_t lGraceMs = 5000;   // from SIGTERM to SIGKILL when the program is ended
+  // The program gets a process group of its own, and an end reaches the whole group
+  // (whatever the program started). A terminal's Ctrl-C then no longer reaches it: the
+  // caller ends it through fnStopRequested.
+  bool bOwnGroup = false;
+  // Asked while the program runs; true ends it.
+  std::function<bool()> fnStopRequested;
+  // Called about every 50 ms while waiting (the caller's message pump).
+  std::function<void()> fnWhileWaiting;
+};
+enum class RunOutcome {
+  Exited,      // ended by itself; lExitCode holds its status
+  Signalled,   // ended by a signal that was not ours
+  NotStarted,  // could not be started
+  Stopped,     // ended because fnStopRequested said so
+  TimedOut,    // ended because it ran past lTimeoutSecs
+};
+struct RunResult {
+  RunOutcome eOutcome = RunOutcome::NotStarted;
+  int32_t lExitCode = -1;  // -1 unless Exited
+};
+// Starts sProgram with exactly these arguments (no shell, no splitting) and waits for its
+// end. A program that is ended gets SIGTERM, then SIGKILL after lGraceMs; it is always
+// reaped before this returns. A program whose parent dies gets SIGTERM.
+RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>& aArgs,
+                     const RunControl& oControl = {});
 
 std::string PadLeftText(const std::string& s, int32_t lWidth, char chPad = ' ');
 

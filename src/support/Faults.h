@@ -8,7 +8,8 @@
 //   point=ERRNO_NAME[@skip][xcount]
 // e.g. "audio.write=ENOSPC@100" fails every audio write after the first 100.
 // Known points: "file.write", "file.rename", "file.delete", "folder.create",
-// "folder.delete", "profile.write", "registry.write", "audio.write", "audio.open".
+// "folder.delete", "folder.list" (a folder read that fails after its open),
+// "profile.write", "registry.write", "audio.write", "audio.open".
 #include <string>
 
 namespace Faults {

@@ -1,6 +1,7 @@
 #include "support/FileHelper.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <mutex>
@@ -15,8 +17,6 @@
 
 #include "support/Faults.h"
 #include "support/Machine.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -29,6 +29,7 @@ std::mutex g_mutex;
 std::map<FileHelper::FindHandle, Search> g_searches;
 FileHelper::FindHandle g_nextHandle = 1;
 double (*g_diskSpaceSource)(const std::string&, int32_t) = nullptr;
+thread_local int32_t g_lastFindError = 0;
 
 size_t LastSeparator(const std::string& s) { return s.find_last_of("/\\"); }
 
@@ -68,6 +69,60 @@ bool IsDirectory(const std::string& sPath) {
   return ::stat(sPath.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+// Removes everything inside the open folder fd (and closes fd). Entries are looked at
+// without following links, and sub-folders are opened with O_NOFOLLOW, so that nothing
+// outside the folder is ever reached; a sub-folder on another device (a mount point) is
+// left alone and reported as EXDEV. Goes on past failures; returns the first.
+int32_t RemoveContentsAt(int fd, dev_t device) {
+  DIR* d = ::fdopendir(fd);
+  if (!d) {
+    const int e = errno;
+    ::close(fd);
+    return e;
+  }
+  int32_t lFirst = 0;
+  auto note = [&lFirst](int32_t e) {
+    if (e && !lFirst) lFirst = e;
+  };
+  // The names first: a folder changed while it is read may skip or repeat entries.
+  std::vector<std::string> aNames;
+  for (;;) {
+    errno = 0;
+    dirent* e = ::readdir(d);
+    if (!e) {
+      note(errno);
+      break;
+    }
+    if (std::strcmp(e->d_name, ".") == 0 || std::strcmp(e->d_name, "..") == 0) continue;
+    aNames.emplace_back(e->d_name);
+  }
+  for (const std::string& sName : aNames) {
+    struct stat st{};
+    if (::fstatat(fd, sName.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno != ENOENT) note(errno);
+      continue;
+    }
+    if (!S_ISDIR(st.st_mode)) {
+      if (::unlinkat(fd, sName.c_str(), 0) != 0 && errno != ENOENT) note(errno);
+      continue;
+    }
+    if (st.st_dev != device) {
+      note(EXDEV);
+      continue;
+    }
+    const int sub = ::openat(fd, sName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (sub < 0) {
+      note(errno);
+      continue;
+    }
+    const int32_t e = RemoveContentsAt(sub, device);
+    note(e);
+    if (!e && ::unlinkat(fd, sName.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) note(errno);
+  }
+  ::closedir(d);  // closes fd
+  return lFirst;
+}
+
 }  // namespace
 
 namespace FileHelper {
@@ -101,7 +156,7 @@ int32_t CreateFolder(const std::string& sPath) {
   if (IsDirectory(sPath)) return 0;
   if (int e = Faults::Hit("folder.create")) return e;
   std::error_code ec;
-  fs::create_directories(sPath, ec);
+  std::filesystem::create_directories(sPath, ec);
   if (IsDirectory(sPath)) return 0;
   return ec ? ec.value() : ENOTDIR;
 }
@@ -109,12 +164,22 @@ int32_t CreateFolder(const std::string& sPath) {
 bool EnsureFolder(const std::string& sPath, int32_t) { return CreateFolder(sPath) == 0; }
 
 int32_t DeleteFolder(const std::string& sPath, const std::string&, intptr_t, int32_t, int32_t) {
-  if (!IsDirectory(sPath)) return ENOENT;
+  struct stat st{};
+  if (sPath.empty() || ::lstat(sPath.c_str(), &st) != 0) return ENOENT;
+  if (S_ISLNK(st.st_mode)) {
+    // A link to a folder is removed as a link; what it points to stays.
+    if (!IsDirectory(sPath)) return ENOTDIR;
+    if (int e = Faults::Hit("folder.delete")) return e;
+    return ::unlink(sPath.c_str()) == 0 ? 0 : errno;
+  }
+  if (!S_ISDIR(st.st_mode)) return ENOTDIR;
   if (int e = Faults::Hit("folder.delete")) return e;
-  std::error_code ec;
-  fs::remove_all(sPath, ec);
-  if (ec) return ec.value();
-  return IsDirectory(sPath) ? EIO : 0;
+  const int fd = ::open(sPath.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return errno;
+  int32_t lError = RemoveContentsAt(fd, st.st_dev);
+  if (lError) return lError;
+  if (::rmdir(sPath.c_str()) != 0) return errno;
+  return 0;
 }
 
 int32_t DeleteFile(const std::string& sPath) {
@@ -135,6 +200,7 @@ bool MatchMask(const std::string& sName, const std::string& sMask) {
 
 std::string FindFirst(const std::string& sPattern, int32_t lAttrMask, FindHandle& hFind) {
   hFind = 0;
+  g_lastFindError = 0;
   size_t sep = LastSeparator(sPattern);
   std::string folder = sep == std::string::npos ? "." : sPattern.substr(0, sep);
   if (folder.empty()) folder = "/";
@@ -143,9 +209,20 @@ std::string FindFirst(const std::string& sPattern, int32_t lAttrMask, FindHandle
   const bool wantFolders = (lAttrMask & kAttrDirectory) != 0;
 
   DIR* d = ::opendir(folder.c_str());
-  if (!d) return "";
+  if (!d) {
+    g_lastFindError = errno ? errno : EIO;
+    return "";
+  }
   Search s;
-  while (dirent* e = ::readdir(d)) {
+  int iReadError = Faults::Hit("folder.list");
+  while (!iReadError) {
+    // readdir gives NULL both at the end and on a failure; only errno tells them apart.
+    errno = 0;
+    dirent* e = ::readdir(d);
+    if (!e) {
+      iReadError = errno;
+      break;
+    }
     std::string name = e->d_name;
     if (!MatchMask(name, mask)) continue;
     bool isDir;
@@ -156,6 +233,12 @@ std::string FindFirst(const std::string& sPattern, int32_t lAttrMask, FindHandle
     s.Names.push_back(std::move(name));
   }
   ::closedir(d);
+  if (iReadError) {
+    // A folder read in part is no list: a caller that took it for the whole would judge
+    // the folder by names it never saw.
+    g_lastFindError = iReadError;
+    return "";
+  }
   if (s.Names.empty()) return "";
   std::sort(s.Names.begin(), s.Names.end(), [](const std::string& a, const std::string& b) {
     size_t n = std::min(a.size(), b.size());
@@ -178,6 +261,8 @@ std::string FindNext(FindHandle hFind) {
   if (it == g_searches.end() || it->second.Next >= it->second.Names.size()) return "";
   return it->second.Names[it->second.Next++];
 }
+
+int32_t LastFindError() { return g_lastFindError; }
 
 void FindClose(FindHandle hFind) {
   std::lock_guard<std::mutex> lock(g_mutex);

@@ -23,6 +23,10 @@ bool EnsureFolder(const std::string& sPath, int32_t lFlags = 0);
 int32_t CreateFolder(const std::string& sPath);
 // Deletes the folder with everything in it. 0 on success, else an errno value.
 // Title, window handle and flags are the platform's and are not used.
+// Symbolic links inside are removed as links, never followed; a path that is itself a
+// link to a folder loses the link only. A folder of another file system inside (a mount)
+// is never entered: the delete fails with EXDEV and the mount stays. Every entry that can
+// go goes; the result is the first error met.
 int32_t DeleteFolder(const std::string& sPath, const std::string& sTitle = "",
                      intptr_t hWnd = 0, int32_t lZero = 0, int32_t lFlags = 1028);
 // Deletes one file. 0 on success, else an errno value.
@@ -33,10 +37,15 @@ int32_t DeleteFile(const std::string& sPath);
 // ("/x/y/*.*", "/x/13*.*"). lAttrMask 0: plain files only; 16: folders too, with the
 // "." and ".." entries. Returns the bare name and sets hFind (0 when nothing matched);
 // FindNext returns "" at the end. Close every search with FindClose.
+// The whole folder is read by FindFirst: a folder that can't be opened or read to its end
+// gives "" and a zero handle like an empty one, and LastFindError tells the two apart.
 using FindHandle = intptr_t;
 std::string FindFirst(const std::string& sPattern, int32_t lAttrMask, FindHandle& hFind);
 std::string FindNext(FindHandle hFind);
 void FindClose(FindHandle hFind);
+// The outcome of the calling thread's last FindFirst: 0 when the folder was read to its
+// end (whether or not a name matched), else an errno value (ENOENT: no such folder).
+int32_t LastFindError();
 // The Windows mask rules: "*.*" matches all, "?" one character or nothing at the end of
 // the name or before its dot; case is ignored.
 bool MatchMask(const std::string& sName, const std::string& sMask);

@@ -353,6 +353,28 @@ TEST_F(PrepareTest, UnreadableInfoFileIsReportedAndSkipped) {
   EXPECT_NE(Trace().find("tmrPrepareLists_Timer: ERROR: " + sError), std::string::npos);
 }
 
+TEST_F(PrepareTest, AnUnlistableDayAndLinksOutOfTheTreeGiveNoRowsAndTheWalkGoesOn) {
+  Loggers({Plain("Studio One")});
+  Hour(1, "20261120/0100", Inf("-1", "-1", "-1"));
+  Hour(1, "20261121/0100", Inf("-1", "-1", "-1"));
+  // Links to folders outside the tree, named as an hour and as a day, lead to hours that
+  // are no hours of this logger.
+  WriteFile("outside/0200/020000.inf", Inf("-1", "-1", "-1"));
+  fs::create_symlink(PathIn("outside/0200"), PathIn(Rel(1, "20261121/0200")));
+  fs::create_symlink(PathIn("outside"), PathIn(Rel(1, "20261122")));
+  Faults::Arm("folder.list", EIO, 1, 1);  // the logger folder is read, the first day isn't
+  testing::internal::CaptureStderr();
+  Prepare();
+  const std::string sErr = testing::internal::GetCapturedStderr();
+  ExpectRows({{"Studio One", "20261121/0100", "-1", "Delete", "P100"}});
+  const std::vector<std::string> aHeard = Heard();
+  ASSERT_EQ(aHeard.size(), 1u);
+  EXPECT_EQ(aHeard[0].rfind("PrepareListError:Cannot list the day folder: ", 0), 0u) << aHeard[0];
+  EXPECT_NE(aHeard[0].find("; Folder = 20261120"), std::string::npos) << aHeard[0];
+  EXPECT_NE(sErr.find("<3>knlogproc: cannot list the day folder " + PathIn(Rel(1, "20261120"))), std::string::npos)
+      << sErr;
+}
+
 TEST_F(PrepareTest, FailureInAnHourDropsTheRestOfThatLoggerOnly) {
   Loggers({Plain("Studio One"), Plain("Studio Two")});
   Hour(1, "20261120/0100", Inf("-1", "-1", "-1"));

@@ -232,6 +232,30 @@ TEST_F(ProcessTest, DeletesTakeOneTickEachAndAFailedDeleteKeepsItsRow) {
   EXPECT_EQ(m_pForm->lvwItems.Count(), 1);
 }
 
+TEST_F(ProcessTest, AnHourFolderThatCannotBeListedKeepsItsPointAndSaysWhy) {
+  auto oLog = AddLogger(1);
+  const std::string sHour = Dir(1, "20261122/1300/");
+  WriteToneWav(sHour + "130000A.wav", 1.0);
+  const std::string sSource = ReadBytes(sHour + "130000A.wav");
+  AddRow(oLog, "13", actStandardise);
+  // Every folder read fails after its open, as on an I/O error.
+  Faults::Arm("folder.list", EIO);
+  testing::internal::CaptureStderr();
+  EXPECT_GT(RunToEnd(), 0);
+  const std::string sErr = testing::internal::GetCapturedStderr();
+  Faults::DisarmAll();
+
+  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "2026-11-22 14:00");
+  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sSource);
+  EXPECT_NE(HourLog(1).find("Cannot find Audio Files 13????? "), std::string::npos) << HourLog(1);
+  EXPECT_NE(sErr.find("<3>knlogproc: cannot list " + Dir(1, "20261122/1300")), std::string::npos) << sErr;
+
+  // Readable again, the next run converts the hour.
+  AddRow(oLog, "13", actStandardise);
+  EXPECT_GT(RunToEnd(), 0);
+  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
+}
+
 TEST_F(ProcessTest, APeriodWithoutAudioRemovesTheFile) {
   auto oLog = AddLogger(1);
   // The logger keeps no archive of output A.

@@ -96,3 +96,41 @@ TEST_F(TidyupTest, AFailedDeleteIsTracedAndTheNextFolderIsStillTried) {
   m_oForm.PerformFolderTidyup();
   EXPECT_FALSE(Exists("L1/20261101"));
 }
+
+TEST_F(TidyupTest, ADayThatCannotBeListedToItsEndStays) {
+  AddLogger(1, "L1", 24);
+  Folder("L1/20261101/0900");
+  Folder("L1/20261102");
+  // The logger folder is listed; the read of the first day fails.
+  Faults::Arm("folder.list", EIO, 1, 1);
+  testing::internal::CaptureStderr();
+  m_oForm.PerformFolderTidyup();
+  const std::string sErr = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(Exists("L1/20261101/0900"));
+  EXPECT_FALSE(Exists("L1/20261102"));
+  EXPECT_NE(Trace().find("Cannot list " + Log("L1/20261101") + ", day kept: "), std::string::npos) << Trace();
+  EXPECT_NE(sErr.find("<4>knlogproc: tidy-up: Cannot list " + Log("L1/20261101")), std::string::npos) << sErr;
+}
+
+TEST_F(TidyupTest, LinksToFilesAndFoldersOutsideTheTreeGoAsLinksOnly) {
+  AddLogger(1, "L1", 24);
+  WriteFile("outside/keep.wav", "audio");
+  WriteFile("outside/dir/f.wav", "more audio");
+  WriteFile("outside/dir/100000.inf", "[ActionDates]\r\n");
+  Folder("L1/20261101/0900");
+  fs::create_symlink(PathIn("outside/keep.wav"), Log("L1/20261101/0900/090000A.wav"));
+  fs::create_symlink(PathIn("outside/keep.wav"), Log("L1/20261101/notes.wav"));
+  // A link with an hour's name, to a folder that holds an hour info file: no hour of
+  // this day, it keeps nothing and goes as a link.
+  fs::create_symlink(PathIn("outside/dir"), Log("L1/20261101/1000"));
+  // A day folder that is itself a link is never walked nor removed.
+  fs::create_symlink(PathIn("outside/dir"), Log("L1/20261103"));
+
+  m_oForm.PerformFolderTidyup();
+
+  EXPECT_FALSE(fs::exists(fs::symlink_status(Log("L1/20261101"))));
+  EXPECT_TRUE(fs::is_symlink(fs::symlink_status(Log("L1/20261103"))));
+  EXPECT_EQ(ReadFile("outside/keep.wav"), "audio");
+  EXPECT_EQ(ReadFile("outside/dir/f.wav"), "more audio");
+  EXPECT_TRUE(fs::exists(PathIn("outside/dir/100000.inf")));
+}

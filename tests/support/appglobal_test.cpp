@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -67,6 +68,87 @@ TEST_F(AppGlobalRunTest, ChildEndsWhenTheParentIsKilled) {
   for (int i = 0; i < 500 && (bRunning = running()); ++i) usleep(20000);
   if (bRunning) kill(child, SIGKILL);
   EXPECT_FALSE(bRunning) << "the program outlived its killed parent";
+}
+
+TEST_F(AppGlobalRunTest, ArgumentsArriveIntactAsAVectorAndThroughTheQuotedLine) {
+  const Args aOdd = {"/SRCFILE=/a b/\"q\" c.wav", "tail\\", "back\\\"slash", "", "a\tb", "$(x);`y`'z'",
+                     "\\\\srv\\share\\"};
+  std::string sLine;
+  for (const std::string& s : aOdd) sLine += (sLine.empty() ? "" : " ") + AppGlobal::QuoteArgument(s);
+  EXPECT_EQ(AppGlobal::SplitArgLine(sLine), aOdd) << sLine;
+
+  // A program that writes each of its arguments, NUL-ended, to a file.
+  const std::string sOut = PathIn("args");
+  WriteFile("echo.sh", "#!/bin/sh\nfor a in \"$@\"; do printf '%s\\0' \"$a\"; done > '" + sOut + "'\n");
+  std::filesystem::permissions(PathIn("echo.sh"), std::filesystem::perms::owner_all);
+  auto received = [&] {
+    const std::string s = ReadFile("args");
+    Args a;
+    for (size_t i = 0, j; (j = s.find('\0', i)) != std::string::npos; i = j + 1) a.push_back(s.substr(i, j - i));
+    return a;
+  };
+  const AppGlobal::RunResult r = AppGlobal::RunProgram(PathIn("echo.sh"), aOdd);
+  EXPECT_EQ(std::pair(r.eOutcome, r.lExitCode), std::pair(AppGlobal::RunOutcome::Exited, 0));
+  EXPECT_EQ(received(), aOdd);
+  EXPECT_EQ(AppGlobal::RunAndWait(PathIn("echo.sh"), sLine), 0);
+  EXPECT_EQ(received(), aOdd);
+}
+
+// A program that must be ended: on a stop request (it dies of SIGTERM, with a child of
+// its own), and on a time-out (it ignores SIGTERM, so SIGKILL follows the grace).
+TEST_F(AppGlobalRunTest, AProgramIsEndedOnAStopOrATimeOutWhileTheWaitPumps) {
+  const std::string sPid = PathIn("grandchild");
+  struct Case {
+    const char* sScript;
+    int iStopAfterPumps;  // 0: never
+    int32_t lTimeoutSecs;
+    AppGlobal::RunOutcome eWant;
+  };
+  for (const Case& c :
+       {Case{"sleep 60 & echo $! > '%s'; wait", 3, 0, AppGlobal::RunOutcome::Stopped},
+        Case{"trap '' TERM; sleep 60 & echo $! > '%s'; wait; wait", 0, 1, AppGlobal::RunOutcome::TimedOut},
+        Case{"echo > '%s'; exit 4", 0, 30, AppGlobal::RunOutcome::Exited}}) {
+    std::filesystem::remove(sPid);
+    std::string sScript = c.sScript;
+    sScript.replace(sScript.find("%s"), 2, sPid);
+    int iPumps = 0;
+    AppGlobal::RunControl oControl;
+    oControl.lTimeoutSecs = c.lTimeoutSecs;
+    oControl.lGraceMs = 300;
+    oControl.bOwnGroup = true;
+    oControl.fnWhileWaiting = [&] { ++iPumps; };
+    oControl.fnStopRequested = [&] {
+      // Asked only once the program has written its child's number.
+      return c.iStopAfterPumps > 0 && std::filesystem::exists(sPid) && iPumps >= c.iStopAfterPumps;
+    };
+    const auto tStart = std::chrono::steady_clock::now();
+    const AppGlobal::RunResult r = AppGlobal::RunProgram("/bin/sh", {"-c", sScript}, oControl);
+    const auto lMs =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - tStart).count();
+    EXPECT_EQ(r.eOutcome, c.eWant) << c.sScript;
+    EXPECT_EQ(r.lExitCode, c.eWant == AppGlobal::RunOutcome::Exited ? 4 : -1) << c.sScript;
+    EXPECT_LT(lMs, 20000) << c.sScript;
+    if (c.eWant == AppGlobal::RunOutcome::TimedOut) {
+      EXPECT_GE(lMs, 1000);
+    }
+    if (c.eWant == AppGlobal::RunOutcome::Exited) continue;
+    EXPECT_GE(iPumps, 1) << c.sScript;
+    // The program's own child went with it.
+    pid_t child = 0;
+    std::ifstream(sPid) >> child;
+    ASSERT_GT(child, 0) << c.sScript;
+    auto running = [child] {
+      std::ifstream stat("/proc/" + std::to_string(child) + "/stat");
+      std::string sNum, sName, sState;
+      return static_cast<bool>(stat >> sNum >> sName >> sState) && sState != "Z" && sState != "X";
+    };
+    bool bRunning = true;
+    for (int i = 0; i < 100 && (bRunning = running()); ++i) usleep(20000);
+    if (bRunning) kill(child, SIGKILL);
+    EXPECT_FALSE(bRunning) << c.sScript;
+  }
+  const AppGlobal::RunResult r = AppGlobal::RunProgram("/no/such/program", {});
+  EXPECT_EQ(r.eOutcome, AppGlobal::RunOutcome::NotStarted);
 }
 
 TEST(AppGlobalTest, TextHelpers) {

@@ -106,6 +106,45 @@ TEST_F(FileHelperTest, SearchOrderIsCaseInsensitiveAscending) {
   EXPECT_EQ(h, 0);
 }
 
+TEST_F(FileHelperTest, AFolderThatCannotBeReadIsNoEmptyFolder) {
+  WriteFile("h/a.wav", "x");
+  WriteFile("file", "x");
+  fs::create_directories(PathIn("empty"));
+  FileHelper::FindHandle h = 0;
+  for (auto [sPattern, lWant] : {std::pair{PathIn("h/*.*"), 0}, {PathIn("empty/*.wav"), 0},
+                                 {PathIn("nope/*.*"), ENOENT}, {PathIn("file/*.*"), ENOTDIR}}) {
+    FileHelper::FindFirst(sPattern, 0, h);
+    EXPECT_EQ(FileHelper::LastFindError(), lWant) << sPattern;
+    CloseFind(h);
+  }
+  // A read that fails after the open gives no names at all, not the part read so far.
+  Faults::Arm("folder.list", EIO, 0, 1);
+  EXPECT_EQ(FileHelper::FindFirst(PathIn("h/*.*"), 0, h), "");
+  EXPECT_EQ(std::pair(h, FileHelper::LastFindError()), std::pair(FileHelper::FindHandle{0}, EIO));
+  EXPECT_EQ(FileHelper::FindFirst(PathIn("h/*.*"), 0, h), "a.wav");
+  EXPECT_EQ(FileHelper::LastFindError(), 0);
+  CloseFind(h);
+}
+
+TEST_F(FileHelperTest, DeleteFolderRemovesLinksNeverWhatTheyPointTo) {
+  WriteFile("outside/keep.wav", "audio");
+  WriteFile("outside/dir/f.wav", "more audio");
+  WriteFile("tree/day/1300/130000A.wav", "x");
+  fs::create_symlink(PathIn("outside/keep.wav"), PathIn("tree/day/1300/130100A.wav"));
+  fs::create_symlink(PathIn("outside/dir"), PathIn("tree/day/1400"));
+  fs::create_symlink(PathIn("outside"), PathIn("tree/up"));
+  fs::create_symlink(PathIn("outside/dir"), PathIn("daylink"));
+
+  EXPECT_EQ(FileHelper::DeleteFolder(PathIn("tree")), 0);
+  EXPECT_FALSE(fs::exists(fs::symlink_status(PathIn("tree"))));
+  // A link given as the folder goes as a link.
+  EXPECT_EQ(FileHelper::DeleteFolder(PathIn("daylink")), 0);
+  EXPECT_FALSE(fs::exists(fs::symlink_status(PathIn("daylink"))));
+  EXPECT_EQ(std::pair(ReadFile("outside/keep.wav"), ReadFile("outside/dir/f.wav")),
+            std::pair(std::string("audio"), std::string("more audio")));
+  EXPECT_EQ(FileHelper::DeleteFolder(PathIn("outside/keep.wav")), ENOTDIR);
+}
+
 TEST_F(FileHelperTest, MaskRules) {
   // "?" matches nothing before the dot and at the end of the name; "#" is a plain character here.
   for (auto [sName, sMask, bWant] :
