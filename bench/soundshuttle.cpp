@@ -1,6 +1,8 @@
 // Encoding speed of the copier against the ffmpeg program with the same encoder and
 // settings: one hour (by default) of 44100 Hz stereo PCM to MP2, MP3, Ogg Vorbis and WMA,
-// both in the same run. Prints the wall times and the ratio copier / ffmpeg.
+// both in the same run. Prints the wall times and the ratio copier / ffmpeg, and what the
+// processor's length check (GetAudioLengthSecs) costs on the copier's output: it measures
+// the audio present (frame headers, Ogg pages, WMA packets) without decoding.
 //
 //   build-bench/bin/bench_soundshuttle [seconds of audio, default 3600] [work folder]
 #include <sys/wait.h>
@@ -10,6 +12,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+
+#include "audio/GetAudioLengthSecs.h"
 
 namespace fs = std::filesystem;
 
@@ -57,7 +61,8 @@ int main(int argc, char** argv) {
       {"Ogg 128k", "ogg", "FormatType=8;SampleRate=44100;Channels=2;BitRate=128", "-c:a libvorbis -b:a 128k"},
       {"WMA 64k", "wma", "FormatType=16;ProfileNum=23", "-c:a wmav2 -b:a 64k"},
   };
-  std::printf("\n%-10s %12s %12s %8s\n", "format", "copier s", "ffmpeg s", "ratio");
+  std::printf("\n%-10s %12s %12s %8s %10s %12s\n", "format", "copier s", "ffmpeg s", "ratio", "length s",
+              "check ms");
   for (const auto& c : cases) {
     std::string sOut1 = (dir / (std::string("shuttle.") + c.ext)).string();
     std::string sOut2 = (dir / (std::string("ffmpeg.") + c.ext)).string();
@@ -65,7 +70,12 @@ int main(int argc, char** argv) {
                             Q(std::string("/DSTFORMAT=") + c.format) + " " + Q("/PRXFILE=" + sPrx));
     double d2 = TimeCommand("ffmpeg -nostdin -v error -y -i " + Q(sSrc) + " -ar 44100 -ac 2 " + c.ffmpegOpts + " " +
                             Q(sOut2));
-    std::printf("%-10s %12.2f %12.2f %8.3f\n", c.name, d1, d2, d1 / d2);
+    constexpr int kChecks = 5;
+    double dLength = 0;
+    auto t0 = std::chrono::steady_clock::now();
+    for (int i = 0; i < kChecks; ++i) dLength = GetAudioLengthSecs(sOut1);
+    double dCheckMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count() / kChecks;
+    std::printf("%-10s %12.2f %12.2f %8.3f %10.3f %12.2f\n", c.name, d1, d2, d1 / d2, dLength, dCheckMs);
     std::fflush(stdout);
     fs::remove(sOut1);
     fs::remove(sOut2);

@@ -100,20 +100,64 @@ TEST_F(CodecFileRead, ResamplesAndUpmixes) {
 }
 
 
-// MP3 from LAME carries the exact count of samples; the length matches what a gapless
-// decoder delivers, not the count of frames.
-TEST_F(CodecFileRead, Mp3LengthIsExact) {
-  MakeToneWav(P("odd.wav"), 44100, 2, 1.2345);
-  FfmpegConvert(P("odd.wav"), P("odd.mp3"), "-c:a libmp3lame -b:a 128k");
+// The length of a compressed file is that of the audio present, as a decoder delivers
+// it: whole, or cut short anywhere (the MP3's Info frame still counts every frame then).
+// A cut frame or packet is not counted, though a decoder may make samples of its rest;
+// an Ogg file cut inside a page is refused, one cut between pages measures its pages.
+TEST_F(CodecFileRead, LengthIsTheAudioPresent) {
+  MakeToneWav(P("odd.wav"), 44100, 2, 2.3456);
+  struct Made {
+    const char* name;
+    const char* opts;
+    long lCutFrame;  // frames that a decoder may make of a cut frame or packet
+  } made[] = {
+      {"lame.mp3", "-c:a libmp3lame -b:a 128k", 1152},
+      {"plain.mp3", "-c:a libmp3lame -b:a 96k -write_xing 0 -write_id3v1 1", 1152},
+      {"a.mp2", "-c:a mp2 -b:a 192k", 1152},
+      {"a.ogg", "-c:a libvorbis -b:a 96k", 0},
+      {"a.wma", "-c:a wmav2 -b:a 64k", 2048},
+  };
+  for (const auto& m : made) {
+    FfmpegConvert(P("odd.wav"), P(m.name), m.opts);
+    auto bytes = audiotest::ReadAll(P(m.name));
+    const bool bOgg = std::string(m.name).ends_with(".ogg");
+    size_t lCut = bytes.size() * 11 / 20 + 37;
+    if (bOgg) {
+      audiotest::WriteAll(P("cutpage_a.ogg"), bytes.substr(0, lCut));
+      CodecFile f;
+      EXPECT_THROW(f.Open(P("cutpage_a.ogg"), 0, 1), CodecError);
+      lCut = bytes.find("OggS", lCut);
+      ASSERT_NE(lCut, std::string::npos);
+    }
+    const std::string sCut = std::string("cut_") + m.name;
+    audiotest::WriteAll(P(sCut), bytes.substr(0, lCut));
+    long lWhole = 0;
+    for (const std::string& sFile : {std::string(m.name), sCut}) {
+      SCOPED_TRACE(sFile);
+      const long lRef = DecodedFrames(P(sFile), 2);
+      CodecFile f;
+      f.Open(P(sFile), 0, 1);
+      const long lTotal = f.TotalSamples();
+      if (sFile == m.name) {
+        lWhole = lTotal;
+        EXPECT_EQ(lTotal, lRef);
+        EXPECT_EQ(f.LengthMs(), std::lround(lRef * 1000.0 / 44100));
+      } else {
+        EXPECT_LE(lTotal, lRef);
+        EXPECT_GE(lTotal, lRef - m.lCutFrame);
+        EXPECT_LT(lTotal, lWhole * 6 / 10);
+        EXPECT_GT(lTotal, lWhole * 4 / 10);
+      }
+      const long lRead = static_cast<long>(ReadAll(f).size() / 2);
+      EXPECT_GE(lRead, lTotal);
+      EXPECT_LE(lRead, lTotal + m.lCutFrame);
+    }
+  }
+  // The LAME tag itself: the count of the encoder, its delay and padding.
   Mp3GaplessInfo info;
-  ASSERT_TRUE(ReadMp3GaplessInfo(P("odd.mp3"), info));
+  ASSERT_TRUE(ReadMp3GaplessInfo(P("lame.mp3"), info));
   EXPECT_TRUE(info.bHasLameTag);
-  long lRef = DecodedFrames(P("odd.mp3"), 2);
-  EXPECT_EQ(info.lExactSamples, lRef);
-  CodecFile f;
-  f.Open(P("odd.mp3"), 0, 1);
-  EXPECT_EQ(f.TotalSamples(), lRef);
-  EXPECT_EQ(static_cast<long>(ReadAll(f).size() / 2), lRef);
+  EXPECT_EQ(info.lExactSamples, DecodedFrames(P("lame.mp3"), 2));
 }
 
 TEST_F(CodecFileRead, SeeksExactlyAndToTheEnd) {

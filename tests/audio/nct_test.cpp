@@ -366,6 +366,58 @@ TEST_F(NctTest, IndirectWritesRunTheCopier) {
 }
 
 
+// A copier output cut short, in any of its formats, measures short: the length check
+// (the two lengths within the default tolerance of one second) rejects it, where the
+// whole file passes. The length is that of the frames, pages or packets still there.
+TEST_F(NctTest, CopierOutputCutShortFailsTheLengthCheck) {
+  const double dSecs = 12.0;
+  const auto src = MemTone(dSecs);
+  struct Case {
+    int type;
+    const char* name;
+  } cases[] = {{FormatMP3, "a.mp3"}, {FormatMP2, "a.mp2"}, {FormatOGG, "a.ogg"}, {FormatWMA, "a.wma"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    {
+      auto o = std::dynamic_pointer_cast<IAudioFile>(ChooseAudioClass(c.type));
+      ASSERT_TRUE(o);
+      if (auto w = std::dynamic_pointer_cast<CAudioWMA>(o)) {
+        w->SetProfileNum(23);
+        w->SetWriteIndirect(true);
+      } else {
+        auto n = std::dynamic_pointer_cast<CAudioNCT>(o);
+        n->SetFileFormat(c.type, 44100, 128, 2, 17);
+        n->SetWriteIndirect(true);
+      }
+      o->SetMemFormat(GetMemFormat());
+      ASSERT_EQ(o->OpenAudioFile(P(c.name), AudioFileWrite), 0);
+      WriteInPieces(*o, src);
+      ASSERT_EQ(o->CloseAudioFile(), 0);
+    }
+    // The class's length of a file (-1 when it does not open) and the length check's.
+    auto ClassLength = [&](const std::string& sName) {
+      auto r = std::dynamic_pointer_cast<IAudioFile>(ChooseAudioClass(c.type));
+      r->SetMemFormat(GetMemFormat());
+      return r->OpenAudioFile(P(sName), AudioFileRead) == 0 ? r->AudioLength() : -1.0;
+    };
+    auto Passes = [&](double dActual) { return std::abs(dSecs - dActual) * 1000 <= 1000; };
+    EXPECT_NEAR(ClassLength(c.name), dSecs, 0.05);
+    EXPECT_NEAR(GetAudioLengthSecs(P(c.name)), dSecs, 0.05);
+    const std::string sBytes = audiotest::ReadAll(P(c.name));
+    for (double dPart : {0.5, 0.9}) {
+      SCOPED_TRACE(dPart);
+      const std::string sCut = "cut_" + std::string(c.name);
+      audiotest::WriteAll(P(sCut), sBytes.substr(0, static_cast<size_t>(sBytes.size() * dPart)));
+      const double dLength = GetAudioLengthSecs(P(sCut));
+      EXPECT_FALSE(Passes(dLength)) << dLength;
+      // What ffmpeg decodes of the same bytes, but for the pieces of a cut frame or page.
+      EXPECT_NEAR(dLength, DecodedFrames(P(sCut), 2) / 44100.0, 0.05);
+      EXPECT_LT(dLength, dSecs * dPart + 0.5);
+      EXPECT_NEAR(ClassLength(sCut), dLength, 0.001);
+    }
+  }
+}
+
 TEST_F(NctTest, GetAudioLengthSecs) {
   WriteFile("empty.wav", "");
   WriteFile("text.ogg", std::string(2000, 'x'));

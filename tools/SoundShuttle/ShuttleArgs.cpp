@@ -69,7 +69,9 @@ std::string ShuttleUsage() {
 Converts the audio of SRCFILE (MP2, MP3, Ogg Vorbis, WAV or WMA) into DSTFILE in the
 format that DSTFORMAT names. The file is written under a temporary name in the folder
 of DSTFILE, flushed to disk and renamed at the end, so that an interrupted run never
-leaves a file under the destination name. Exit status 0 on success; otherwise non-zero,
+leaves a file under the destination name. An existing DSTFILE is never replaced: the
+run fails instead (status 3), also when the file appears while the run is at work.
+Exit status 0 on success; otherwise non-zero,
 with one line on standard error that tells what failed (2: the command line, 3: the
 destination could not be written, 1: any other failure).
 

@@ -19,6 +19,7 @@
 #include "audio/codec/CodecError.h"
 #include "audio/codec/CodecFile.h"
 #include "audio/codec/WmaFile.h"
+#include "support/FileUtils.h"
 
 namespace {
 
@@ -41,7 +42,12 @@ void InstallSignalHandlers() {
   struct sigaction sa {};
   sa.sa_handler = OnSignal;
   sigemptyset(&sa.sa_mask);
-  for (int s : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaction(s, &sa, nullptr);
+  // Every signal that ends the run by default and can be caught: a stop from outside, a
+  // file grown past the size limit, a crash. (SIGKILL cannot be caught; the processor
+  // removes what such a run leaves at the next run of the hour.)
+  for (int s : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT, SIGXFSZ, SIGXCPU, SIGALRM, SIGUSR1, SIGUSR2,
+                SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL})
+    sigaction(s, &sa, nullptr);
 }
 
 struct Failure {
@@ -176,7 +182,16 @@ class Destination {
   WmaFile m_wma;
 };
 
+Failure DestinationExists(const std::string& sDst) {
+  return Failure{kExitDestination, "destination " + sDst +
+                                       " exists and is not replaced: remove it or name another destination"};
+}
+
 void Convert(const ShuttleArgs& args) {
+  {
+    struct stat st {};
+    if (lstat(args.sDstFile.c_str(), &st) == 0) throw DestinationExists(args.sDstFile);
+  }
   CommonAudioFormat fmt;
   if (!fmt.ParseFormatText(args.sDstFormat))
     throw Failure{kExitUsage, "no FormatType in the format text: " + args.sDstFormat};
@@ -218,10 +233,15 @@ void Convert(const ShuttleArgs& args) {
   close(fd);
   std::string sTemp = aName.data();
   std::memcpy(g_szTempFile, sTemp.c_str(), sTemp.size() + 1);
-  auto removeTemp = [&] {
-    unlink(sTemp.c_str());
-    g_szTempFile[0] = '\0';
-  };
+  // Whatever ends this routine early, the temporary file goes with it.
+  struct TempGuard {
+    std::string sPath;
+    bool bKeep = false;
+    ~TempGuard() {
+      if (!bKeep) unlink(sPath.c_str());
+      g_szTempFile[0] = '\0';
+    }
+  } guard{sTemp};
   Trace("writing " + sTemp);
 
   try {
@@ -242,20 +262,19 @@ void Convert(const ShuttleArgs& args) {
     dst.Close();
     Trace("wrote " + std::to_string(lFrames) + " frames");
   } catch (const CodecError& e) {
-    removeTemp();
     throw Failure{kExitFailed, "conversion failed: " + e.Description};
   }
   if (int rc = SyncPath(sTemp, false)) {
-    removeTemp();
     throw Failure{kExitDestination, "cannot flush " + sTemp + ": " + std::strerror(rc)};
   }
   chmod(sTemp.c_str(), 0644 & ~[] { mode_t m = umask(0); umask(m); return m; }());
-  if (rename(sTemp.c_str(), args.sDstFile.c_str()) != 0) {
-    int iErr = errno;
-    removeTemp();
+  // Never over another file: one that appeared under the name while this run worked
+  // stays as it is, and this run's output goes.
+  if (int iErr = RenameNoReplace(sTemp, args.sDstFile)) {
+    if (iErr == EEXIST) throw DestinationExists(args.sDstFile);
     throw Failure{kExitDestination, "cannot rename to " + args.sDstFile + ": " + std::strerror(iErr)};
   }
-  g_szTempFile[0] = '\0';
+  guard.bKeep = true;
   SyncPath(sFolder, true);
   Trace("done: " + args.sDstFile);
 }

@@ -12,9 +12,10 @@ extern "C" {
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
+#include "audio/codec/AudioLengthProbe.h"
 #include "audio/codec/CodecError.h"
-#include "audio/codec/Mp3GaplessInfo.h"
 
 namespace {
 
@@ -42,7 +43,106 @@ const KnownCodec* FindKnown(AVCodecID id) {
   return nullptr;
 }
 
+// Samples a WMA v1/v2 frame holds: the frame length of the codec at this rate.
+int64_t WmaFrameLength(AVCodecID id, int lRate) {
+  int iBits = 11;
+  if (lRate <= 16000)
+    iBits = 9;
+  else if (lRate <= 22050 || (lRate <= 32000 && id == AV_CODEC_ID_WMAV1))
+    iBits = 10;
+  return int64_t{1} << iBits;
+}
+
+// Whether WMA v1/v2 frames may run across packets (the bit reservoir of the codec's
+// flags); then a packet does not hold exactly one frame.
+bool WmaUsesBitReservoir(const AVCodecParameters* par) {
+  int iAt = par->codec_id == AV_CODEC_ID_WMAV1 ? 2 : 4;
+  if (!par->extradata || par->extradata_size < iAt + 2) return true;
+  int iFlags = par->extradata[iAt] | (par->extradata[iAt + 1] << 8);
+  return (iFlags & 2) != 0;
+}
+
+// A WMA file's length from its packets. Without the bit reservoir each whole packet is
+// one frame, and FFmpeg's decoder gives nothing for the first. Otherwise the packets are
+// decoded and their samples counted. -1 when the file can't be read.
+int64_t MeasureAsfFrames(const std::string& sPath) {
+  AVFormatContext* pFormat = nullptr;
+  AVDictionary* pOpts = nullptr;
+  av_dict_set(&pOpts, "format_whitelist", "asf", 0);
+  av_dict_set(&pOpts, "protocol_whitelist", "file", 0);
+  int rc = avformat_open_input(&pFormat, sPath.c_str(), nullptr, &pOpts);
+  av_dict_free(&pOpts);
+  if (rc < 0) return -1;
+  std::unique_ptr<AVFormatContext, void (*)(AVFormatContext*)> pOwnFormat(
+      pFormat, [](AVFormatContext* p) { avformat_close_input(&p); });
+  const AVCodec* pCodec = nullptr;
+  int iStream = av_find_best_stream(pFormat, AVMEDIA_TYPE_AUDIO, -1, -1, &pCodec, 0);
+  if (iStream < 0 || !pCodec) return -1;
+  const AVCodecParameters* par = pFormat->streams[iStream]->codecpar;
+  for (unsigned i = 0; i < pFormat->nb_streams; ++i)
+    if (static_cast<int>(i) != iStream) pFormat->streams[i]->discard = AVDISCARD_ALL;
+  bool bCount = (par->codec_id == AV_CODEC_ID_WMAV1 || par->codec_id == AV_CODEC_ID_WMAV2) &&
+                par->block_align > 0 && !WmaUsesBitReservoir(par);
+  std::unique_ptr<AVCodecContext, void (*)(AVCodecContext*)> pDecoder(
+      nullptr, [](AVCodecContext* p) { avcodec_free_context(&p); });
+  std::unique_ptr<AVFrame, void (*)(AVFrame*)> pFrame(nullptr, [](AVFrame* p) { av_frame_free(&p); });
+  if (!bCount) {
+    pDecoder.reset(avcodec_alloc_context3(pCodec));
+    pFrame.reset(av_frame_alloc());
+    if (!pDecoder || !pFrame || avcodec_parameters_to_context(pDecoder.get(), par) < 0 ||
+        avcodec_open2(pDecoder.get(), pCodec, nullptr) < 0)
+      return -1;
+  }
+  std::unique_ptr<AVPacket, void (*)(AVPacket*)> pPacket(av_packet_alloc(),
+                                                        [](AVPacket* p) { av_packet_free(&p); });
+  if (!pPacket) return -1;
+  int64_t lPackets = 0, lSamples = 0;
+  auto drain = [&] {
+    while (avcodec_receive_frame(pDecoder.get(), pFrame.get()) == 0) {
+      lSamples += pFrame->nb_samples;
+      av_frame_unref(pFrame.get());
+    }
+  };
+  while (av_read_frame(pFormat, pPacket.get()) >= 0) {
+    if (pPacket->stream_index == iStream && !(pPacket->flags & AV_PKT_FLAG_CORRUPT)) {
+      if (bCount) {
+        if (pPacket->size == par->block_align) ++lPackets;
+      } else {
+        // A packet the decoder refuses adds nothing; the next ones still count.
+        avcodec_send_packet(pDecoder.get(), pPacket.get());
+        drain();
+      }
+    }
+    av_packet_unref(pPacket.get());
+  }
+  if (bCount) return std::max<int64_t>(0, lPackets - 1) * WmaFrameLength(par->codec_id, par->sample_rate);
+  avcodec_send_packet(pDecoder.get(), nullptr);
+  drain();
+  return lSamples;
+}
+
 }  // namespace
+
+int64_t AvAudioReader::MeasureFrames(const AVStream* pStream) const {
+  const AVCodecParameters* par = pStream->codecpar;
+  const char* pszFormat = m_pFormat->iformat->name;
+  if (std::strcmp(pszFormat, "mp3") == 0) {
+    MpegAudioMeasure m = MeasureMpegAudio(m_sPath);
+    if (m.lFrames >= 0 && (m.lFrames == 0 || m.lSampleRate == m_lFileRate)) return m.lFrames;
+    return -1;
+  }
+  if (std::strcmp(pszFormat, "ogg") == 0) {
+    int64_t lStart = 0;
+    if (pStream->start_time != AV_NOPTS_VALUE)
+      lStart = av_rescale_q(pStream->start_time, pStream->time_base, AVRational{1, m_lFileRate});
+    return MeasureOggGranule(m_sPath, lStart);
+  }
+  if (std::strstr(pszFormat, "asf") != nullptr &&
+      (par->codec_id == AV_CODEC_ID_WMAV1 || par->codec_id == AV_CODEC_ID_WMAV2 ||
+       par->codec_id == AV_CODEC_ID_WMAPRO))
+    return MeasureAsfFrames(m_sPath);
+  return -1;
+}
 
 AvAudioReader::AvAudioReader() { SilenceCodecLoggingByDefault(); }
 AvAudioReader::~AvAudioReader() { Close(); }
@@ -78,6 +178,8 @@ void AvAudioReader::Close() {
 }
 
 void AvAudioReader::Open(const std::string& sPath) {
+  const int64_t lKnownFrames = m_lKnownFrames;
+  m_lKnownFrames = -1;
   Close();
   auto fail = [&](const std::string& sWhy) {
     Close();
@@ -148,14 +250,11 @@ void AvAudioReader::Open(const std::string& sPath) {
       m_bEstimated = true;
     }
   }
-  // MP3 from LAME: the Info frame tells the exact count of samples.
-  if (pStream->codecpar->codec_id == AV_CODEC_ID_MP3) {
-    Mp3GaplessInfo info;
-    if (ReadMp3GaplessInfo(sPath, info) && info.lSampleRate == m_lFileRate &&
-        info.lExactSamples > 0) {
-      m_dSeconds = static_cast<double>(info.lExactSamples) / m_lFileRate;
-      m_bEstimated = false;
-    }
+  // Where the form of the file allows, the length is that of the audio present.
+  int64_t lMeasured = lKnownFrames >= 0 ? lKnownFrames : MeasureFrames(pStream);
+  if (lMeasured >= 0) {
+    m_dSeconds = static_cast<double>(lMeasured) / m_lFileRate;
+    m_bEstimated = false;
   }
   if (!std::isfinite(m_dSeconds) || m_dSeconds < 0.0 || m_dSeconds > 48.0 * 3600.0)
     m_dSeconds = 0.0;
@@ -306,10 +405,16 @@ std::vector<int16_t> AvAudioReader::Read(int64_t lFrames) {
   return aOut;
 }
 
-void AvAudioReader::Rewind() {
+void AvAudioReader::Reopen() {
+  // The same file again: its length is known already.
   std::string sPath = m_sPath;
-  int32_t lRate = m_lOutRate, lChannels = m_lOutChannels;
+  m_lKnownFrames = m_bEstimated ? -1 : std::llround(m_dSeconds * m_lFileRate);
   Open(sPath);
+}
+
+void AvAudioReader::Rewind() {
+  int32_t lRate = m_lOutRate, lChannels = m_lOutChannels;
+  Reopen();
   m_lOutRate = lRate;
   m_lOutChannels = lChannels;
 }
@@ -347,8 +452,7 @@ void AvAudioReader::SetOutputFormat(int32_t lRate, int32_t lChannels) {
   // Keep the position in time: start again in the new format and move there.
   double dSecs = static_cast<double>(m_lPosition) / m_lOutRate;
   bool bAtEnd = m_bAtEnd;
-  std::string sPath = m_sPath;
-  Open(sPath);
+  Reopen();
   m_lOutRate = lRate;
   m_lOutChannels = lChannels;
   if (bAtEnd)

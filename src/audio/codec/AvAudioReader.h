@@ -13,6 +13,7 @@ struct AVCodecContext;
 struct SwrContext;
 struct AVPacket;
 struct AVFrame;
+struct AVStream;
 
 class AvAudioReader {
  public:
@@ -39,8 +40,9 @@ class AvAudioReader {
   int64_t SeekEnd();
   int64_t Position() const { return m_lPosition; }
 
-  // Length in output frames and in milliseconds: from the container where it knows the
-  // length, else estimated from the bit rate and the file size.
+  // Length in output frames and in milliseconds. MPEG audio, Ogg and WMA: measured, the
+  // audio that is present to the end of the file (a file cut short reads short). Other
+  // files: from the container, else estimated from the bit rate and the file size.
   int64_t TotalFrames() const;
   int64_t LengthMs() const;
   bool LengthIsEstimate() const { return m_bEstimated; }
@@ -59,6 +61,10 @@ class AvAudioReader {
   void FlushResampler();
   void ConfigureResampler(const AVFrame* pFrame);
   void Rewind();
+  void Reopen();
+  // Frames at the file's rate of the audio the file holds, measured from its frames,
+  // pages or packets; -1 where its form is not measured.
+  int64_t MeasureFrames(const AVStream* pStream) const;
 
   AVFormatContext* m_pFormat = nullptr;
   AVCodecContext* m_pDecoder = nullptr;
@@ -89,4 +95,5 @@ class AvAudioReader {
   int32_t m_lFormatTag = 0;
   double m_dSeconds = 0.0;
   bool m_bEstimated = false;
+  int64_t m_lKnownFrames = -1;  // set by Reopen: the measured length, not measured again
 };

@@ -18,6 +18,10 @@ extern "C" {
 namespace {
 // Frames handed to an encoder that takes any frame size (PCM).
 constexpr int kVariableFrameSize = 4096;
+// MPEG audio layers I and II: the decoder's output lags its input by the delay of the
+// two filter banks, and nothing in the file tells a decoder to take it off. Silence of
+// this length after the audio keeps its last samples inside the last frame.
+constexpr int kMpegFilterBankDelay = 481;
 
 std::string AvErrorText(int rc) {
   char a[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -115,7 +119,21 @@ void AvAudioWriter::Create(const std::string& sPath, const AvEncodeSettings& s) 
   m_sPath = sPath;
   m_lNextPts = 0;
   m_lInputFrames = 0;
+  m_bFirstPageFlushed = s.sMuxer != "ogg";
+  m_iTailSilence = (pCodec->id == AV_CODEC_ID_MP2 || pCodec->id == AV_CODEC_ID_MP1) ? kMpegFilterBankDelay : 0;
   SetUpResampler();
+  // WMA v1/v2: FFmpeg's decoder gives nothing for the first frame of a stream (it only
+  // primes the overlap of its transform), and an ASF file cannot tell it to expect that.
+  // One frame of silence in front keeps the first samples of the audio.
+  if (pCodec->id == AV_CODEC_ID_WMAV1 || pCodec->id == AV_CODEC_ID_WMAV2) AddSilence(m_pEncoder->frame_size);
+}
+
+void AvAudioWriter::AddSilence(int iFrames) {
+  if (iFrames <= 0) return;
+  uint8_t** pp = ConversionBuffer(iFrames);
+  av_samples_set_silence(pp, 0, iFrames, m_pEncoder->ch_layout.nb_channels, m_pEncoder->sample_fmt);
+  if (av_audio_fifo_write(m_pFifo, reinterpret_cast<void**>(pp), iFrames) < iFrames)
+    throw CodecError(CodecErr::kWriteFailed, "Cannot buffer audio");
 }
 
 void AvAudioWriter::SetInputFormat(int32_t lRate, int32_t lChannels) {
@@ -189,6 +207,13 @@ void AvAudioWriter::SendFrame(AVFrame* pFrame) {
     av_packet_rescale_ts(m_pPacket, m_pEncoder->time_base, m_pFormat->streams[0]->time_base);
     rc = av_write_frame(m_pFormat, m_pPacket);
     av_packet_unref(m_pPacket);
+    // Ogg: the first audio page ends after the first packet. FFmpeg's demuxer works out
+    // the start of the stream from the granule of the first page; where that page is
+    // also the last (a short file) it cannot, and the first block's samples go missing.
+    if (rc >= 0 && !m_bFirstPageFlushed) {
+      m_bFirstPageFlushed = true;
+      rc = av_write_frame(m_pFormat, nullptr);
+    }
     if (rc < 0)
       throw CodecError(CodecErr::kWriteFailed, "Cannot write " + m_sPath + " (" + AvErrorText(rc) + ")");
   }
@@ -225,6 +250,9 @@ void AvAudioWriter::Close() {
       if (n > 0) av_audio_fifo_write(m_pFifo, reinterpret_cast<void**>(ppOut), n);
       if (n <= 0) break;
     }
+    AddSilence(m_iTailSilence);
+    // The last frame may be short: the encoder pads it (with silence, to its frame size)
+    // where the format has no short frames. Then the encoder gives what it still holds.
     EncodeFrames(true);
     SendFrame(nullptr);
     int rc = av_write_trailer(m_pFormat);

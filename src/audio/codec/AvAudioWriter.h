@@ -45,6 +45,8 @@ class AvAudioWriter {
   void SetUpResampler();
   void EncodeFrames(bool bFinal);
   void SendFrame(AVFrame* pFrame);
+  // Appends silence in the encoder's format behind what is buffered.
+  void AddSilence(int iFrames);
   // The resampler's output buffer, kept for the life of the file and grown when needed,
   // so that writing allocates nothing once it runs.
   uint8_t** ConversionBuffer(int iFrames);
@@ -64,5 +66,7 @@ class AvAudioWriter {
   int32_t m_lInRate = 44100;
   int32_t m_lInChannels = 2;
   bool m_bHeaderWritten = false;
+  bool m_bFirstPageFlushed = true;
+  int m_iTailSilence = 0;  // frames of silence behind the audio at the close
   std::string m_sPath;
 };

@@ -1,0 +1,25 @@
+#pragma once
+// Lengths of compressed audio measured from what a file holds, not from a count that an
+// encoder wrote into a header: the MPEG audio frames that are whole up to the end of the
+// file, the granule position of the last whole Ogg page. A file cut short measures short.
+// Each gives frames (samples per channel) at the file's own rate, as FFmpeg's decoders
+// deliver them, or -1 when the file is not of that kind or cannot be read.
+#include <cstdint>
+#include <string>
+
+struct MpegAudioMeasure {
+  int64_t lFrames = -1;       // samples per channel a decoder delivers
+  int32_t lSampleRate = 0;
+  int32_t lAudioFrames = 0;   // whole MPEG frames present, the Info frame not counted
+  int32_t lHeaderFrames = 0;  // the count of the Info frame; 0 without one
+};
+
+// MPEG-1/2/2.5 layers I to III, after any ID3v2 tags. With a LAME Info tag the encoder
+// delay and the end padding are taken off as a gapless decoder does, but only where the
+// frames are present: a file cut short loses its padding from the count, not its audio.
+MpegAudioMeasure MeasureMpegAudio(const std::string& sPath);
+
+// Ogg: the granule position of the last page that is whole and passes its checksum, of
+// the stream that the file's first page belongs to, less lStartGranule (the stream's
+// start; a negative start counts from 0).
+int64_t MeasureOggGranule(const std::string& sPath, int64_t lStartGranule);
