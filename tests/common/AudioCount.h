@@ -2,6 +2,8 @@
 // Sample counts of audio files as independent tools decode them: ffmpeg for every format,
 // sox as a second opinion on WAV files. Counts are frames (samples of one channel) at the
 // file's own rate, whatever its header claims.
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -9,6 +11,15 @@
 #include "common/TempRoot.h"
 
 namespace audiocount {
+
+// A fresh file name in the temporary folder for a decoded stream: never beside the file
+// decoded, which may be on a full or read-only drive.
+inline std::string ScratchFile() {
+  std::string sName = (std::filesystem::temp_directory_path() / "kncount.XXXXXX").string();
+  const int fd = mkstemp(sName.data());
+  if (fd >= 0) close(fd);
+  return sName;
+}
 
 struct Counted {
   std::string sCodec;    // as ffmpeg names it; empty when ffmpeg can't read the file
@@ -21,7 +32,7 @@ struct Counted {
 // Decodes the whole file with ffmpeg at its own rate, mixed down to one channel.
 inline Counted CountFrames(const std::string& sPath) {
   Counted c;
-  const std::string sRaw = sPath + ".count.raw";
+  const std::string sRaw = ScratchFile();
   std::string sOut;
   const int rc = RunProgram("ffmpeg -hide_banner -nostdin -y -xerror -i " + Quote(sPath) + " -ac 1 -f s16le " +
                                 Quote(sRaw),
@@ -47,7 +58,7 @@ inline Counted CountFrames(const std::string& sPath) {
 
 // The frames sox decodes from a WAV file (-1 when it can't).
 inline long long SoxFrames(const std::string& sPath) {
-  const std::string sRaw = sPath + ".sox.raw";
+  const std::string sRaw = ScratchFile();
   std::string sOut;
   long long lFrames = -1;
   if (RunProgram("sox -V1 " + Quote(sPath) + " -t s16 -c 1 " + Quote(sRaw), &sOut) == 0) {

@@ -280,6 +280,7 @@ struct ReadOnlyCase {
   const char* sMounted;  // below the machine root
   bool bHourLogWritable;
 };
+void PrintTo(const ReadOnlyCase& c, std::ostream* os) { *os << c.sName; }
 
 class ReadOnlyMountTest : public RealFaultTest, public ::testing::WithParamInterface<ReadOnlyCase> {};
 
