@@ -242,7 +242,8 @@ TEST_F(ProcessKillTest, KilledAtRandomMomentsNothingIsLostAndTheNextRunFinishes)
       ADD_FAILURE() << "trial " << iTrial << " (killed after " << iDelay << " ms):" << sText;
     }
     if (iTrial % 10 == 0) {
-      std::printf("kill trials: %d run, %d failed so far\n", iTrial, iFailedTrials);
+      std::printf("kill trials: %d run, %d killed while running, %d failed so far\n", iTrial, iKilledInRun,
+                  iFailedTrials);
       std::fflush(stdout);
     }
   }
