@@ -113,13 +113,24 @@ void frmProcessLogs::ProcessOneFile() {
   // name without the letter, or a letter beyond the logger's formats, is no segment of
   // this logger: it is passed over like any other file that isn't audio.
   std::shared_ptr<IAudioFormat> OutFileFormat;
+  std::string sMissingKey;
   try {
     const int16_t iOutput = oLog->GetAudioFileOutputNum(st.sFile);
     auto oPeriods = oLog->AudioFormat(iOutput);
     auto oPeriod = oPeriods ? oPeriods->Period(eAct) : nullptr;
     if (oPeriod) OutFileFormat = oPeriod->IAudioFormat_Copy();
+    else if (oPeriods) sMissingKey = oPeriods->MissingKey(eAct);
   } catch (const RaisedError& e) {
     DebugMsg(fmt::format("No output format for {}: {} ({})", st.sFile, e.Description, e.Number), -1, 0);
+    return PassOver(P);
+  }
+  if (!sMissingKey.empty()) {
+    // The settings file doesn't say what this output becomes: the file is kept and the
+    // hour stays due, flagged, until the settings are mended.
+    oLog->AddToServerLog(st.sLogPath,
+                         "ERROR: the settings key " + sMissingKey + " is missing: " + st.sFile + " is kept", "");
+    DebugMsg("Settings key " + sMissingKey + " is missing: file kept", -1, 0);
+    st.bGroupError = true;
     return PassOver(P);
   }
   if (!OutFileFormat) return PassOver(P);

@@ -1,5 +1,7 @@
 #include "support/ProfileFile.h"
 
+#include <utility>
+
 #include "support/TextRules.h"
 
 namespace {
@@ -48,8 +50,45 @@ ProfileFile::Line ProfileFile::MakeLine(std::string sText, std::string sEnd) {
   return L;
 }
 
-ProfileFile ProfileFile::Parse(std::string_view sBytes) {
+bool ProfileFile::DecodeText(std::string_view sBytes, std::string& sText, Encoding& eEncoding) {
+  eEncoding = Encoding::Bytes;
+  const bool bLe = sBytes.size() >= 2 && sBytes[0] == '\xFF' && sBytes[1] == '\xFE';
+  const bool bBe = sBytes.size() >= 2 && sBytes[0] == '\xFE' && sBytes[1] == '\xFF';
+  if (!bLe && !bBe) {
+    sText.assign(sBytes);
+    return true;
+  }
+  const std::string_view sUnits = sBytes.substr(2);
+  bool bOk = sUnits.size() % 2 == 0;
+  // Every unit must be a character or one half of a surrogate pair.
+  for (size_t i = 0; bOk && i + 1 < sUnits.size(); i += 2) {
+    auto unit = [&](size_t k) {
+      const auto hi = static_cast<unsigned char>(sUnits[bLe ? k + 1 : k]);
+      const auto lo = static_cast<unsigned char>(sUnits[bLe ? k : k + 1]);
+      return static_cast<unsigned>(hi << 8 | lo);
+    };
+    const unsigned u = unit(i);
+    if (u >= 0xD800 && u <= 0xDBFF) {
+      bOk = i + 3 < sUnits.size() && unit(i + 2) >= 0xDC00 && unit(i + 2) <= 0xDFFF;
+      i += 2;
+    } else if (u >= 0xDC00 && u <= 0xDFFF) {
+      bOk = false;
+    }
+  }
+  if (!bOk) {
+    sText.assign(sBytes);
+    return false;
+  }
+  eEncoding = bLe ? Encoding::Utf16Le : Encoding::Utf16Be;
+  sText = TextRules::Utf16ToUtf8(sUnits, bBe);
+  return true;
+}
+
+ProfileFile ProfileFile::Parse(std::string_view sFileBytes) {
   ProfileFile f;
+  std::string sText;
+  DecodeText(sFileBytes, sText, f.m_eEncoding);
+  std::string_view sBytes = sText;
   if (sBytes.substr(0, kBom.size()) == kBom) {
     f.m_bBom = true;
     sBytes.remove_prefix(kBom.size());
@@ -200,5 +239,9 @@ std::string ProfileFile::Serialise() const {
     s += L.sText;
     s += L.sEnd;
   }
-  return s;
+  if (m_eEncoding == Encoding::Bytes) return s;
+  std::string sUnits = TextRules::Utf8ToUtf16Le(s);
+  if (m_eEncoding == Encoding::Utf16Be)
+    for (size_t i = 0; i + 1 < sUnits.size(); i += 2) std::swap(sUnits[i], sUnits[i + 1]);
+  return (m_eEncoding == Encoding::Utf16Le ? std::string("\xFF\xFE") : std::string("\xFE\xFF")) + sUnits;
 }
