@@ -72,7 +72,9 @@ bool ProfileFile::DecodeText(std::string_view sBytes, std::string& sText, Encodi
       bOk = i + 3 < sUnits.size() && unit(i + 2) >= 0xDC00 && unit(i + 2) <= 0xDFFF;
       i += 2;
     } else if (u >= 0xDC00 && u <= 0xDFFF) {
-      bOk = false;
+      // 0xDC80 to 0xDCFF alone stand for a byte that was no UTF-8 (as this class writes
+      // such a byte back); other lone halves are broken text.
+      bOk = u >= 0xDC80 && u <= 0xDCFF;
     }
   }
   if (!bOk) {
