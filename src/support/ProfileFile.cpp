@@ -81,8 +81,18 @@ bool ProfileFile::DecodeText(std::string_view sBytes, std::string& sText, Encodi
     sText.assign(sBytes);
     return false;
   }
+  std::string sDecoded = TextRules::Utf16ToUtf8(sUnits, bBe);
+  // Lone units that stand for bytes must not form a character when put together: the text
+  // must write back to the very same units, or a rewrite would change the file's text.
+  std::string sAgain = TextRules::Utf8ToUtf16Le(sDecoded);
+  if (bBe)
+    for (size_t i = 0; i + 1 < sAgain.size(); i += 2) std::swap(sAgain[i], sAgain[i + 1]);
+  if (sAgain != sUnits) {
+    sText.assign(sBytes);
+    return false;
+  }
   eEncoding = bLe ? Encoding::Utf16Le : Encoding::Utf16Be;
-  sText = TextRules::Utf16ToUtf8(sUnits, bBe);
+  sText = std::move(sDecoded);
   return true;
 }
 
