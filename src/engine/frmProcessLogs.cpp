@@ -141,7 +141,7 @@ void frmProcessLogs::TickFailed(TimerId eTimer, const std::string& sError) {
     if (st.bFileInProgress) RemoveFileInTheMaking();
     ReleaseFileObjects();
     st.bFileInProgress = false;
-    if (st.oEntry && !st.sLogPath.empty())
+    if (st.oEntry && st.oEntry->Log() && !st.sLogPath.empty())
       st.oEntry->Log()->AddToServerLog(st.sLogPath, "ERROR: " + sError + ". The hour is left for a later cycle", "");
     if (st.bInGroup) {
       st.bGroupError = true;

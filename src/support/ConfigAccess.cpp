@@ -222,6 +222,8 @@ bool ChangeProfile(const std::string& sFile, const std::function<bool(ProfileFil
   const int e = ReadWithStatus(sFile, sBytes, st);
   if (e != 0 && e != ENOENT) return false;
   ProfileFile f = ProfileFile::Parse(sBytes);
+  // Broken UTF-16 is left as it is: the write fails, and the caller says so.
+  if (!f.Editable()) return false;
   if (!fnChange(f)) return true;
   const int w = WriteFileAtomically(sFile, f.Serialise());
   ProfileCache().Forget(sFile);

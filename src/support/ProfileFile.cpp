@@ -99,7 +99,7 @@ bool ProfileFile::DecodeText(std::string_view sBytes, std::string& sText, Encodi
 ProfileFile ProfileFile::Parse(std::string_view sFileBytes) {
   ProfileFile f;
   std::string sText;
-  DecodeText(sFileBytes, sText, f.m_eEncoding);
+  f.m_bUndecodable = !DecodeText(sFileBytes, sText, f.m_eEncoding);
   std::string_view sBytes = sText;
   if (sBytes.substr(0, kBom.size()) == kBom) {
     f.m_bBom = true;
@@ -191,6 +191,7 @@ void ProfileFile::InsertLines(size_t iPos, std::vector<Line> aNew) {
 }
 
 bool ProfileFile::SetString(std::string_view sSection, std::string_view sKey, std::string_view sValue) {
+  if (!Editable()) return false;
   const std::string sSec(TrimText(sSection));
   const std::string sName(TrimText(sKey));
   const std::string sVal(TrimText(sValue));
@@ -217,6 +218,7 @@ bool ProfileFile::SetString(std::string_view sSection, std::string_view sKey, st
 }
 
 bool ProfileFile::SetSection(std::string_view sSection, std::string_view sEntries) {
+  if (!Editable()) return false;
   const std::string sBefore = Serialise();
   const std::string sSec(TrimText(sSection));
   std::vector<Line> aNew;

@@ -28,6 +28,10 @@ class ProfileFile {
   // (an odd number of bytes, an unpaired surrogate): sText is then the bytes.
   static bool DecodeText(std::string_view sBytes, std::string& sText, Encoding& eEncoding);
   Encoding TextEncoding() const { return m_eEncoding; }
+  // False for a file that starts with a UTF-16 byte-order mark but is no UTF-16: it is
+  // read as its bytes, and never changed (lines of single bytes added to it could make
+  // the whole read as other UTF-16 text). SetString and SetSection then change nothing.
+  bool Editable() const { return !m_bUndecodable; }
 
   // The key's value (quotes removed); nothing when the section or key is absent.
   // A line without "=" is a key without a value: it ends the search with nothing.
@@ -39,7 +43,8 @@ class ProfileFile {
   std::string GetSection(std::string_view sSection) const;
 
   // Sets one key, keeping every other line. A missing section is added at the end of
-  // the file, a missing key at the end of its section. True when the text changed.
+  // the file, a missing key at the end of its section. True when the text changed
+  // (never for a file that isn't Editable).
   bool SetString(std::string_view sSection, std::string_view sKey, std::string_view sValue);
   // Replaces the lines of the section by the NUL-separated entries (an empty entry ends
   // the list). True when the text changed.
@@ -72,6 +77,7 @@ class ProfileFile {
 
   bool m_bBom = false;
   Encoding m_eEncoding = Encoding::Bytes;
+  bool m_bUndecodable = false;
   std::vector<Line> m_aLines;
   std::string m_sDefaultEnd = "\r\n";
 };

@@ -226,20 +226,6 @@ TEST_F(ContainmentTest, SecondStopSignalChangesNothing) {
   EXPECT_EQ(ReadBytes(In(1, "20261122/1300/130000A.wav")), sFirst);
 }
 
-// A pipe in place of the registry is refused at once: the processor finds no loggers,
-// says why, and stops on SIGTERM as usual.
-TEST_F(ContainmentTest, PipeAsRegistryDoesNotHang) {
-  ASSERT_EQ(::mkfifo(PathIn("registry.reg").c_str(), 0600), 0);
-  RunningProgram oProc;
-  ASSERT_TRUE(Start(oProc, {"/DEBUG"}));
-  ASSERT_TRUE(WaitForTrace("No Logs Found: Reset wait timer")) << ReadFile("out.txt");
-  oProc.Signal(SIGTERM);
-  ASSERT_TRUE(oProc.WaitEnd(5000));
-  EXPECT_EQ(oProc.ExitCode(), 0);
-  EXPECT_NE(ReadFile("out.txt").find("cannot read the registry file: not a regular file"), std::string::npos)
-      << ReadFile("out.txt");
-}
-
 // An exception that escapes a tick is traced and said; the hour it hit stays due (its
 // group is flagged) while the cycle goes on and ends as usual. A processor fault in a
 // tick ends the process after its last words: "IDLE", the unfinished converted file
