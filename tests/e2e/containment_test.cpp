@@ -76,7 +76,7 @@ TEST_F(ContainmentTest, SecondProcessorOnTheSameRootIsRefusedAndNoAudioIsLost) {
   WriteRegistry(300);
   AddHour(1, "20261122", "13", kPast, kLater, kLater, 3, 6.0);
   RunningProgram oFirst;
-  ASSERT_TRUE(Start(oFirst, {"/DEBUG"}));
+  ASSERT_TRUE(Start(oFirst, {"/DEBUG", "/KEEPALIVE"}));
   ASSERT_TRUE(WaitForTrace("Processing file:", 30000)) << ReadFile("out.txt");
 
   fs::create_directories(PathIn("operator/build/bin"));
@@ -94,12 +94,15 @@ TEST_F(ContainmentTest, SecondProcessorOnTheSameRootIsRefusedAndNoAudioIsLost) {
               std::string(sSilent).empty())
         << sOut;
   }
-  ASSERT_TRUE(oFirst.WaitEnd(120000));
-  EXPECT_EQ(oFirst.ExitCode(), 0) << ReadFile("out.txt");
   const std::string sHour = In(1, "20261122/1300/");
+  ASSERT_TRUE(WaitFor([&] { return IniValue(sHour + "130000.inf", "StandardAudioAt") == "-1"; }, 120000))
+      << ReadFile("out.txt");
+  EXPECT_TRUE(oFirst.Running());
+  oFirst.Signal(SIGTERM);
+  ASSERT_TRUE(oFirst.WaitEnd(20000));
+  EXPECT_EQ(oFirst.ExitCode(), 0) << ReadFile("out.txt");
   ExpectHourWhole(sHour, 3, 6.0);
   EXPECT_EQ(Decode(sHour + "130200A.wav").sCodec, "adpcm_ima_wav");
-  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
 }
 
 // A settings file torn after its first format line: the standard and archive formats are
