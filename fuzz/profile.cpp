@@ -44,6 +44,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
   (void)f.GetSection("General");
   (void)ProfileFile::IntValue(f.GetString("General", "Rate"), -1);
 
+  if (!f.Editable()) {
+    // Broken UTF-16 is never changed.
+    Check(!f.SetString("General", "Rate", "1") && !f.SetSection("General", std::string("A=1\0\0", 5)));
+    Check(f.Serialise() == sIn);
+    return 0;
+  }
+
   const std::string sSec = Name(Part(sIn, 0, 3));
   const std::string sKey = Name(Part(sIn, 3, 3));
   const std::string sVal = Value(Part(sIn, 6, 20));

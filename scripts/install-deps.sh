@@ -11,6 +11,7 @@ PACKAGES=(
   clang libclang-rt-14-dev
   sox ffmpeg
   xvfb xauth
+  locales
 )
 
 missing=()
@@ -20,14 +21,29 @@ for p in "${PACKAGES[@]}"; do
   fi
 done
 
-if [ ${#missing[@]} -eq 0 ]; then
-  echo "install-deps: all packages present"
-  exit 0
-fi
-
 SUDO=""
 if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 export DEBIAN_FRONTEND=noninteractive
-echo "install-deps: installing ${missing[*]}"
-$SUDO apt-get update -qq
-$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "install-deps: all packages present"
+else
+  echo "install-deps: installing ${missing[*]}"
+  $SUDO apt-get update -qq
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# A locale whose decimal sign is a comma, for the tests that check that numbers read and
+# print the same under any locale.
+TEST_LOCALE=de_DE.UTF-8
+if ! locale -a 2>/dev/null | grep -qix 'de_DE\.utf-\?8'; then
+  echo "install-deps: generating the locale $TEST_LOCALE"
+  if ! grep -q "^$TEST_LOCALE UTF-8" /etc/locale.gen 2>/dev/null; then
+    if grep -q "^# *$TEST_LOCALE UTF-8" /etc/locale.gen 2>/dev/null; then
+      $SUDO sed -i "s/^# *$TEST_LOCALE UTF-8/$TEST_LOCALE UTF-8/" /etc/locale.gen
+    else
+      echo "$TEST_LOCALE UTF-8" | $SUDO tee -a /etc/locale.gen > /dev/null
+    fi
+  fi
+  $SUDO locale-gen > /dev/null
+fi

@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCoreApplication>
 
+#include <clocale>
 #include <cstdlib>
 #include <memory>
 
@@ -45,6 +46,11 @@ int main(int argc, char** argv) {
     pApp = std::make_unique<QApplication>(s_iQtArgc, s_apQtArgv);
   else
     pApp = std::make_unique<QCoreApplication>(s_iQtArgc, s_apQtArgv);
+  // The application object sets every category of the C locale from the environment.
+  // Numbers in the registry, the settings and hour files and the traces are read and
+  // written with "." whatever the server's language, so the numeric category goes back
+  // to "C" (texts and messages keep the operator's locale).
+  setlocale(LC_NUMERIC, "C");
 
   // With a display the form gets its window, and message boxes are real ones (unless the
   // platform draws for nobody, as offscreen does: then they answer at once).

@@ -1,5 +1,6 @@
 // CLog: the logger's settings file, Kestrane.ini.
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <cerrno>
 #include <cmath>
@@ -13,6 +14,7 @@
 #include "support/ConfigAccess.h"
 #include "support/DebugMsg.h"
 #include "support/FileHelper.h"
+#include "support/Journal.h"
 #include "support/Machine.h"
 #include "support/OsInfo.h"
 
@@ -96,9 +98,10 @@ bool CLog::LoadLog(const std::string& LogPath, int32_t LoadFlags) {
   // A file that exists but can't be read would load as a logger without formats or
   // hours; it is treated as missing rather than run with such settings.
   if (int err = ConfigAccess::ProfileReadError(sFile); err != 0) {
-    DebugMsg(fmt::format("Exit CLog::LoadLog (kestrane.ini can not be read: {})",
-                         Win32Helper::ErrorText(err)),
+    DebugMsg(fmt::format("Exit CLog::LoadLog (kestrane.ini can not be read: {})", ConfigAccess::ReadErrorText(err)),
              5, 2);
+    SayToJournal(JournalPriority::Error, fmt::format("cannot read the settings file {}: {}; the logger is not loaded",
+                                                     sFile, ConfigAccess::ReadErrorText(err)));
     return false;
   }
 
@@ -156,6 +159,7 @@ void CLog::DecodeLogSettings(const std::string& sSection) {
 
 void CLog::DecodeLogTypes(const std::string& sINIFile) {
   DebugMsg("Start CLog::DecodeLogTypes", 5, 1);
+  std::vector<std::string> aMissing;
   for (int32_t i = 0; i < m_lOutputFormatCount; ++i) {
     auto f = AudioFormat(i);
     if (!f) {
@@ -164,6 +168,17 @@ void CLog::DecodeLogTypes(const std::string& sINIFile) {
     }
     DebugMsg("Load Format " + std::to_string(i), -1, 0);
     f->Load(sINIFile, i);
+    for (int32_t p = 0; p < 3; ++p)
+      if (!f->MissingKey(p).empty()) aMissing.push_back(f->MissingKey(p));
+  }
+  if (!aMissing.empty()) {
+    // A torn or hand-cut file: the outputs it announces aren't all described. Their files
+    // are kept (the format is unknown, not "none") and their hours stay due.
+    const std::string sText = fmt::format(
+        "{}: OutputCount is {} but {} missing: the files of these outputs are kept and their hours are flagged",
+        sINIFile, m_lOutputFormatCount, fmt::join(aMissing, ", "));
+    DebugMsg("WARNING: " + sText, -1, 0);
+    SayToJournal(JournalPriority::Warning, sText);
   }
   if (AudioQualityChange) AudioQualityChange();
   DebugMsg("End CLog::DecodeLogTypes", 5, 2);

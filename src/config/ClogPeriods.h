@@ -18,12 +18,19 @@ class ClogPeriods {
   const std::string& FormatName() const { return m_sFormatName; }
   void FormatName(const std::string& s) { m_sFormatName = s; }
 
-  // index 0 to 2; anything else raises error 9 "Subscript out of range".
+  // index 0 to 2; anything else raises error 9 "Subscript out of range". Null when the
+  // settings file has no "FormatType" key for the period (see MissingKey).
   std::shared_ptr<IAudioFormat> Period(int32_t index) const;
   void Period(int32_t index, std::shared_ptr<IAudioFormat> oFormat);
 
   // A deep copy: nothing is shared with this object.
   std::shared_ptr<ClogPeriods> Copy() const;
+
+  // The "FormatType<p><x>" key that the settings file lacked (or left empty) at the last
+  // Load, for period index; "" when the key was there. Only an explicit -1 means "no
+  // audio in this period" (the files are removed); an absent key means the format is
+  // unknown: the period has no format object, its files are kept and the hour is flagged.
+  const std::string& MissingKey(int32_t index) const;
 
   // sINIFile is a path of this machine; Format the output format's number.
   void Load(const std::string& sINIFile, int32_t Format);
@@ -36,4 +43,5 @@ class ClogPeriods {
  private:
   std::string m_sFormatName;
   std::array<std::shared_ptr<IAudioFormat>, 3> m_aPeriod;
+  std::array<std::string, 3> m_aMissingKey;
 };

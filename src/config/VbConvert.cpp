@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include <cctype>
+#include <charconv>
 #include <cmath>
-#include <cstdlib>
 #include <limits>
 
 #include "support/CNVErr.h"
@@ -49,11 +49,32 @@ size_t NumberLength(const std::string& s, size_t i) {
   return j - i;
 }
 
+// The number is read with from_chars: "." is the decimal sign whatever the locale of the
+// process (Qt sets it from the environment, and a comma-decimal one would read "0.5" as 0).
 double ParseNumber(const std::string& s, size_t i, size_t n) {
   std::string t = s.substr(i, n);
   for (char& c : t)
     if (c == 'd' || c == 'D') c = 'e';
-  return std::strtod(t.c_str(), nullptr);
+  bool bNegative = false;
+  size_t iFrom = 0;
+  if (!t.empty() && (t[0] == '+' || t[0] == '-')) {
+    bNegative = t[0] == '-';
+    iFrom = 1;
+  }
+  double d = 0.0;
+  const char* pFirst = t.data() + iFrom;
+  const char* pLast = t.data() + t.size();
+  const auto r = std::from_chars(pFirst, pLast, d, std::chars_format::general);
+  if (r.ec == std::errc::result_out_of_range) {
+    // Too large is infinite, too small is zero, as the C library reads them. The
+    // exponent tells which: a number of this form with a negative one is tiny.
+    const size_t iExp = t.find_first_of("eE");
+    const bool bTiny = iExp != std::string::npos && iExp + 1 < t.size() && t[iExp + 1] == '-';
+    d = bTiny ? 0.0 : std::numeric_limits<double>::infinity();
+  } else if (r.ec != std::errc()) {
+    d = 0.0;
+  }
+  return bNegative ? -d : d;
 }
 }  // namespace
 

@@ -32,6 +32,7 @@ struct Scope {
 };
 Scope* volatile g_pInnermost = nullptr;
 char g_szFaultName[64];
+void (*volatile g_pfnLastWords)() = nullptr;
 
 void WriteAll(int fd, const char* p, size_t n) {
   while (n > 0) {
@@ -51,7 +52,12 @@ void FaultHandler(int iSignal, siginfo_t* pInfo, void*) {
 
   if (Scope* pScope = g_pInnermost) siglongjmp(pScope->Env, 1);
 
-  // No handler: the raised error ends the process.
+  // No handler: the raised error ends the process, after its last words (once: a fault
+  // inside them goes straight on).
+  if (void (*pfn)() = g_pfnLastWords) {
+    g_pfnLastWords = nullptr;
+    pfn();
+  }
   const char szHead[] = "knlogproc: Run-time error '10000': ";
   WriteAll(STDERR_FILENO, szHead, sizeof szHead - 1);
   WriteAll(STDERR_FILENO, g_szFaultName, std::strlen(g_szFaultName));
@@ -155,6 +161,8 @@ void RemoveExceptionFilter() {
 }
 
 bool ExceptionFilterInstalled() { return g_bInstalled; }
+
+void SetLastWordsHandler(void (*pfnLastWords)()) { g_pfnLastWords = pfnLastWords; }
 
 void RunWithFaultHandler(const std::function<void()>& fn) {
   Scope oScope;

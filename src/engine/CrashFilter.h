@@ -10,8 +10,9 @@
 // RaisedError from an ordinary frame, where the routine's try/catch sees it. Frames
 // between the fault and that call are abandoned without running their destructors: what
 // the interrupted code left half done stays so, and what it held is leaked. With no
-// active RunWithFaultHandler the error ends the process: a line on standard error, and
-// the signal's default action (a core dump where the system makes one).
+// active RunWithFaultHandler the error ends the process: the last words (see
+// SetLastWordsHandler), a line on standard error, and the signal's default action (a
+// core dump where the system makes one).
 //
 // The trace line is written from the signal handler. That is safe for a fault in the
 // program's own code; a fault inside the C library's allocator or stdio could deadlock
@@ -42,6 +43,10 @@ std::string MyExceptionFilter(const ExceptionRecord& oRecord);
 void InstallExceptionFilter();
 void RemoveExceptionFilter();
 bool ExceptionFilterInstalled();
+
+// A routine the filter calls, once, before a fault with no RunWithFaultHandler to go to
+// ends the process: it may trace, send a message and remove files of its own. Null: none.
+void SetLastWordsHandler(void (*pfnLastWords)());
 
 // Runs fn; a fault inside it (while the filter is installed) comes out of this call as
 // RaisedError(10000, "MyExceptionFilter", <name>). Calls nest; the innermost one wins.

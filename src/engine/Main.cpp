@@ -1,6 +1,13 @@
 #include "engine/Main.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cfenv>
+#include <cstring>
 #include <memory>
 
 #include <fmt/format.h>
@@ -13,10 +20,45 @@
 #include "support/AppGlobal.h"
 #include "support/ConfigAccess.h"
 #include "support/DebugMsg.h"
+#include "support/Journal.h"
+#include "support/Machine.h"
 #include "support/MsgBox.h"
 #include "support/ProcessTable.h"
 
 namespace {
+
+// The lock of the machine root, held from Main to the end of the process (never closed:
+// the system lets it go with the process, however that ends).
+int g_iRootLock = -1;
+
+enum class RootLock { Taken, Held, Unavailable };
+
+// One processor per machine root, whatever its executable: an exclusive flock on
+// run/knlogproc.lock. The descriptor is closed on exec, so that a copier started by this
+// processor doesn't keep the root locked after the processor is gone.
+RootLock TakeRootLock(std::string& sWhy) {
+  const std::string sRun = Machine::Root() + "/run";
+  ::mkdir(Machine::Root().c_str(), 0755);
+  ::mkdir(sRun.c_str(), 0755);
+  const std::string sLock = sRun + "/knlogproc.lock";
+  int fd = ::open(sLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+  // A lock file that this user can't write (made by another user) still locks.
+  if (fd < 0 && (errno == EACCES || errno == EROFS)) fd = ::open(sLock.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  if (fd < 0) {
+    sWhy = fmt::format("cannot open {}: {}", sLock, std::strerror(errno));
+    return RootLock::Unavailable;
+  }
+  while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    if (errno == EINTR) continue;
+    const int e = errno;
+    ::close(fd);
+    if (e == EWOULDBLOCK) return RootLock::Held;
+    sWhy = fmt::format("cannot lock {}: {}", sLock, std::strerror(e));
+    return RootLock::Unavailable;
+  }
+  g_iRootLock = fd;
+  return RootLock::Taken;
+}
 
 std::unique_ptr<frmProcessLogs> g_pMainForm;
 std::function<IProcessorView*(frmProcessLogs&)> g_fnViewFactory;
@@ -61,8 +103,28 @@ bool Main() {
   DebugMsg("sLogListLoc = " + sLogListLoc, -1, 0);
 
   DebugMsg("Looking for an existing instance of the Log Proc", -1, 0);
-  const bool bOtherCopy =
-      FindProcess(AppGlobal::AppPath(), AppGlobal::AppExeName() + ".EXE", false, false) != 0;
+  bool bOtherCopy = FindProcess(AppGlobal::AppPath(), AppGlobal::AppExeName() + ".EXE", false, false) != 0;
+
+  if (!bOtherCopy && g_iRootLock < 0) {
+    // A processor of another executable (an operator's build beside the installed one)
+    // works on the same loggers just the same: the lock of the machine root keeps it out.
+    std::string sWhy;
+    switch (TakeRootLock(sWhy)) {
+      case RootLock::Taken: break;
+      case RootLock::Held:
+        DebugMsg("Another Log Processor holds the lock of this machine root", -1, 0);
+        SayToJournal(JournalPriority::Error,
+                     fmt::format("another log processor runs on the machine root {}: this one ends", Machine::Root()));
+        bOtherCopy = true;
+        break;
+      case RootLock::Unavailable:
+        // No lock can be had at all (a root that can't be written): the run goes on, as
+        // one guarded by the instance search alone, and says so.
+        DebugMsg("Machine root lock not taken: " + sWhy, -1, 0);
+        SayToJournal(JournalPriority::Warning, sWhy + "; running without the lock of the machine root");
+        break;
+    }
+  }
 
   bool bLoaded = false;
   if (!bOtherCopy) {

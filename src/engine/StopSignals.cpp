@@ -19,10 +19,10 @@ void OnStopSignal(int iSignal) {
   const int iSavedErrno = errno;
   const unsigned char ch = static_cast<unsigned char>(iSignal);
   if (g_aPipe[1] >= 0) {
+    // A full pipe (a flood of signals) drops the byte: a stop is already on its way.
     ssize_t n = write(g_aPipe[1], &ch, 1);
     (void)n;
   }
-  RestoreDefaults();
   errno = iSavedErrno;
 }
 

@@ -3,9 +3,9 @@
 // number into a pipe, and the event loop reads it and emits StopRequested, which the
 // program treats as the message "SHUTDOWN".
 //
-// The first signal asks for an orderly stop at the next safe point of the cycle. The
-// handlers then go back to the signals' default actions, so that a second signal ends a
-// process that doesn't stop by itself.
+// Every signal asks for an orderly stop at the next safe point of the cycle; a second
+// one changes nothing, as a second "SHUTDOWN" doesn't (it never kills the process in
+// the middle of a conversion). SIGKILL remains for a process that doesn't stop.
 #include <QObject>
 #include <QSocketNotifier>
 

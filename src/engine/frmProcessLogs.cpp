@@ -2,14 +2,21 @@
 
 #include <QCoreApplication>
 
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <unistd.h>
+#include <system_error>
 
 #include <fmt/format.h>
 
+#include "config/CLog.h"
 #include "config/CLogList.h"
+#include "hours/CLogProcessEntry.h"
 #include "engine/CommandLine.h"
 #include "engine/CrashFilter.h"
 #include "engine/Globals.h"
@@ -20,6 +27,9 @@
 #include "support/Clock.h"
 #include "support/ConfigAccess.h"
 #include "support/DebugMsg.h"
+#include "support/Faults.h"
+#include "support/FileUtils.h"
+#include "support/Journal.h"
 #include "support/FileHelper.h"
 #include "support/MsgBox.h"
 #include "support/VbDate.h"
@@ -34,6 +44,29 @@ constexpr int kMaxMessageNesting = 8;
 // skip their tick (frmProcessLogs::RunTick).
 void PumpMessagesOnce() {
   if (QCoreApplication::instance()) QCoreApplication::processEvents(QEventLoop::AllEvents);
+}
+
+// The fault points of the ticks, for tests: "tick.<timer>=EFAULT" faults (SIGSEGV) inside
+// the tick, any other errno value throws out of it.
+constexpr const char* kTickFaultPoints[] = {"tick.loadlogs", "tick.preparelists", "tick.process", "tick.wait",
+                                            "tick.clearupdebug"};
+constexpr const char* kTimerNames[] = {"tmrLoadLogs_Timer", "tmrPrepareLists_Timer", "tmrProcess_Timer",
+                                       "tmrWait_Timer", "tmrClearUpDebug_Timer"};
+// After this many failed ticks in a row of one timer, its cycle can't be going anywhere.
+constexpr int kMaxTickFailures = 3;
+constexpr int32_t kFaultErrorNumber = 10000;
+// The exit code of a process that a fault has ended (EX_SOFTWARE).
+constexpr int kFaultExitCode = 70;
+
+// The loaded form, for the crash filter's last words.
+frmProcessLogs* g_pLoadedForm = nullptr;
+
+void InjectTickFault(int e) {
+  if (e == EFAULT) {
+    ::raise(SIGSEGV);
+    return;
+  }
+  throw std::system_error(e, std::generic_category(), "injected tick failure");
 }
 
 int ReadInterval(const char* sValue, int iDefault) {
@@ -65,42 +98,122 @@ frmProcessLogs::frmProcessLogs(QObject* pParent)
           [this] { RunTick(kProcess, &frmProcessLogs::tmrProcess_Timer); });
   connect(&tmrWait, &QTimer::timeout, this,
           [this] { RunTick(kWait, &frmProcessLogs::tmrWait_Timer); });
-  connect(&tmrClearUpDebug, &QTimer::timeout, this, [this] {
-    if (m_bBusy[kClearUpDebug]) return;
-    m_bBusy[kClearUpDebug] = true;
-    tmrClearUpDebug_Timer();
-    m_bBusy[kClearUpDebug] = false;
-  });
+  connect(&tmrClearUpDebug, &QTimer::timeout, this,
+          [this] { RunTick(kClearUpDebug, &frmProcessLogs::ClearUpDebugTick); });
 }
 
-frmProcessLogs::~frmProcessLogs() = default;
+frmProcessLogs::~frmProcessLogs() {
+  if (g_pLoadedForm == this) g_pLoadedForm = nullptr;
+}
 
 void frmProcessLogs::RunTick(TimerId eTimer, void (frmProcessLogs::*pfnHandler)()) {
   // A tick that comes while the previous one still runs (it pumps messages) is skipped.
   if (m_bBusy[eTimer]) return;
   m_bBusy[eTimer] = true;
   try {
-    (this->*pfnHandler)();
+    // A fault inside the handler comes out here as the crash filter's raised error.
+    RunWithFaultHandler([&] {
+      if (int e = Faults::Hit(kTickFaultPoints[eTimer])) InjectTickFault(e);
+      (this->*pfnHandler)();
+    });
+    m_iTickFailures[eTimer] = 0;
   } catch (const RaisedError& e) {
-    // An error that no handler of the routine took: it ends the program, as it would
-    // have ended the original one, with its number and description.
-    DebugMsg(fmt::format("RT ERROR: {} ({})", e.Description, e.Number), -1, 0);
-    std::fprintf(stderr, "knlogproc: Run-time error '%d': %s\n", e.Number, e.Description.c_str());
-    std::fflush(stderr);
-    std::_Exit(1);
+    if (e.Number == kFaultErrorNumber && e.Source == "MyExceptionFilter") EndAfterFault(e.Description);
+    TickFailed(eTimer, fmt::format("{} ({})", e.Description, e.Number));
   } catch (const std::exception& e) {
-    DebugMsg(fmt::format("RT ERROR: {}", e.what()), -1, 0);
-    std::fprintf(stderr, "knlogproc: Run-time error: %s\n", e.what());
-    std::fflush(stderr);
-    std::_Exit(1);
+    TickFailed(eTimer, e.what());
+  } catch (...) {
+    TickFailed(eTimer, "an exception of unknown type");
   }
   m_bBusy[eTimer] = false;
+}
+
+void frmProcessLogs::ClearUpDebugTick() { tmrClearUpDebug_Timer(); }
+
+void frmProcessLogs::TickFailed(TimerId eTimer, const std::string& sError) {
+  DebugMsg("RT ERROR: " + sError, -1, 0);
+  SayToJournal(JournalPriority::Error, fmt::format("{}: {}", kTimerNames[eTimer], sError));
+  ProcessState& st = *m_pProcess;
+  if (eTimer == kProcess) {
+    // The file at hand is left as it was and its hour stays due: the converted file in
+    // the making goes, the group is flagged and not marked; an entry taken up outside a
+    // group (a Delete) is passed over for this cycle.
+    if (st.bFileInProgress) RemoveFileInTheMaking();
+    ReleaseFileObjects();
+    st.bFileInProgress = false;
+    if (st.oEntry && st.oEntry->Log() && !st.sLogPath.empty())
+      st.oEntry->Log()->AddToServerLog(st.sLogPath, "ERROR: " + sError + ". The hour is left for a later cycle", "");
+    if (st.bInGroup) {
+      st.bGroupError = true;
+    } else if (st.oEntry) {
+      st.oEntry.reset();
+      ++st.iRow;
+      ++st.iEntry;
+    }
+  }
+  if (++m_iTickFailures[eTimer] >= kMaxTickFailures) {
+    DebugMsg(fmt::format("{} failed {} times in a row: the cycle is given up", kTimerNames[eTimer],
+                         m_iTickFailures[eTimer]),
+             -1, 0);
+    m_iTickFailures[eTimer] = 0;
+    AbandonCycle();
+  }
+}
+
+void frmProcessLogs::AbandonCycle() {
+  tmrLoadLogs.stop();
+  tmrPrepareLists.stop();
+  tmrProcess.stop();
+  PrepareState& pre = *m_pPrepare;
+  CloseFind(pre.hFileFind);
+  CloseFind(pre.hFolderFind);
+  m_pPrepare = std::make_unique<PrepareState>();
+  CloseGroupSearch();
+  ReleaseFileObjects();
+  m_pProcess = std::make_unique<ProcessState>();
+  SetProcessorActive(false);
+  SendToCapture("IDLE");
+  if (m_bExitWhenDone || m_bShutdown) Unload();
+  else EnableTimer(tmrWait);
+}
+
+void frmProcessLogs::RemoveFileInTheMaking() {
+  const ProcessState& st = *m_pProcess;
+  if (st.sOutFile.empty() || st.sHourFolder.empty() || st.sOutFile == st.sFile) return;
+  const std::string sPath = st.sHourFolder + "/" + st.sOutFile;
+  struct stat oStat {};
+  // A regular file only: a link of that name is not what this processor was writing.
+  if (::lstat(sPath.c_str(), &oStat) != 0 || !S_ISREG(oStat.st_mode)) return;
+  if (::unlink(sPath.c_str()) == 0) DebugMsg("Removed the unfinished file " + sPath, -1, 0);
+}
+
+void frmProcessLogs::EndAfterFault(const std::string& sFault) {
+  // The frames between the fault and this point were abandoned without their clean-up:
+  // what they held can't be trusted, so the process ends here rather than run on.
+  DebugMsg(fmt::format("RT ERROR: {} ({})", sFault, kFaultErrorNumber), -1, 0);
+  LastWordsAfterFault();
+  std::_Exit(kFaultExitCode);
+}
+
+void frmProcessLogs::LastWordsAfterFault() {
+  frmProcessLogs* pForm = g_pLoadedForm;
+  if (!pForm) return;
+  g_pLoadedForm = nullptr;  // once only, even if these words fault themselves
+  pForm->RemoveFileInTheMaking();
+  DebugMsg("Send message to Capture to indicate we're going idle", -1, 0);
+  pForm->SendToCapture("IDLE");
+  DebugMsg("Ending after a processor fault", -1, 0);
+  SayToJournal(JournalPriority::Error,
+               "a processor fault ends the log processor: the file being converted was removed and its source "
+               "kept; the next run takes the hour up again");
 }
 
 void frmProcessLogs::Load() {
   if (m_bLoaded) return;
   m_bLoaded = true;
   AppGlobal::SetDoEventsHandler(&PumpMessagesOnce);
+  g_pLoadedForm = this;
+  SetLastWordsHandler(&frmProcessLogs::LastWordsAfterFault);
   if (m_oEndpoint.Bind(kLogProcHandler)) {
     m_pNotifier = std::make_unique<QSocketNotifier>(m_oEndpoint.Fd(), QSocketNotifier::Read);
     connect(m_pNotifier.get(), &QSocketNotifier::activated, this, [this] { ReadMessages(); });
@@ -279,6 +392,7 @@ void frmProcessLogs::FinishUnload() {
   m_oEndpoint.Close();
   m_bLoaded = false;
   m_bUnloading = false;
+  if (g_pLoadedForm == this) g_pLoadedForm = nullptr;
   if (m_pView) m_pView->CloseForm();
   emit Unloaded();
 }

@@ -126,7 +126,20 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   void SetProcessorActive(bool bActive);
   // Enables a timer of the chain unless it runs already (or the form has gone).
   void EnableTimer(QTimer& oTimer);
+  // Runs a timer's handler: a tick that comes while the last one still runs is skipped;
+  // an exception that escapes is traced and said, the row at hand is flagged, and the
+  // cycle goes on (after kMaxTickFailures in a row from one timer the cycle is given up
+  // and the processor waits for the next); a processor fault ends the process through
+  // EndAfterFault.
   void RunTick(TimerId eTimer, void (frmProcessLogs::*pfnHandler)());
+  void TickFailed(TimerId eTimer, const std::string& sError);
+  void ClearUpDebugTick();  // the debug file clear-up, as a handler of the form
+  void AbandonCycle();
+  // The last words of a process that a fault ends: the trace, the journal, the
+  // converted file in the making removed (its source stays), "IDLE" to the capture side.
+  void EndAfterFault(const std::string& sFault);
+  static void LastWordsAfterFault();
+  void RemoveFileInTheMaking();
   void FinishUnload();
   void ReadMessages();
   void SendToCapture(const std::string& sText);
@@ -169,7 +182,9 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   void ReportFailure(const std::string& sLine, bool bKeepsHourDue = true);
   // The format that the current entry's action gives the file of that name; null when
   // the name is no segment of the logger.
-  std::shared_ptr<IAudioFormat> TargetFormatOf(const std::string& sFile);
+  // The format that the entry's action makes of sFile; null when there is none. When the
+  // logger's settings lack the key of that output and action, *pMissingKey names it.
+  std::shared_ptr<IAudioFormat> TargetFormatOf(const std::string& sFile, std::string* pMissingKey = nullptr);
   // The name that a converted file takes: the source's base name, the output's extension.
   static std::string FinalNameOf(const std::string& sFile, const std::string& sOutFile);
   // True when sFinal (in the hour folder) is held by something other than sFile itself.
@@ -194,6 +209,7 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   bool m_bLoaded = false;
   bool m_bUnloading = false;
   bool m_bBusy[kTimerCount] = {};
+  int m_iTickFailures[kTimerCount] = {};
   int m_iMessageDepth = 0;
 
   MessageEndpoint m_oEndpoint;

@@ -108,7 +108,7 @@ void frmProcessLogs::ReportFailure(const std::string& sLine, bool bKeepsHourDue)
   if (bKeepsHourDue) st.bGroupError = true;
 }
 
-std::shared_ptr<IAudioFormat> frmProcessLogs::TargetFormatOf(const std::string& sFile) {
+std::shared_ptr<IAudioFormat> frmProcessLogs::TargetFormatOf(const std::string& sFile, std::string* pMissingKey) {
   ProcessState& st = *m_pProcess;
   auto oLog = st.oEntry->Log();
   try {
@@ -116,6 +116,8 @@ std::shared_ptr<IAudioFormat> frmProcessLogs::TargetFormatOf(const std::string& 
     auto oPeriods = oLog->AudioFormat(iOutput);
     auto oPeriod = oPeriods ? oPeriods->Period(st.oEntry->Action()) : nullptr;
     if (oPeriod) return oPeriod->IAudioFormat_Copy();
+    // No format object: the settings key of this output and action is absent.
+    if (oPeriods && pMissingKey) *pMissingKey = oPeriods->MissingKey(st.oEntry->Action());
   } catch (const RaisedError& e) {
     DebugMsg(fmt::format("No output format for {}: {} ({})", sFile, e.Description, e.Number), -1, 0);
   }
@@ -194,7 +196,14 @@ void frmProcessLogs::ProcessOneFile() {
   // The file's letter picks the logger's output format, the action the period of it. A
   // name without the letter, or a letter beyond the logger's formats, is no segment of
   // this logger: it is passed over like any other file that isn't audio.
-  std::shared_ptr<IAudioFormat> OutFileFormat = TargetFormatOf(st.sFile);
+  std::string sMissingKey;
+  std::shared_ptr<IAudioFormat> OutFileFormat = TargetFormatOf(st.sFile, &sMissingKey);
+  if (!sMissingKey.empty()) {
+    // The settings file doesn't say what this output becomes: the file is kept and the
+    // hour stays due, flagged, until the settings are mended.
+    ReportFailure("ERROR: the settings key " + sMissingKey + " is missing: " + st.sFile + " is kept");
+    return PassOver(P);
+  }
   if (!OutFileFormat) return PassOver(P);
   if (OutFileFormat->FormatType() == FormatNone) {
     RemoveFile(P);

@@ -18,6 +18,7 @@
 #include "support/ConfigAccess.h"
 #include "support/DebugMsg.h"
 #include "support/Faults.h"
+#include "support/Journal.h"
 #include "support/Machine.h"
 #include "support/ProfileFile.h"
 #include "support/VbDate.h"
@@ -32,10 +33,13 @@ void Trace(const char* sText, int32_t lLevel, int32_t lMark) {
   if (Tracing()) DebugMsg(sText, lLevel, lMark);
 }
 
+// Not an errno value: the name is a pipe, a device or a socket.
+constexpr int kNotRegularFile = -1;
+
 // The whole file, and the stamp of what was read. 0 when read; ENOENT when there is no
-// plain file of that name (nothing, a folder, a pipe or a device); else the errno of the
-// failed read, or EFBIG for a file beyond kMaxFileSize. Tests inject read failures at
-// the point "inf.read".
+// file of that name (or a folder); kNotRegularFile for a pipe or device; else the errno
+// of the failed read, or EFBIG for a file beyond kMaxFileSize. Tests inject read failures
+// at the point "inf.read".
 int ReadInfFile(const std::string& sPath, std::string& sBytes, CHourlyInf::FileStamp& oStamp) {
   const int fd = ::open(sPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (fd < 0) return errno == ENOTDIR ? ENOENT : errno;
@@ -43,8 +47,10 @@ int ReadInfFile(const std::string& sPath, std::string& sBytes, CHourlyInf::FileS
   int e = 0;
   if (::fstat(fd, &st) != 0) {
     e = errno;
-  } else if (!S_ISREG(st.st_mode)) {
+  } else if (S_ISDIR(st.st_mode)) {
     e = ENOENT;
+  } else if (!S_ISREG(st.st_mode)) {
+    e = kNotRegularFile;
   } else if (st.st_size > CHourlyInf::kMaxFileSize) {
     e = EFBIG;
   } else if (int f = Faults::Hit("inf.read")) {
@@ -79,6 +85,35 @@ int ReadInfFile(const std::string& sPath, std::string& sBytes, CHourlyInf::FileS
   }
   ::close(fd);
   return e;
+}
+
+// Why the text of a file is no hour info file; empty when it is one. sText is the decoded
+// text, oProfile that text parsed.
+std::string WhyNoHourInfo(bool bDecoded, const std::string& sText, const ProfileFile& oProfile) {
+  if (!bDecoded) return "malformed UTF-16 text";
+  bool bBlank = true;
+  for (const char c : sText) {
+    const auto u = static_cast<unsigned char>(c);
+    if (u == 0) return "it holds NUL bytes";
+    // Line ends, tabs and 0x1A (an old end-of-file mark) are what the profile rules
+    // read as blanks; any other control character is no part of a text file.
+    if (u == '\r' || u == '\n' || u == '\t' || u == 0x1A) continue;
+    if (u < 0x20 || u == 0x7F) return fmt::format("it holds the control character 0x{:02X}", u);
+    if (u != ' ') bBlank = false;
+  }
+  // A UTF-8 byte-order mark alone is as empty as nothing.
+  if (bBlank || sText == "\xEF\xBB\xBF") return "it is empty";
+  if (!oProfile.HasSection("ActionDates")) return "it has no [ActionDates] section";
+  return "";
+}
+
+// Says on the trace and on standard error that an hour info file is refused, and raises
+// the error that makes the caller skip the hour.
+[[noreturn]] void RefuseInf(const std::string& sName, const std::string& sWhy) {
+  DebugMsg(fmt::format("Exit CHourlyInf::FileName (cannot read {}: {})", sName, sWhy), 5, 2);
+  SayToJournal(JournalPriority::Warning,
+               fmt::format("cannot read the hour info file {}: {}; the hour is left as it is", sName, sWhy));
+  throw RaisedError(CHourlyInf::kErrInfUnreadable, "CHourlyInf.FileName", "Cannot read the hour info file: " + sWhy);
 }
 
 bool SameTime(const struct timespec& a, const struct timespec& b) {
@@ -201,7 +236,8 @@ int CHourlyInf::ProbeFile(const std::string& sPath, FileStamp& oStamp) {
 int CHourlyInf::ProbeFileAt(int iFolderFd, const std::string& sRelPath, FileStamp& oStamp) {
   struct stat st {};
   if (::fstatat(iFolderFd, sRelPath.c_str(), &st, 0) != 0) return errno == ENOTDIR ? ENOENT : errno;
-  if (!S_ISREG(st.st_mode)) return ENOENT;
+  // A folder of the name is no info file; a pipe or device is, to be refused by the read.
+  if (S_ISDIR(st.st_mode)) return ENOENT;
   oStamp = {st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
   return 0;
 }
@@ -241,11 +277,15 @@ void CHourlyInf::FileName(const std::string& newVal, const FileStamp& oStamp) {
       return;
     }
     if (e != 0) {
-      const std::string sWhy = e == EFBIG ? "far too large for an hour info file" : std::strerror(e);
-      DebugMsg(fmt::format("Exit CHourlyInf::FileName (cannot read {}: {})", newVal, sWhy), 5, 2);
-      throw RaisedError(kErrInfUnreadable, "CHourlyInf.FileName", "Cannot read the hour info file: " + sWhy);
+      RefuseInf(newVal, e == EFBIG             ? std::string("far too large for an hour info file")
+                        : e == kNotRegularFile ? std::string("not a regular file (a pipe or a device)")
+                                               : std::string(std::strerror(e)));
     }
+    std::string sText;
+    ProfileFile::Encoding eEncoding;
+    const bool bDecoded = ProfileFile::DecodeText(sBytes, sText, eEncoding);
     const ProfileFile oProfile = ProfileFile::Parse(sBytes);
+    if (const std::string sWhy = WhyNoHourInfo(bDecoded, sText, oProfile); !sWhy.empty()) RefuseInf(newVal, sWhy);
     Trace("Read version", 10, 0);
     oFile.sVersion = oProfile.GetString("General", "Version").value_or(kProgramVersion);
     Trace("Read number of segments", 10, 0);

@@ -7,7 +7,14 @@
 // A file that isn't there leaves the object as it was. A file that is there but can't be
 // read (no permission, an I/O error, or far too large to be an hour info file) raises
 // kErrInfUnreadable: it is never taken for an empty file, whose missing delete point
-// would order the hour deleted.
+// would order the hour deleted. So does a file that holds no hour info: one that is
+// empty or blank (a recorder that lost power while writing it), one with NUL bytes or
+// other control characters than line ends, tabs and 0x1A, one without an "ActionDates"
+// section, malformed UTF-16, or something that isn't a regular file (a pipe, a device:
+// it is never opened for a blocking read). A key missing from a real "ActionDates"
+// section keeps its meaning ("-1" for the standardise and archive points). UTF-16 with a
+// byte-order mark (little or big endian) is read as its text and saved in the same
+// encoding.
 //
 // An action point text that is neither "-1" nor a valid date and hour reads as a point
 // on day 0, which is never due, and leaves a trace line.

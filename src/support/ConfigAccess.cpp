@@ -46,12 +46,16 @@ void ReportOnce(const std::string& sWhat, const std::string& sText) {
 // seconds ago is not cached: a second change within the time stamp's granularity could
 // leave both unchanged.
 
-// Reads the file and the status of what was read. 0 or an errno value.
+// Reads the file and the status of what was read. 0, an errno value, or
+// kErrNotRegularFile for a pipe, a device or a socket: such a name is refused, and never
+// opened for a read that could block (the open itself doesn't wait for a writer).
 int ReadWithStatus(const std::string& sFile, std::string& sBytes, struct stat& st) {
-  const int fd = ::open(sFile.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = ::open(sFile.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (fd < 0) return errno;
   int e = 0;
   if (::fstat(fd, &st) != 0) e = errno;
+  else if (S_ISDIR(st.st_mode)) e = EISDIR;
+  else if (!S_ISREG(st.st_mode)) e = kErrNotRegularFile;
   std::string s;
   if (!e && st.st_size > 0) s.reserve(static_cast<size_t>(st.st_size));
   char aBuf[65536];
@@ -150,7 +154,7 @@ RegistryFile ParseRegistry(const std::string& sPath, const std::string& sBytes) 
 
 void ReportUnreadable(const std::string& sPath, int e) {
   ReportOnce(fmt::format("{}\nunreadable {}", sPath, e),
-             fmt::format("{}: cannot read the registry file: {}", sPath, std::strerror(e)));
+             fmt::format("{}: cannot read the registry file: {}", sPath, ReadErrorText(e)));
 }
 
 // The registry as it is on disk now; empty when there is none.
@@ -183,7 +187,8 @@ bool ChangeRegistry(const std::function<bool(RegistryFile&)>& fnChange) {
   RemoveAtomicLeftovers(sPath);
   bool bOk = false;
   std::string sBytes;
-  const int e = ReadWholeFile(sPath, sBytes);
+  struct stat st {};
+  const int e = ReadWithStatus(sPath, sBytes, st);
   if (e == 0 || e == ENOENT) {
     RegistryFile r = ParseRegistry(sPath, sBytes);
     const std::string sBefore = r.Serialise();
@@ -217,6 +222,8 @@ bool ChangeProfile(const std::string& sFile, const std::function<bool(ProfileFil
   const int e = ReadWithStatus(sFile, sBytes, st);
   if (e != 0 && e != ENOENT) return false;
   ProfileFile f = ProfileFile::Parse(sBytes);
+  // Broken UTF-16 is left as it is: the write fails, and the caller says so.
+  if (!f.Editable()) return false;
   if (!fnChange(f)) return true;
   const int w = WriteFileAtomically(sFile, f.Serialise());
   ProfileCache().Forget(sFile);
@@ -293,9 +300,14 @@ bool WriteProfileSection(const std::string& sSection, const std::string& sEntrie
   return ChangeProfile(sFile, [&](ProfileFile& f) { return f.SetSection(sSection, sEntries); });
 }
 
+std::string ReadErrorText(int e) {
+  return e == kErrNotRegularFile ? "not a regular file (a pipe or a device)" : std::strerror(e);
+}
+
 int ProfileReadError(const std::string& sFile) {
   std::string sBytes;
-  const int e = ReadWholeFile(sFile, sBytes);
+  struct stat st {};
+  const int e = ReadWithStatus(sFile, sBytes, st);
   return (e == ENOENT || e == ENOTDIR) ? 0 : e;
 }
 

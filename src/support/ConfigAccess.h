@@ -44,8 +44,14 @@ bool WriteProfileSection(const std::string& sSection, const std::string& sEntrie
                          const std::string& sFile);
 
 // Can the file be read at all? 0 when it can (or does not exist), else the errno of the
-// failed read. Lets callers tell "unreadable" from "empty".
+// failed read, or kErrNotRegularFile. Lets callers tell "unreadable" from "empty".
 int ProfileReadError(const std::string& sFile);
+
+// A registry or profile file that is a pipe, a device or a socket: refused unread. Not
+// an errno value.
+constexpr int kErrNotRegularFile = -1000;
+// The text of a read failure: strerror, or the refusal above.
+std::string ReadErrorText(int e);
 
 // Tests: drop the cache of parsed files.
 void ClearCache();

@@ -43,7 +43,18 @@ std::string DebugFolder() {
     g_pathLookedUp = true;
     std::string reg = ConfigAccess::GetRegString("SOFTWARE\\Norvane", "DebugPath", "");
     if (!reg.empty()) {
-      if (reg.back() != '\\' && reg.back() != '/') reg += '\\';
+      // "/var/log/kestrane" is a folder of this machine; "D:\Logs" a drive's; any other
+      // form ("logs\debug", "logs/debug") is taken against the machine root. The separator
+      // that closes it is the one of its own form.
+      const bool bWindows = reg.size() >= 2 && reg[1] == ':';
+      const bool bAbsolute = reg[0] == '/' || reg[0] == '\\';
+      if (!bWindows && !bAbsolute) {
+        for (char& c : reg)
+          if (c == '\\') c = '/';
+        reg = Machine::Root() + "/" + reg;
+      }
+      const char cSeparator = bWindows || reg[0] == '\\' ? '\\' : '/';
+      if (reg.back() != '\\' && reg.back() != '/') reg += cSeparator;
       AppGlobal::SetDebugPath(reg);
       folder = reg;
     }

@@ -9,7 +9,9 @@
 // e.g. "audio.write=ENOSPC@100" fails every audio write after the first 100.
 // Known points: "file.write", "file.rename", "file.delete", "folder.create",
 // "folder.delete", "folder.list" (a folder read that fails after its open),
-// "profile.write", "registry.write", "audio.write", "audio.open".
+// "profile.write", "registry.write", "audio.write", "audio.open", and
+// "tick.<timer>" (loadlogs, preparelists, process, wait, clearupdebug): EFAULT makes a
+// processor fault inside the tick, any other value an exception that escapes it.
 #include <string>
 
 namespace Faults {

@@ -1,5 +1,7 @@
 #include "support/ProfileFile.h"
 
+#include <utility>
+
 #include "support/TextRules.h"
 
 namespace {
@@ -48,8 +50,57 @@ ProfileFile::Line ProfileFile::MakeLine(std::string sText, std::string sEnd) {
   return L;
 }
 
-ProfileFile ProfileFile::Parse(std::string_view sBytes) {
+bool ProfileFile::DecodeText(std::string_view sBytes, std::string& sText, Encoding& eEncoding) {
+  eEncoding = Encoding::Bytes;
+  const bool bLe = sBytes.size() >= 2 && sBytes[0] == '\xFF' && sBytes[1] == '\xFE';
+  const bool bBe = sBytes.size() >= 2 && sBytes[0] == '\xFE' && sBytes[1] == '\xFF';
+  if (!bLe && !bBe) {
+    sText.assign(sBytes);
+    return true;
+  }
+  const std::string_view sUnits = sBytes.substr(2);
+  bool bOk = sUnits.size() % 2 == 0;
+  // Every unit must be a character or one half of a surrogate pair.
+  for (size_t i = 0; bOk && i + 1 < sUnits.size(); i += 2) {
+    auto unit = [&](size_t k) {
+      const auto hi = static_cast<unsigned char>(sUnits[bLe ? k + 1 : k]);
+      const auto lo = static_cast<unsigned char>(sUnits[bLe ? k : k + 1]);
+      return static_cast<unsigned>(hi << 8 | lo);
+    };
+    const unsigned u = unit(i);
+    if (u >= 0xD800 && u <= 0xDBFF) {
+      bOk = i + 3 < sUnits.size() && unit(i + 2) >= 0xDC00 && unit(i + 2) <= 0xDFFF;
+      i += 2;
+    } else if (u >= 0xDC00 && u <= 0xDFFF) {
+      // 0xDC80 to 0xDCFF alone stand for a byte that was no UTF-8 (as this class writes
+      // such a byte back); other lone halves are broken text.
+      bOk = u >= 0xDC80 && u <= 0xDCFF;
+    }
+  }
+  if (!bOk) {
+    sText.assign(sBytes);
+    return false;
+  }
+  std::string sDecoded = TextRules::Utf16ToUtf8(sUnits, bBe);
+  // Lone units that stand for bytes must not form a character when put together: the text
+  // must write back to the very same units, or a rewrite would change the file's text.
+  std::string sAgain = TextRules::Utf8ToUtf16Le(sDecoded);
+  if (bBe)
+    for (size_t i = 0; i + 1 < sAgain.size(); i += 2) std::swap(sAgain[i], sAgain[i + 1]);
+  if (sAgain != sUnits) {
+    sText.assign(sBytes);
+    return false;
+  }
+  eEncoding = bLe ? Encoding::Utf16Le : Encoding::Utf16Be;
+  sText = std::move(sDecoded);
+  return true;
+}
+
+ProfileFile ProfileFile::Parse(std::string_view sFileBytes) {
   ProfileFile f;
+  std::string sText;
+  f.m_bUndecodable = !DecodeText(sFileBytes, sText, f.m_eEncoding);
+  std::string_view sBytes = sText;
   if (sBytes.substr(0, kBom.size()) == kBom) {
     f.m_bBom = true;
     sBytes.remove_prefix(kBom.size());
@@ -140,6 +191,7 @@ void ProfileFile::InsertLines(size_t iPos, std::vector<Line> aNew) {
 }
 
 bool ProfileFile::SetString(std::string_view sSection, std::string_view sKey, std::string_view sValue) {
+  if (!Editable()) return false;
   const std::string sSec(TrimText(sSection));
   const std::string sName(TrimText(sKey));
   const std::string sVal(TrimText(sValue));
@@ -166,6 +218,7 @@ bool ProfileFile::SetString(std::string_view sSection, std::string_view sKey, st
 }
 
 bool ProfileFile::SetSection(std::string_view sSection, std::string_view sEntries) {
+  if (!Editable()) return false;
   const std::string sBefore = Serialise();
   const std::string sSec(TrimText(sSection));
   std::vector<Line> aNew;
@@ -200,5 +253,9 @@ std::string ProfileFile::Serialise() const {
     s += L.sText;
     s += L.sEnd;
   }
-  return s;
+  if (m_eEncoding == Encoding::Bytes) return s;
+  std::string sUnits = TextRules::Utf8ToUtf16Le(s);
+  if (m_eEncoding == Encoding::Utf16Be)
+    for (size_t i = 0; i + 1 < sUnits.size(); i += 2) std::swap(sUnits[i], sUnits[i + 1]);
+  return (m_eEncoding == Encoding::Utf16Le ? std::string("\xFF\xFE") : std::string("\xFE\xFF")) + sUnits;
 }

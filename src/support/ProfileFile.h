@@ -4,6 +4,8 @@
 //  - section and key names compare without regard to case; names are trimmed;
 //  - lines are trimmed of blanks, tabs and 0x1A, and so are the sides of "=";
 //  - CRLF, LF and CR line ends all read; a UTF-8 byte-order mark is skipped and kept;
+//  - a file with a UTF-16 byte-order mark (little or big endian, as a Windows editor
+//    saves "Unicode") is read as its text and written back in the same encoding;
 //  - ";" at the start of a line makes a comment; there are no inline comments;
 //  - a value in one matching pair of double or single quotes reads without them;
 //  - only the first section of a name is searched, and its first key of a name wins;
@@ -16,8 +18,20 @@
 
 class ProfileFile {
  public:
+  enum class Encoding { Bytes, Utf16Le, Utf16Be };
+
   ProfileFile() = default;
   static ProfileFile Parse(std::string_view sBytes);
+
+  // The text of a file's bytes: UTF-16 with a byte-order mark is decoded to UTF-8 (mark
+  // left out); other bytes are the text as they stand. False when UTF-16 is malformed
+  // (an odd number of bytes, an unpaired surrogate): sText is then the bytes.
+  static bool DecodeText(std::string_view sBytes, std::string& sText, Encoding& eEncoding);
+  Encoding TextEncoding() const { return m_eEncoding; }
+  // False for a file that starts with a UTF-16 byte-order mark but is no UTF-16: it is
+  // read as its bytes, and never changed (lines of single bytes added to it could make
+  // the whole read as other UTF-16 text). SetString and SetSection then change nothing.
+  bool Editable() const { return !m_bUndecodable; }
 
   // The key's value (quotes removed); nothing when the section or key is absent.
   // A line without "=" is a key without a value: it ends the search with nothing.
@@ -29,7 +43,8 @@ class ProfileFile {
   std::string GetSection(std::string_view sSection) const;
 
   // Sets one key, keeping every other line. A missing section is added at the end of
-  // the file, a missing key at the end of its section. True when the text changed.
+  // the file, a missing key at the end of its section. True when the text changed
+  // (never for a file that isn't Editable).
   bool SetString(std::string_view sSection, std::string_view sKey, std::string_view sValue);
   // Replaces the lines of the section by the NUL-separated entries (an empty entry ends
   // the list). True when the text changed.
@@ -61,6 +76,8 @@ class ProfileFile {
   void InsertLines(size_t iPos, std::vector<Line> aNew);
 
   bool m_bBom = false;
+  Encoding m_eEncoding = Encoding::Bytes;
+  bool m_bUndecodable = false;
   std::vector<Line> m_aLines;
   std::string m_sDefaultEnd = "\r\n";
 };

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <functional>
+#include <string>
+#include <vector>
 
 #include "config/VbConvert.h"
 #include "support/CNVErr.h"
@@ -22,6 +25,21 @@ TEST(ValTest, TakesTheLeadingNumberOnly) {
   for (auto [s, dWant] : {std::pair{"42", 42.0}, {"  7x", 7}, {"2,5", 2}, {"2.5", 2.5}, {"-3.25e2", -325}, {".5", 0.5},
                           {"yes", 0}, {"", 0}, {"1e", 1}, {"-", 0}})
     EXPECT_EQ(Val(s), dWant) << s;
+}
+
+// A server set to a comma-decimal language reads numbers as any other: Qt's application
+// object sets the C locale from the environment, so the process may well run under one.
+TEST(ValTest, CommaDecimalLocaleChangesNothing) {
+  const std::vector<std::string> aTexts = {"0.5", "2,5", "-3.25e2", "1e400", "-1e-400", "  7.75x", "12345678.875"};
+  std::vector<double> aInC;
+  for (const auto& s : aTexts) aInC.push_back(Val(s));
+  const std::string sBefore = std::setlocale(LC_ALL, nullptr);
+  if (!std::setlocale(LC_ALL, "de_DE.UTF-8")) GTEST_SKIP() << "locale de_DE.UTF-8 not generated (scripts/install-deps.sh)";
+  ASSERT_EQ(std::string(std::localeconv()->decimal_point), ",");
+  for (size_t i = 0; i < aTexts.size(); ++i) EXPECT_EQ(Val(aTexts[i]), aInC[i]) << aTexts[i];
+  EXPECT_EQ(Val("0.5"), 0.5);
+  EXPECT_EQ(Val("2,5"), 2);
+  std::setlocale(LC_ALL, sBefore.c_str());
 }
 
 TEST(RoundTest, HalvesGoToTheEvenNeighbour) {

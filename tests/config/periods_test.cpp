@@ -83,3 +83,29 @@ TEST_F(PeriodsTest, RealFormatsGoThroughTheirSections) {
   q.Save(File(), 1);
   EXPECT_EQ(ConfigAccess::GetProfileSection("OutputFormat2b", File()), "");
 }
+
+// Only an explicit -1 means "no audio in this period" (its files are removed); an absent
+// or empty key is an unknown format: no format object, the key named, and a save leaves
+// it absent rather than write the -1 that would remove the files.
+TEST_F(PeriodsTest, AbsentFormatTypeIsUnknownNeverNone) {
+  WriteFile("Kestrane.ini", "[Logtypes]\r\nFormatType0a=2\r\nFormatType1a=-1\r\nFormatType2a=\r\nFormatType1b=-1\r\n");
+  ClogPeriods p;
+  p.Load(File(), 0);
+  ASSERT_TRUE(p.Period(0));
+  ASSERT_TRUE(p.Period(1));
+  EXPECT_EQ(p.Period(1)->FormatType(), FormatNone);
+  EXPECT_FALSE(p.Period(2));
+  EXPECT_EQ(p.MissingKey(0) + "|" + p.MissingKey(1) + "|" + p.MissingKey(2), "||FormatType2a");
+  EXPECT_NE(Trace().find("FormatType2a is missing"), std::string::npos);
+  EXPECT_EQ(p.Copy()->MissingKey(2), "FormatType2a");
+
+  ClogPeriods b;
+  b.Load(File(), 1);
+  EXPECT_EQ(b.MissingKey(0) + "|" + b.MissingKey(1) + "|" + b.MissingKey(2), "FormatType0b||FormatType2b");
+  b.Save(File(), 1);
+  EXPECT_EQ(ConfigAccess::GetProfileString("Logtypes", "FormatType2b", "<absent>", File()), "<absent>");
+  EXPECT_EQ(ConfigAccess::GetProfileString("Logtypes", "FormatType1b", "<absent>", File()), "-1");
+  // A format set in its place is known again.
+  b.Period(2, ChooseAudioClass(-1));
+  EXPECT_EQ(b.MissingKey(2), "");
+}

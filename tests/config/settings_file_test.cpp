@@ -266,3 +266,25 @@ TEST_F(SettingsFileTest, HostileFilesNeverStopTheLoad) {
   last.LoadLog(kPath, 2);
   EXPECT_EQ(last.Name(), "after");
 }
+
+// A file torn after its first format line: the outputs it announces aren't all described,
+// and the load says which keys are missing, in the trace and on standard error.
+TEST_F(SettingsFileTest, UndescribedOutputsAreReportedAtLoad) {
+  Ini("[General]\r\nOutputCount=2\r\n[LogSettings]\r\nSegmentsPerHour=60\r\n[Logtypes]\r\nFormatType0a=2\r\n");
+  CLog log;
+  testing::internal::CaptureStderr();
+  ASSERT_TRUE(log.LoadLog(kPath, 15));
+  const std::string sErr = testing::internal::GetCapturedStderr();
+  const std::string sKeys = "FormatType1a, FormatType2a, FormatType0b, FormatType1b, FormatType2b missing";
+  EXPECT_NE(sErr.find("<4>knlogproc: " + IniFile() + ": OutputCount is 2 but " + sKeys), std::string::npos) << sErr;
+  EXPECT_NE(Trace().find(sKeys), std::string::npos);
+  EXPECT_FALSE(log.AudioFormat(0)->Period(1));
+  EXPECT_TRUE(log.AudioFormat(0)->Period(0));
+
+  // A whole file says nothing.
+  Ini("[General]\r\nOutputCount=1\r\n[Logtypes]\r\nFormatType0a=2\r\nFormatType1a=-1\r\nFormatType2a=-1\r\n");
+  CLog whole;
+  testing::internal::CaptureStderr();
+  ASSERT_TRUE(whole.LoadLog(kPath, 15));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}

@@ -325,16 +325,21 @@ TEST_F(PrepareTest, OddInfoFilesYieldWhatTheirKeysSay) {
   std::string sBig = "[ActionDates]\r\n";
   for (int i = 0; i < 10000; ++i) sBig += "Note" + std::to_string(i) + "=2026-11-01 00:00\r\n";
   sBig += "StandardAudioAt=2026-11-22 03:00\r\nDeleteAudioAt=" + std::string(kFuture) + "\r\nArchiveAudioAt=-1\r\n";
-  Hour(1, "20261120/0100", sNoise);                                       // no keys: delete
-  Hour(1, "20261120/0200", "");                                           // empty: delete
+  Hour(1, "20261120/0100", sNoise);                                       // no hour info: skipped
+  Hour(1, "20261120/0200", "");                                           // empty: skipped
   Hour(1, "20261120/0300", sBig);                                         // standardise
   Hour(1, "20261120/0400", Inf("yesterday", "2026-02-30 01:00", "soon"));  // nothing parses: never due
   Hour(1, "20261120/0500", Inf("-1", "-1", "2026-11-23 10:00"));          // delete point this hour
   Prepare();
-  ExpectRows({{"Studio One", "20261120/0100", "-1", "Delete", "P100"},
-              {"Studio One", "20261120/0200", "-1", "Delete", "P100"},
-              {"Studio One", "20261120/0500", "2026-11-23 10:00", "Delete", "P100"},
+  ExpectRows({{"Studio One", "20261120/0500", "2026-11-23 10:00", "Delete", "P100"},
               {"Studio One", "20261120/0300", "2026-11-22 03:00", "Standardise", "P075"}});
+  // Read as empty, those two would have been deleted: they are reported instead.
+  const auto aHeard = Heard();
+  ASSERT_EQ(aHeard.size(), 2u);
+  EXPECT_NE(aHeard[0].find("PrepareListError:Cannot read the hour info file: it holds"), std::string::npos) << aHeard[0];
+  EXPECT_NE(aHeard[0].find("File = 0100;"), std::string::npos) << aHeard[0];
+  EXPECT_NE(aHeard[1].find("PrepareListError:Cannot read the hour info file: it is empty"), std::string::npos)
+      << aHeard[1];
 }
 
 TEST_F(PrepareTest, UnreadableInfoFileIsReportedAndSkipped) {

@@ -199,16 +199,105 @@ TEST_F(HourlyInfTest, UnreadableFileRaisesInsteadOfReadingAsEmpty) {
   ExpectPoint(o.DeletePoint(), VbDate::DateSerial(2030, 1, 1), 0, 0, "after the fault");
 }
 
-TEST_F(HourlyInfTest, FolderOrPipeInPlaceOfTheFileCountsAsNoFile) {
+// A folder of the name is no info file; a pipe is one that can't be read: it is refused
+// at once (never opened for a read that waits for a writer), as the probe lets the read
+// decide.
+TEST_F(HourlyInfTest, FolderCountsAsNoFileAndPipeIsRefusedWithoutBlocking) {
   std::filesystem::create_directories(PathIn("L/20100314/1300/130000.inf"));
   CHourlyInf o;
+  CHourlyInf::FileStamp oStamp;
+  EXPECT_EQ(CHourlyInf::ProbeFile(PathIn("L/20100314/1300/130000.inf"), oStamp), ENOENT);
   EXPECT_NO_THROW(o.FileName(PathIn("L/20100314/1300/130000.inf")));
   EXPECT_FALSE(o.DeletePoint());
   const std::string sFifo = PathIn("L/20100314/1400/140000.inf");
   std::filesystem::create_directories(PathIn("L/20100314/1400"));
   ASSERT_EQ(::mkfifo(sFifo.c_str(), 0600), 0);
-  EXPECT_NO_THROW(o.FileName(sFifo));  // must not block on the pipe either
+  EXPECT_EQ(CHourlyInf::ProbeFile(sFifo, oStamp), 0);
+  try {
+    o.FileName(sFifo);
+    ADD_FAILURE() << "a pipe was read as an hour info file";
+  } catch (const RaisedError& e) {
+    EXPECT_EQ(e.Number, CHourlyInf::kErrInfUnreadable);
+    EXPECT_NE(e.Description.find("not a regular file"), std::string::npos) << e.Description;
+  }
   EXPECT_FALSE(o.DeletePoint());
+}
+
+// Files a recorder leaves when it loses power while writing, or that some other program
+// put there: read as empty, their missing delete point would delete the hour at once.
+TEST_F(HourlyInfTest, FilesWithoutHourInfoAreRefusedNeverReadAsDeleteNow) {
+  const std::string sDates = "[ActionDates]\r\nDeleteAudioAt=20300101 0000\r\n";
+  const struct {
+    std::string sBytes;
+    const char* sWhy;
+  } aCases[] = {
+      {"", "empty"},
+      {" \r\n\t\r\n", "empty"},
+      {"\xEF\xBB\xBF", "empty"},
+      {"\xFF\xFE", "empty"},
+      {std::string(4096, '\0'), "NUL"},
+      {sDates + std::string("\0\0\0", 3), "NUL"},
+      {"[ActionDates]\r\nDeleteAudioAt=2030\x01" "0101 0000\r\n", "control character 0x01"},
+      {"[General]\r\nVersion=4.0\r\n[Segments]\r\nNumSegs=60\r\n", "no [ActionDates] section"},
+      {"ActionDates\r\nDeleteAudioAt=20300101 0000\r\n", "no [ActionDates] section"},
+      {"\xFF\xFE[\0A\0", "malformed UTF-16"},          // odd length
+      {"\xFE\xFF\xD8\x00\x00[", "malformed UTF-16"},   // high surrogate alone
+  };
+  for (const auto& c : aCases) {
+    SCOPED_TRACE(c.sWhy);
+    const std::string sPath = Inf(c.sBytes);
+    CHourlyInf o;
+    try {
+      o.FileName(sPath);
+      ADD_FAILURE() << "taken as an hour info file";
+    } catch (const RaisedError& e) {
+      EXPECT_EQ(e.Number, CHourlyInf::kErrInfUnreadable);
+      EXPECT_NE(e.Description.find(c.sWhy), std::string::npos) << e.Description;
+    }
+    EXPECT_FALSE(o.DeletePoint());
+  }
+  // Tabs, 0x1A and a real section with keys missing stay readable.
+  CHourlyInf o;
+  o.FileName(Inf("\t[ActionDates]\t\r\n\x1A"));
+  ExpectPoint(o.DeletePoint(), -1, -1, -1, "section without keys");
+}
+
+// A file saved as "Unicode" by a Windows editor, either byte order: read as its text, and
+// saved back in its own encoding.
+TEST_F(HourlyInfTest, Utf16FilesReadAndSaveInTheirOwnEncoding) {
+  // "~" stands for "\u00E9", which the encoding below writes as one unit.
+  const std::string sText =
+      "[General]\r\nVersion=3.9\r\n[ActionDates]\r\nStandardAudioAt=-1\r\nArchiveAudioAt=2010-03-28 13:00\r\n"
+      "DeleteAudioAt=20300101 0000\r\n; Studio ~t~\r\n";
+  std::string sLe = "\xFF\xFE";
+  for (char c : sText) sLe += c == '~' ? std::string("\xE9\0", 2) : std::string{c, '\0'};
+  std::string sBe = "\xFE\xFF";
+  for (size_t i = 2; i + 1 < sLe.size(); i += 2) sBe += std::string{sLe[i + 1], sLe[i]};
+  for (const auto& [sName, sBytes] : {std::pair{"LE", sLe}, std::pair{"BE", sBe}}) {
+    SCOPED_TRACE(sName);
+    const std::string sPath = Inf(sBytes);
+    CHourlyInf o;
+    o.FileName(sPath);
+    EXPECT_EQ(o.Version(), "3.9");
+    ExpectPoint(o.StandardPoint(), -1, -1, -1, "standard");
+    ExpectPoint(o.ArchivePoint(), k14March2010 + 14, 13, 0, "archive");
+    ExpectPoint(o.DeletePoint(), VbDate::DateSerial(2030, 1, 1), 0, 0, "delete");
+
+    o.ArchivePoint()->SetEmpty();
+    ASSERT_TRUE(o.Save());
+    const std::string sSaved = ReadFile("L/20100314/1300/130000.inf");
+    ASSERT_GE(sSaved.size(), 2u);
+    EXPECT_EQ(sSaved.substr(0, 2), sBytes.substr(0, 2));
+    // Still whole UTF-16: the foreign comment and its accents survive, the new value is in.
+    const std::string sWide = sName == std::string("LE") ? "A\0r\0c\0h\0" : "\0A\0r\0c\0h";
+    EXPECT_NE(sSaved.find(sWide), std::string::npos);
+    EXPECT_NE(sSaved.find(sName == std::string("LE") ? std::string("\xE9\0t\0", 4) : std::string("\0\xE9\0t", 4)),
+              std::string::npos);
+    CHourlyInf oBack;
+    oBack.FileName(sPath);
+    ExpectPoint(oBack.ArchivePoint(), -1, -1, -1, "archive after save");
+    ExpectPoint(oBack.DeletePoint(), VbDate::DateSerial(2030, 1, 1), 0, 0, "delete after save");
+  }
 }
 
 TEST_F(HourlyInfTest, OfTwoEqualKeysTheFirstCounts) {

@@ -94,6 +94,30 @@ TEST_F(DebugMsgTest, FolderFromRegistryWithOrWithoutBackslash) {
   }
 }
 
+// A folder of this machine is used as it stands, closed by "/" (never by a backslash that
+// would become part of the folder's name); a relative one lies in the machine root.
+TEST_F(DebugMsgTest, LinuxAndRelativeFoldersFromRegistry) {
+  const struct {
+    std::string sValue, sPath, sFolder;
+  } aCases[] = {
+      {Root() + "/var/log/kestrane", Root() + "/var/log/kestrane/", Root() + "/var/log/kestrane"},
+      {Root() + "/var/log/kn/", Root() + "/var/log/kn/", Root() + "/var/log/kn"},
+      {"logs\\debug", Root() + "/logs/debug/", Root() + "/logs/debug"},
+      {"logs/trace", Root() + "/logs/trace/", Root() + "/logs/trace"},
+  };
+  for (const auto& c : aCases) {
+    SCOPED_TRACE(c.sValue);
+    ConfigAccess::SetRegString("SOFTWARE\\Norvane", "DebugPath", c.sValue);
+    AppGlobal::SetDebugPath("");
+    DebugLog::ResetForTesting();
+    AppGlobal::SetDebugMode(5);
+    DebugMsg("y");
+    EXPECT_EQ(AppGlobal::DebugPath(), c.sPath);
+    EXPECT_EQ(Lines(c.sFolder + "/knlogproc.20100314.log").back(), "13:05:09 y");
+  }
+  EXPECT_FALSE(std::filesystem::exists(Root() + "/var/log/kestrane\\"));
+}
+
 TEST_F(DebugMsgTest, MidnightStartsTheNextDaysFile) {
   AppGlobal::SetDebugMode(5);
   Clock::SetFixed(VbDate::Make({2010, 3, 14, 23, 59, 59}));

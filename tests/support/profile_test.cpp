@@ -170,6 +170,23 @@ TEST_F(ProfileAccess, ReadsAndWritesTheFile) {
   EXPECT_EQ(aFiles, 1);  // no temporary files left
 }
 
+// A settings file saved as UTF-16 reads and writes in its own encoding; one that only
+// starts like UTF-16 is read as bytes and never rewritten.
+TEST_F(ProfileAccess, Utf16FilesKeepTheirEncodingAndBrokenOnesAreNotWritten) {
+  fs::create_directories(PathIn("L3"));
+  WriteFile("L3/Kestrane.ini", "\xFE\xFF\0[\0A\0]\0\r\0\n\0K\0=\x01\x00"s);
+  EXPECT_EQ(ConfigAccess::GetProfileString("A", "K", "", File()), "\xC4\x80");  // U+0100
+  ASSERT_TRUE(ConfigAccess::WriteProfileString("A", "N", "2", File()));
+  EXPECT_EQ(ReadFile("L3/Kestrane.ini"), "\xFE\xFF\0[\0A\0]\0\r\0\n\0K\0=\x01\x00\0\r\0\n\0N\0=\0\x32\0\r\0\n"s);
+
+  const std::string sBroken = "\xFF\xFE[\0A\0]\0\r\0\n\0K\0=\0\x00\xD8"s;  // a lone high surrogate
+  WriteFile("L3/Kestrane.ini", sBroken);
+  ConfigAccess::ClearCache();
+  EXPECT_FALSE(ConfigAccess::WriteProfileString("A", "N", "2", File()));
+  EXPECT_FALSE(ConfigAccess::WriteProfileSection("B", "X=1\0"s, File()));
+  EXPECT_EQ(ReadFile("L3/Kestrane.ini"), sBroken);
+}
+
 TEST_F(ProfileAccess, CacheFollowsModificationTimeAndSize) {
   WriteFile("a.inf", "[S]\nk=1\n");
   SetMtime(PathIn("a.inf"), 1000000);

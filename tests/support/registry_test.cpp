@@ -246,6 +246,26 @@ TEST_F(RegistryAccess, MissingFileIsEmptyAndUnreadableOneIsLeftAlone) {
   EXPECT_TRUE(fs::is_directory(Machine::RegistryFile()));
 }
 
+// A pipe (or a device) in place of the registry or a settings file is refused unread:
+// the reads give their defaults at once, a write leaves it alone, and the refusal is said.
+TEST_F(RegistryAccess, PipeInPlaceOfAFileIsRefusedWithoutBlocking) {
+  ::alarm(30);  // a read that blocks ends the test instead of hanging it
+  ASSERT_EQ(::mkfifo(Machine::RegistryFile().c_str(), 0600), 0);
+  const std::string sIni = PathIn("Kestrane.ini");
+  ASSERT_EQ(::mkfifo(sIni.c_str(), 0600), 0);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(ConfigAccess::GetRegString(kLogger1, "LogPath", "dflt"), "dflt");
+  EXPECT_FALSE(ConfigAccess::SetRegString("S", "a", "x"));
+  EXPECT_EQ(ConfigAccess::GetProfileString("General", "Name", "dflt", sIni), "dflt");
+  EXPECT_EQ(ConfigAccess::ProfileReadError(sIni), ConfigAccess::kErrNotRegularFile);
+  EXPECT_FALSE(ConfigAccess::WriteProfileString("General", "Name", "x", sIni));
+  const std::string sErr = testing::internal::GetCapturedStderr();
+  ::alarm(0);
+  EXPECT_NE(sErr.find("cannot read the registry file: not a regular file"), std::string::npos) << sErr;
+  EXPECT_TRUE(fs::is_fifo(Machine::RegistryFile()));
+  EXPECT_TRUE(fs::is_fifo(sIni));
+}
+
 TEST_F(RegistryAccess, WritesAreUtf8ExportsAndReadsSeeTheDisk) {
   WriteFile("registry.reg", Utf16Export("Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\" +
                                         std::string(kLogger1) + "]\r\n\"LogPath\"=\"D:\\\\L1\"\r\n"));
