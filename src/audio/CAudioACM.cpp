@@ -39,6 +39,23 @@ std::string GroupThousands(int64_t v) {
   return v < 0 ? "-" + s : s;
 }
 
+// Frames in one block of a format: 1 for linear audio, the codec's count for ADPCM (the
+// one in the codec data where it is possible), 0 for a format this class cannot read.
+int SamplesPerBlock(const Wfx& w) {
+  if (w.wFormatTag == WAVE_FORMAT_PCM || w.wFormatTag == WAVE_FORMAT_IEEE_FLOAT) return 1;
+  if (w.wFormatTag != WAVE_FORMAT_IMA_ADPCM && w.wFormatTag != WAVE_FORMAT_ADPCM) return 0;
+  const bool bIma = w.wFormatTag == WAVE_FORMAT_IMA_ADPCM;
+  const int iMax = bIma ? Adpcm::ImaSamplesPerBlock(w.nBlockAlign, w.nChannels)
+                        : Adpcm::MsSamplesPerBlock(w.nBlockAlign, w.nChannels);
+  const int iGiven = w.Extra.size() >= 2 ? (w.Extra[0] | (w.Extra[1] << 8)) : 0;
+  return (iGiven >= (bIma ? 1 : 2) && iGiven <= iMax) ? iGiven : iMax;
+}
+
+// The GUID of an EXTENSIBLE sub-format behind its first two bytes (the format tag):
+// "-0000-0010-8000-00AA00389B71".
+constexpr uint8_t kGuidTail[14] = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80,
+                                   0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
+
 void TraceExit(const std::string& sRoutine, const std::string& sReason) {
   DebugMsg("Exit CAudioACM::" + sRoutine + " (" + sReason + ")", 5, 2);
 }
@@ -256,6 +273,8 @@ int32_t CAudioACM::OpenWriteFile(const std::string& sFile) {
     TraceExit(sRoutine, "unable to create data chunk");
     return -12;
   }
+  m_llPcmBytesIn = 0;
+  m_bStreamEnded = false;
   InitialiseCompression();
   AllocateBuffers();
   return 0;
@@ -277,31 +296,8 @@ int32_t CAudioACM::OpenReadFileSteps(const std::string& sFile) {
   auto hFile = std::make_unique<RiffFile>();
   if (hFile->Open(sFile, false) != 0) return -3;
   m_hAudioFile = std::move(hFile);
-  RiffFile& f = *m_hAudioFile;
-  f.Seek(0);
-  m_ckRiff = MMCKINFO{};
-  m_ckRiff.fccType = kWAVE;
-  if (f.Descend(m_ckRiff, nullptr, MMIO_FINDRIFF) != 0) return -4;
-  MMCKINFO ckFmt;
-  ckFmt.ckid = kFmt;
-  if (f.Descend(ckFmt, &m_ckRiff, MMIO_FINDCHUNK) != 0) return -5;
-  // The chunk's size is already cut to what the file holds, so the block is never
-  // larger than the file.
-  m_iFormatSize = static_cast<int32_t>(std::min<uint32_t>(ckFmt.cksize, 0x7FFFFFFF));
-  try {
-    m_pFileFormat.assign(std::max<size_t>(static_cast<size_t>(m_iFormatSize), 20), 0);
-  } catch (const std::bad_alloc&) {
-    return -6;
-  }
-  if (f.Read(m_pFileFormat.data(), m_iFormatSize) != m_iFormatSize) return -7;
-  m_wfxFileFormat = Wfx::FromBytes(m_pFileFormat.data(), static_cast<size_t>(m_iFormatSize));
-  m_wfxFileFormat.cbSize = 0;
-  m_wfxFileFormat.Extra.clear();
-  NormaliseByteRate();
-  if (f.Ascend(ckFmt) != 0) return -8;
-  m_ckData = MMCKINFO{};
-  m_ckData.ckid = kData;
-  if (f.Descend(m_ckData, &m_ckRiff, MMIO_FINDCHUNK) != 0) return -9;
+  uint16_t iFileTag = 0;
+  if (int32_t rc = ReadChunks(*m_hAudioFile, iFileTag)) return rc;
 
   Wfx wfxSource = m_wfxFileFormat;
   wfxSource.wFormatTag = WAVE_FORMAT_PCM;
@@ -315,27 +311,135 @@ int32_t CAudioACM::OpenReadFileSteps(const std::string& sFile) {
   m_wfxFileFormatPCM.nChannels = m_wfxFileFormat.nChannels;
   if (Acm::FormatSuggest(wfxSource, m_wfxFileFormatPCM, Wfx::kRecordSize, kSuggestPinned) != 0)
     return -10;
+  // A format that no codec decodes is refused here, not at the first read.
+  {
+    Acm::HACMSTREAM hProbe;
+    if (Acm::StreamOpen(hProbe, FileFormatRecord(), m_wfxFileFormatPCM) != 0) {
+      DebugMsg(fmt::format("CAudioACM::OpenReadFile (no codec decodes {})",
+                           FormatDumpText(&m_wfxFileFormat)), 5);
+      return -10;
+    }
+  }
   m_iSampleRate = static_cast<int32_t>(m_wfxFileFormat.nSamplesPerSec);
   m_iChannels = m_wfxFileFormat.nChannels;
-  m_iFormatTag = m_wfxFileFormat.wFormatTag;
+  // An EXTENSIBLE file keeps its own tag here, so that it is never taken for a file of
+  // the plain format of the same rate and channels.
+  m_iFormatTag = iFileTag;
+  m_bStreamEnded = false;
   InitialiseCompression();
   AllocateBuffers();
   return 0;
+}
+
+int32_t CAudioACM::ReadChunks(RiffFile& f, uint16_t& iFileTag) {
+  f.Seek(0);
+  m_ckRiff = MMCKINFO{};
+  m_ckRiff.fccType = kWAVE;
+  if (f.Descend(m_ckRiff, nullptr, MMIO_FINDRIFF) != 0) return -4;
+  const int64_t llFileEnd = f.Size();
+  const int64_t llForm = f.Position();  // behind "WAVE"
+  const uint32_t lRiffDeclared = f.DeclaredSize(m_ckRiff);
+  std::vector<std::string> aRepairs;
+  // A recorder that died before it patched its header leaves the RIFF size at 0 (or at
+  // the size of the header alone): the form then runs to the end of the file.
+  auto RiffToEnd = [&] {
+    if (static_cast<int64_t>(m_ckRiff.dwDataOffset) + m_ckRiff.cksize >= llFileEnd) return false;
+    m_ckRiff.cksize = static_cast<uint32_t>(
+        std::min<int64_t>(llFileEnd - m_ckRiff.dwDataOffset, 0xFFFFFFFFll));
+    aRepairs.push_back(fmt::format("RIFF size {}", lRiffDeclared));
+    return true;
+  };
+  if (m_ckRiff.cksize < 4) RiffToEnd();
+  MMCKINFO ckFmt;
+  ckFmt.ckid = kFmt;
+  int32_t rc = f.Descend(ckFmt, &m_ckRiff, MMIO_FINDCHUNK);
+  if (rc != 0 && RiffToEnd()) {
+    f.Seek(llForm);
+    rc = f.Descend(ckFmt, &m_ckRiff, MMIO_FINDCHUNK);
+  }
+  if (rc != 0) return -5;
+  // The chunk's size is already cut to what the file holds, so the block is never
+  // larger than the file.
+  m_iFormatSize = static_cast<int32_t>(std::min<uint32_t>(ckFmt.cksize, 0x7FFFFFFF));
+  try {
+    m_pFileFormat.assign(std::max<size_t>(static_cast<size_t>(m_iFormatSize), 20), 0);
+  } catch (const std::bad_alloc&) {
+    return -6;
+  }
+  if (f.Read(m_pFileFormat.data(), m_iFormatSize) != m_iFormatSize) return -7;
+  m_wfxFileFormat = Wfx::FromBytes(m_pFileFormat.data(), static_cast<size_t>(m_iFormatSize));
+  iFileTag = m_wfxFileFormat.wFormatTag;
+  m_wfxFileFormat.cbSize = 0;
+  m_wfxFileFormat.Extra.clear();
+  TakeSubFormat();
+  NormaliseByteRate();
+  if (f.Ascend(ckFmt) != 0) return -8;
+
+  const int64_t llAfterFmt = f.Position();
+  m_ckData = MMCKINFO{};
+  m_ckData.ckid = kData;
+  rc = f.Descend(m_ckData, &m_ckRiff, MMIO_FINDCHUNK);
+  if (rc != 0 && RiffToEnd()) {
+    f.Seek(llAfterFmt);
+    rc = f.Descend(m_ckData, &m_ckRiff, MMIO_FINDCHUNK);
+  }
+  if (rc != 0) return -9;
+  // The audio's length comes from the "data" header unless a crash left it unpatched:
+  // 0 in a file whose RIFF size does not account for it, 0xFFFFFFFF, or beyond the end of
+  // the file. Such audio runs to the end of the file, in whole blocks.
+  const uint32_t lDeclared = f.DeclaredSize(m_ckData);
+  const int64_t llToEnd = std::max<int64_t>(0, llFileEnd - m_ckData.dwDataOffset);
+  const bool bRiffTrue = static_cast<int64_t>(lRiffDeclared) + 8 >= llFileEnd;
+  int64_t llData = lDeclared;
+  std::string sWhy;
+  if (lDeclared == 0xFFFFFFFFu) sWhy = "data size 0xFFFFFFFF";
+  else if (llData > llToEnd) sWhy = fmt::format("data size {} beyond the end of the file", lDeclared);
+  else if (lDeclared == 0 && llToEnd > 0 && !bRiffTrue) sWhy = "data size 0";
+  if (!sWhy.empty()) {
+    const int64_t llBlock = std::max<int64_t>(1, m_wfxFileFormat.nBlockAlign);
+    llData = std::min<int64_t>(llToEnd - llToEnd % llBlock, 0xFFFFFFFFll);
+    aRepairs.push_back(sWhy);
+  }
+  m_ckData.cksize = static_cast<uint32_t>(llData);
+  if (!aRepairs.empty()) {
+    std::string s;
+    for (const auto& r : aRepairs) s += (s.empty() ? "" : ", ") + r;
+    DebugMsg(fmt::format("CAudioACM::OpenReadFile (header repaired: {}; the audio runs to "
+                         "{} bytes from its start, the file is left as it is)",
+                         s, m_ckData.cksize),
+             5);
+  }
+  // The position stands at the start of the audio.
+  f.Seek(m_ckData.dwDataOffset);
+  return 0;
+}
+
+void CAudioACM::TakeSubFormat() {
+  if (m_wfxFileFormat.wFormatTag != WAVE_FORMAT_EXTENSIBLE) return;
+  const Wfx w = Wfx::FromBytes(m_pFileFormat.data(), static_cast<size_t>(m_iFormatSize));
+  // Valid bits (2), channel mask (4), then the GUID.
+  if (w.cbSize < 22 || w.Extra.size() < 22 ||
+      !std::equal(std::begin(kGuidTail), std::end(kGuidTail), w.Extra.begin() + 8))
+    return;
+  const uint16_t iSub = static_cast<uint16_t>(w.Extra[6] | (w.Extra[7] << 8));
+  if (iSub != WAVE_FORMAT_PCM && iSub != WAVE_FORMAT_IEEE_FLOAT) return;
+  Wfx wSub = w;
+  wSub.wFormatTag = iSub;
+  wSub.cbSize = 0;
+  wSub.Extra.clear();
+  m_pFileFormat = wSub.ToBytes(20);
+  m_wfxFileFormat.wFormatTag = iSub;
+  DebugMsg(fmt::format("CAudioACM::OpenReadFile (WAVE_FORMAT_EXTENSIBLE read as format tag {}, "
+                       "{} bits)",
+                       iSub, w.wBitsPerSample),
+           10);
 }
 
 void CAudioACM::NormaliseByteRate() {
   // Some writers put a nominal bit rate into nAvgBytesPerSec of an ADPCM file; lengths
   // and read sizes (and so the buffers) need the rate that the block layout gives.
   const Wfx w = FileFormatRecord();
-  int iSpb = 0;
-  if (w.wFormatTag == WAVE_FORMAT_PCM) iSpb = 1;
-  if (w.wFormatTag == WAVE_FORMAT_IMA_ADPCM || w.wFormatTag == WAVE_FORMAT_ADPCM) {
-    const int iMax = w.wFormatTag == WAVE_FORMAT_IMA_ADPCM
-                         ? Adpcm::ImaSamplesPerBlock(w.nBlockAlign, w.nChannels)
-                         : Adpcm::MsSamplesPerBlock(w.nBlockAlign, w.nChannels);
-    const int iGiven = w.Extra.size() >= 2 ? (w.Extra[0] | (w.Extra[1] << 8)) : 0;
-    iSpb = (iGiven >= 1 && iGiven <= iMax) ? iGiven : iMax;
-  }
+  const int iSpb = SamplesPerBlock(w);
   if (iSpb <= 0 || w.nBlockAlign == 0) return;
   const uint32_t lAvg = static_cast<uint32_t>(
       static_cast<uint64_t>(w.nSamplesPerSec) * w.nBlockAlign / static_cast<uint64_t>(iSpb));
@@ -344,6 +448,11 @@ void CAudioACM::NormaliseByteRate() {
                          m_wfxFileFormat.nAvgBytesPerSec, lAvg), 10);
     m_wfxFileFormat.nAvgBytesPerSec = lAvg;
   }
+}
+
+uint32_t CAudioACM::PcmBytesPerBlock() const {
+  const int iSpb = SamplesPerBlock(FileFormatRecord());
+  return static_cast<uint32_t>(std::max(iSpb, 1)) * m_wfxFileFormatPCM.nBlockAlign;
 }
 
 void CAudioACM::InitialiseCompression() {
@@ -406,6 +515,7 @@ void CAudioACM::FreeBuffers() {
   std::vector<uint8_t>().swap(m_pConvBuffer);
   std::vector<uint8_t>().swap(m_aEncoded);
   std::vector<int16_t>().swap(m_aDecoded);
+  std::vector<int16_t>().swap(m_aDrained);
   std::vector<uint8_t>().swap(m_aPending);
   m_iBufferLen = 0;
   m_iBufferUsed = 0;
@@ -447,6 +557,16 @@ int32_t CAudioACM::WriteAudioData(const void* pAudioBuffer, int32_t lBufferLen) 
     pPcm = m_aEncoded.data();
     lPcm = n > 0 ? static_cast<size_t>(n) : 0;
   }
+  if (int32_t rc = CompressPcm(pPcm, lPcm, true, -3, -4, -5)) {
+    static const char* aWhy[] = {"Unable to get mmioInfo", "Unable to write buffer",
+                                 "Unable to get info"};
+    return fail(rc, aWhy[-rc - 3]);
+  }
+  return 0;
+}
+
+int32_t CAudioACM::CompressPcm(const uint8_t* pPcm, size_t lPcm, bool bAudio,
+                               int32_t iErrInfoBefore, int32_t iErrWrite, int32_t iErrInfoAfter) {
   // Through the codec in pieces that fit its source buffer behind any waiting tail
   // (one piece unless the array step made more bytes than it took).
   size_t lDone = 0;
@@ -464,18 +584,42 @@ int32_t CAudioACM::WriteAudioData(const void* pAudioBuffer, int32_t lBufferLen) 
       DebugMsg("CAudioACM::IAudioFile_WriteAudioData (Convert failed; piece dropped)", 5, 0);
       continue;
     }
+    if (bAudio) m_llPcmBytesIn += static_cast<int64_t>(lPiece);
     if (m_iBufferUsed + lOut > m_iBufferLen) {
-      if (int32_t rc = FlushAccumulator(-3, -4, -5)) {
-        static const char* aWhy[] = {"Unable to get mmioInfo", "Unable to write buffer",
-                                     "Unable to get info"};
-        return fail(rc, aWhy[-rc - 3]);
-      }
+      if (int32_t rc = FlushAccumulator(iErrInfoBefore, iErrWrite, iErrInfoAfter)) return rc;
       m_iBufferUsed = 0;
     }
     std::memcpy(m_pBuffer.data() + m_iBufferUsed, m_pConvBuffer.data(), static_cast<size_t>(lOut));
     m_iBufferUsed += lOut;
   }
   return 0;
+}
+
+int32_t CAudioACM::FinishCompression(int32_t iErrInfoBefore, int32_t iErrWrite,
+                                     int32_t iErrInfoAfter) {
+  if (m_bStreamEnded || !m_tyCompress.streamHandle || m_pConvBuffer.empty()) return 0;
+  m_bStreamEnded = true;
+  // What the resampler still holds: the last moments of the audio.
+  if (m_oConvertMemToFile && m_oConvertMemToFile->IsOpen() &&
+      FormatsDiffer(m_wfxMemFormat, m_wfxFileFormatPCM)) {
+    const int32_t n = m_oConvertMemToFile->FlushEncoder(m_aEncoded);
+    if (n > 0) {
+      if (int32_t rc = CompressPcm(m_aEncoded.data(), static_cast<size_t>(n), true,
+                                   iErrInfoBefore, iErrWrite, iErrInfoAfter))
+        return rc;
+    }
+  }
+  // The codec takes whole blocks only: its tail is filled with silence to a block.
+  const uint32_t lBlock = PcmBytesPerBlock();
+  const uint32_t lTail = lBlock ? m_tyCompress.BufferUsed % lBlock : 0;
+  if (lTail == 0) return 0;
+  const std::vector<uint8_t> aSilence(lBlock - lTail, 0);
+  DebugMsg(fmt::format("CAudioACM::IAudioFile_CloseAudioFile (last block: {} bytes of audio, "
+                       "{} of silence)",
+                       lTail, aSilence.size()),
+           10);
+  return CompressPcm(aSilence.data(), aSilence.size(), false, iErrInfoBefore, iErrWrite,
+                     iErrInfoAfter);
 }
 
 // ---------------------------------------------------------------- read
@@ -515,10 +659,23 @@ int32_t CAudioACM::ReadAudioData(void* lpBuffer, float fBufLen) {
     n = 0;
   }
   const uint8_t* pOut = m_pBuffer.data();
-  if (n >= 1 && FormatsDiffer(m_wfxFileFormatPCM, m_wfxMemFormat)) {
+  const bool bResample = FormatsDiffer(m_wfxFileFormatPCM, m_wfxMemFormat);
+  if (n >= 1 && bResample) {
     int32_t lSamples = m_oConvertFileToMem->DecodeArray(m_pBuffer.data(), static_cast<size_t>(n), m_aDecoded);
     n = lSamples > 0 ? lSamples * 2 : 0;
     pOut = reinterpret_cast<const uint8_t*>(m_aDecoded.data());
+  }
+  // No whole block left: the resampler gives what it still holds, once.
+  const int64_t llLeft = static_cast<int64_t>(m_ckData.cksize) -
+                         (f.Position() - static_cast<int64_t>(m_ckData.dwDataOffset));
+  if (bResample && !m_bStreamEnded && llLeft < llBlock) {
+    m_bStreamEnded = true;
+    if (m_oConvertFileToMem->FlushDecoder(m_aDrained) > 0) {
+      m_aDecoded.resize(static_cast<size_t>(n / 2));
+      m_aDecoded.insert(m_aDecoded.end(), m_aDrained.begin(), m_aDrained.end());
+      n = static_cast<int32_t>(m_aDecoded.size() * 2);
+      pOut = reinterpret_cast<const uint8_t*>(m_aDecoded.data());
+    }
   }
   // The caller's buffer takes fBufLen seconds in the memory format; what goes beyond
   // waits for the next read.
@@ -546,6 +703,8 @@ void CAudioACM::SeekFraction(float Fraction) {
   if (m_wfxFileFormat.nBlockAlign > 0) P -= P % m_wfxFileFormat.nBlockAlign;
   m_hAudioFile->Seek(P + m_ckData.dwDataOffset);
   m_aPending.clear();
+  // A drained resampler starts afresh (the drain reset it); the end is to come again.
+  m_bStreamEnded = false;
 }
 
 double CAudioACM::AudioLength() {
@@ -593,6 +752,12 @@ int32_t CAudioACM::CloseAudioFile() {
   }
   DebugMsg("Start CAudioACM::" + sRoutine, 5, 1);
   RiffFile& f = *m_hAudioFile;
+  if (m_bWriting) {
+    if (int32_t rc = FinishCompression(-2, -3, -4)) {
+      TraceExit(sRoutine, rc == -3 ? "Couldn't write last buffer" : "Couldn't get mmioInfo");
+      return rc;
+    }
+  }
   if (!m_pBuffer.empty() && m_iBufferUsed >= 1) {
     if (int32_t rc = FlushAccumulator(-2, -3, -4)) {
       TraceExit(sRoutine, rc == -3 ? "Couldn't write last buffer" : "Couldn't get mmioInfo");
@@ -623,10 +788,11 @@ int32_t CAudioACM::CloseAudioFile() {
       TraceExit(sRoutine, "Couldn't descend into fact chunk");
       return -7;
     }
-    const double dAvg = m_wfxFileFormat.nAvgBytesPerSec;
-    const double dSamples =
-        dAvg == 0 ? 0.0 : std::round(m_ckData.cksize / dAvg * m_wfxFileFormat.nSamplesPerSec);
-    const uint32_t lSamples = static_cast<uint32_t>(std::clamp(dSamples, 0.0, 4294967295.0));
+    // The samples of audio given to the codec: the padding of the last block is not
+    // audio.
+    const int64_t llFrame = std::max<int64_t>(1, m_wfxFileFormatPCM.nBlockAlign);
+    const uint32_t lSamples =
+        static_cast<uint32_t>(std::clamp<int64_t>(m_llPcmBytesIn / llFrame, 0, 0xFFFFFFFFll));
     const uint8_t b[4] = {static_cast<uint8_t>(lSamples), static_cast<uint8_t>(lSamples >> 8),
                           static_cast<uint8_t>(lSamples >> 16), static_cast<uint8_t>(lSamples >> 24)};
     if (f.Write(b, 4) != 4) {

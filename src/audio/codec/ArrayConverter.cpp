@@ -88,6 +88,41 @@ int64_t ArrayConverter::Run(const uint8_t* pIn, size_t lFrames, int iOutCh,
   return n;
 }
 
+int64_t ArrayConverter::Drain(int iOutCh, std::vector<uint8_t>* pBytes,
+                              std::vector<int16_t>* pSamples) {
+  if (!m_pSwr) return AVERROR(EINVAL);
+  std::vector<uint8_t> aBytes;
+  std::vector<int16_t> aSamples;
+  int64_t llFrames = 0;
+  // A drain may come out in more than one piece.
+  for (int i = 0; i < 16; ++i) {
+    int64_t n = Run(nullptr, 0, iOutCh, pBytes ? &aBytes : nullptr, pBytes ? nullptr : &aSamples);
+    if (n < 0) return n;
+    if (n == 0) break;
+    const size_t lValues = static_cast<size_t>(n) * iOutCh;
+    if (pBytes) pBytes->insert(pBytes->end(), aBytes.begin(), aBytes.begin() + lValues * 2);
+    else pSamples->insert(pSamples->end(), aSamples.begin(), aSamples.begin() + lValues);
+    llFrames += n;
+  }
+  return llFrames;
+}
+
+int32_t ArrayConverter::FlushEncoder(std::vector<uint8_t>& aOut) {
+  aOut.clear();
+  int64_t n = m_bEncoder ? Drain(m_iPcmChannels, &aOut, nullptr) : AVERROR(EINVAL);
+  if (n < 0) aOut.clear();
+  else Open(true);
+  return n < 0 ? static_cast<int32_t>(n) : static_cast<int32_t>(aOut.size());
+}
+
+int32_t ArrayConverter::FlushDecoder(std::vector<int16_t>& aOut) {
+  aOut.clear();
+  int64_t n = m_bEncoder ? AVERROR(EINVAL) : Drain(m_iArrayChannels, nullptr, &aOut);
+  if (n < 0) aOut.clear();
+  else Open(false);
+  return n < 0 ? static_cast<int32_t>(n) : static_cast<int32_t>(aOut.size());
+}
+
 int32_t ArrayConverter::EncodeArray(const int16_t* pSamples, size_t lSamples,
                                     std::vector<uint8_t>& aOut) {
   const int iInCh = m_iArrayChannels, iOutCh = m_iPcmChannels;
