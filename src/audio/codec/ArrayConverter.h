@@ -33,8 +33,9 @@ class ArrayConverter {
   int32_t EncodeArray(const int16_t* pSamples, size_t lSamples, std::vector<uint8_t>& aOut);
   int32_t DecodeArray(const uint8_t* pBytes, size_t lBytes, std::vector<int16_t>& aOut);
   // The end of the stream: the samples still held by the resampler, into aOut (bytes of
-  // an encoder, samples of a decoder). Result as above; the converter then starts a new
-  // stream.
+  // an encoder, samples of a decoder), so that the whole stream comes out as the input's
+  // length at the new rate, rounded to the nearest frame. Result as above; the converter
+  // then starts a new stream.
   int32_t FlushEncoder(std::vector<uint8_t>& aOut);
   int32_t FlushDecoder(std::vector<int16_t>& aOut);
 
@@ -54,4 +55,6 @@ class ArrayConverter {
   int32_t m_lPcmRate = 44100, m_iPcmChannels = 2, m_iPcmBits = 16;
   bool m_bEncoder = false;
   SwrContext* m_pSwr = nullptr;
+  // Frames in and out since the open.
+  int64_t m_llFramesIn = 0, m_llFramesOut = 0;
 };
