@@ -99,8 +99,8 @@ class CAudioACM : public IAudioFormat, public IAudioFile {
   int32_t FlushAccumulator(int32_t iErrInfoBefore, int32_t iErrWrite, int32_t iErrInfoAfter);
   void ReleaseConverters();
   // File-rate PCM through the compression stream into the accumulator, in pieces that fit
-  // the stream. bAudio: the bytes count as audio for the "fact" chunk (the padding of the
-  // last block does not). 0 or the code of the failed flush.
+  // the stream. bAudio false: the bytes are the silence that fills the last block, which
+  // the "fact" chunk does not count. 0 or the code of the failed flush.
   int32_t CompressPcm(const uint8_t* pPcm, size_t lPcm, bool bAudio, int32_t iErrInfoBefore,
                       int32_t iErrWrite, int32_t iErrInfoAfter);
   // The end of a written stream: drains the resampler and pads the codec's tail to a
@@ -108,6 +108,9 @@ class CAudioACM : public IAudioFormat, public IAudioFile {
   int32_t FinishCompression(int32_t iErrInfoBefore, int32_t iErrWrite, int32_t iErrInfoAfter);
   // Bytes of file-rate PCM in one block of the file format.
   uint32_t PcmBytesPerBlock() const;
+  // Frames in one block of a format: 1 for linear audio, the codec's count for ADPCM,
+  // 0 for a format this class cannot read.
+  static int SamplesPerBlock(const Wfx& w);
 
   int32_t m_iSampleRate = 44100;
   int32_t m_iChannels = 2;
@@ -137,8 +140,12 @@ class CAudioACM : public IAudioFormat, public IAudioFile {
   // Work storage of the array converter, kept from call to call.
   std::vector<uint8_t> m_aEncoded;
   std::vector<int16_t> m_aDecoded;
-  // Bytes of file-rate PCM of audio given to the compression stream since the open.
-  int64_t m_llPcmBytesIn = 0;
+  // Samples (frames) in the blocks that reached the accumulator since the open, and the
+  // silence among them that filled the last block: the "fact" count is the difference.
+  // A piece whose flush failed is in neither.
+  int64_t m_llSamplesOut = 0;
+  int64_t m_llSilenceOut = 0;
+  int m_iOutSamplesPerBlock = 1;
   // The end of the stream has been dealt with: the resampler drained (and, writing, the
   // last block padded).
   bool m_bStreamEnded = false;

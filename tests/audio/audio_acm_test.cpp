@@ -435,6 +435,22 @@ TEST_F(AudioAcmTest, AFullDiskFailsTheWriteOrTheCloseAndKeepsNoFinalFile) {
   }
   EXPECT_FALSE(fs::exists(P("full.wav")));
   Faults::DisarmAll();
+  {
+    // One flush in the middle fails: that second is lost, and "fact" does not count it.
+    CAudioACM o;
+    o.SetFileFormat(44100, 2, 1);
+    ASSERT_EQ(o.OpenAudioFile(P("gap.wav"), AudioFileWrite), 0);
+    ASSERT_EQ(o.WriteAudioData(aMem.data(), 176400), 0);
+    Faults::Arm("audio.write", ENOSPC, 0, 1);
+    EXPECT_EQ(o.WriteAudioData(aMem.data() + 88200, 176400), -4);
+    EXPECT_EQ(o.WriteAudioData(aMem.data() + 176400, 176400), 0);
+    EXPECT_EQ(o.CloseAudioFile(), 0);
+    const std::string s = audiotest::ReadAll(P("gap.wav"));
+    const auto aChunks = audiotest::Chunks(s);
+    ASSERT_EQ(aChunks.size(), 3u);
+    EXPECT_EQ(aChunks[2].lSize, 2u * 176400);
+    EXPECT_EQ(Le32(s, aChunks[1].lOffset), 2u * 44100);
+  }
   // The disk fills at the close: the last piece can't be written.
   CAudioACM o;
   o.SetFileFormat(22050, 1, 17);
