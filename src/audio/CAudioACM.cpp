@@ -140,6 +140,18 @@ void CAudioACM::SetMemFormat(const Wfx& wfx) {
 
 // ---------------------------------------------------------------- format block
 
+// Frames in one block of a format: 1 for linear audio, the codec's count for ADPCM (the
+// one in the codec data where it is possible), 0 for a format this class cannot read.
+int CAudioACM::SamplesPerBlock(const Wfx& w) {
+  if (w.wFormatTag == WAVE_FORMAT_PCM || w.wFormatTag == WAVE_FORMAT_IEEE_FLOAT) return 1;
+  if (w.wFormatTag != WAVE_FORMAT_IMA_ADPCM && w.wFormatTag != WAVE_FORMAT_ADPCM) return 0;
+  const bool bIma = w.wFormatTag == WAVE_FORMAT_IMA_ADPCM;
+  const int iMax = bIma ? Adpcm::ImaSamplesPerBlock(w.nBlockAlign, w.nChannels)
+                        : Adpcm::MsSamplesPerBlock(w.nBlockAlign, w.nChannels);
+  const int iGiven = w.Extra.size() >= 2 ? (w.Extra[0] | (w.Extra[1] << 8)) : 0;
+  return (iGiven >= (bIma ? 1 : 2) && iGiven <= iMax) ? iGiven : iMax;
+}
+
 bool CAudioACM::BuildFileFormat() {
   uint32_t lSize = 0;
   if (Acm::FormatTagDetails(static_cast<uint32_t>(m_iFormatTag), lSize) != 0) {
@@ -256,94 +268,17 @@ int32_t CAudioACM::OpenWriteFile(const std::string& sFile) {
     TraceExit(sRoutine, "unable to create data chunk");
     return -12;
   }
+  m_llSamplesOut = m_llSilenceOut = 0;
+  m_bStreamEnded = false;
   InitialiseCompression();
   AllocateBuffers();
+  m_iOutSamplesPerBlock = std::max(1, SamplesPerBlock(FileFormatRecord()));
   return 0;
 }
 
-int32_t CAudioACM::OpenReadFile(const std::string& sFile) {
-  int32_t rc = OpenReadFileSteps(sFile);
-  // A file that could not be read as audio is not left open.
-  if (rc != 0) m_hAudioFile.reset();
-  return rc;
-}
-
-int32_t CAudioACM::OpenReadFileSteps(const std::string& sFile) {
-  if (AudioOpen()) CloseAudioFile();
-  TerminateCompression();
-  ReleaseConverters();
-  if (!FileHelper::FileExists(sFile)) return -1;
-  m_sRecordedFileName.clear();
-  auto hFile = std::make_unique<RiffFile>();
-  if (hFile->Open(sFile, false) != 0) return -3;
-  m_hAudioFile = std::move(hFile);
-  RiffFile& f = *m_hAudioFile;
-  f.Seek(0);
-  m_ckRiff = MMCKINFO{};
-  m_ckRiff.fccType = kWAVE;
-  if (f.Descend(m_ckRiff, nullptr, MMIO_FINDRIFF) != 0) return -4;
-  MMCKINFO ckFmt;
-  ckFmt.ckid = kFmt;
-  if (f.Descend(ckFmt, &m_ckRiff, MMIO_FINDCHUNK) != 0) return -5;
-  // The chunk's size is already cut to what the file holds, so the block is never
-  // larger than the file.
-  m_iFormatSize = static_cast<int32_t>(std::min<uint32_t>(ckFmt.cksize, 0x7FFFFFFF));
-  try {
-    m_pFileFormat.assign(std::max<size_t>(static_cast<size_t>(m_iFormatSize), 20), 0);
-  } catch (const std::bad_alloc&) {
-    return -6;
-  }
-  if (f.Read(m_pFileFormat.data(), m_iFormatSize) != m_iFormatSize) return -7;
-  m_wfxFileFormat = Wfx::FromBytes(m_pFileFormat.data(), static_cast<size_t>(m_iFormatSize));
-  m_wfxFileFormat.cbSize = 0;
-  m_wfxFileFormat.Extra.clear();
-  NormaliseByteRate();
-  if (f.Ascend(ckFmt) != 0) return -8;
-  m_ckData = MMCKINFO{};
-  m_ckData.ckid = kData;
-  if (f.Descend(m_ckData, &m_ckRiff, MMIO_FINDCHUNK) != 0) return -9;
-
-  Wfx wfxSource = m_wfxFileFormat;
-  wfxSource.wFormatTag = WAVE_FORMAT_PCM;
-  wfxSource.wBitsPerSample = 16;
-  wfxSource.cbSize = 0;
-  wfxSource.nBlockAlign = static_cast<uint16_t>(wfxSource.nChannels * 2);
-  wfxSource.nAvgBytesPerSec = wfxSource.nBlockAlign * wfxSource.nSamplesPerSec;
-  m_wfxFileFormatPCM = Wfx{};
-  m_wfxFileFormatPCM.wFormatTag = WAVE_FORMAT_PCM;
-  m_wfxFileFormatPCM.nSamplesPerSec = m_wfxFileFormat.nSamplesPerSec;
-  m_wfxFileFormatPCM.nChannels = m_wfxFileFormat.nChannels;
-  if (Acm::FormatSuggest(wfxSource, m_wfxFileFormatPCM, Wfx::kRecordSize, kSuggestPinned) != 0)
-    return -10;
-  m_iSampleRate = static_cast<int32_t>(m_wfxFileFormat.nSamplesPerSec);
-  m_iChannels = m_wfxFileFormat.nChannels;
-  m_iFormatTag = m_wfxFileFormat.wFormatTag;
-  InitialiseCompression();
-  AllocateBuffers();
-  return 0;
-}
-
-void CAudioACM::NormaliseByteRate() {
-  // Some writers put a nominal bit rate into nAvgBytesPerSec of an ADPCM file; lengths
-  // and read sizes (and so the buffers) need the rate that the block layout gives.
-  const Wfx w = FileFormatRecord();
-  int iSpb = 0;
-  if (w.wFormatTag == WAVE_FORMAT_PCM) iSpb = 1;
-  if (w.wFormatTag == WAVE_FORMAT_IMA_ADPCM || w.wFormatTag == WAVE_FORMAT_ADPCM) {
-    const int iMax = w.wFormatTag == WAVE_FORMAT_IMA_ADPCM
-                         ? Adpcm::ImaSamplesPerBlock(w.nBlockAlign, w.nChannels)
-                         : Adpcm::MsSamplesPerBlock(w.nBlockAlign, w.nChannels);
-    const int iGiven = w.Extra.size() >= 2 ? (w.Extra[0] | (w.Extra[1] << 8)) : 0;
-    iSpb = (iGiven >= 1 && iGiven <= iMax) ? iGiven : iMax;
-  }
-  if (iSpb <= 0 || w.nBlockAlign == 0) return;
-  const uint32_t lAvg = static_cast<uint32_t>(
-      static_cast<uint64_t>(w.nSamplesPerSec) * w.nBlockAlign / static_cast<uint64_t>(iSpb));
-  if (lAvg != 0 && (lAvg > m_wfxFileFormat.nAvgBytesPerSec + 1 || lAvg + 1 < m_wfxFileFormat.nAvgBytesPerSec)) {
-    DebugMsg(fmt::format("CAudioACM::OpenReadFile (nAvgBytesPerSec {} taken as {})",
-                         m_wfxFileFormat.nAvgBytesPerSec, lAvg), 10);
-    m_wfxFileFormat.nAvgBytesPerSec = lAvg;
-  }
+uint32_t CAudioACM::PcmBytesPerBlock() const {
+  const int iSpb = SamplesPerBlock(FileFormatRecord());
+  return static_cast<uint32_t>(std::max(iSpb, 1)) * m_wfxFileFormatPCM.nBlockAlign;
 }
 
 void CAudioACM::InitialiseCompression() {
@@ -406,6 +341,7 @@ void CAudioACM::FreeBuffers() {
   std::vector<uint8_t>().swap(m_pConvBuffer);
   std::vector<uint8_t>().swap(m_aEncoded);
   std::vector<int16_t>().swap(m_aDecoded);
+  std::vector<int16_t>().swap(m_aDrained);
   std::vector<uint8_t>().swap(m_aPending);
   m_iBufferLen = 0;
   m_iBufferUsed = 0;
@@ -447,6 +383,16 @@ int32_t CAudioACM::WriteAudioData(const void* pAudioBuffer, int32_t lBufferLen) 
     pPcm = m_aEncoded.data();
     lPcm = n > 0 ? static_cast<size_t>(n) : 0;
   }
+  if (int32_t rc = CompressPcm(pPcm, lPcm, true, -3, -4, -5)) {
+    static const char* aWhy[] = {"Unable to get mmioInfo", "Unable to write buffer",
+                                 "Unable to get info"};
+    return fail(rc, aWhy[-rc - 3]);
+  }
+  return 0;
+}
+
+int32_t CAudioACM::CompressPcm(const uint8_t* pPcm, size_t lPcm, bool bAudio,
+                               int32_t iErrInfoBefore, int32_t iErrWrite, int32_t iErrInfoAfter) {
   // Through the codec in pieces that fit its source buffer behind any waiting tail
   // (one piece unless the array step made more bytes than it took).
   size_t lDone = 0;
@@ -465,122 +411,42 @@ int32_t CAudioACM::WriteAudioData(const void* pAudioBuffer, int32_t lBufferLen) 
       continue;
     }
     if (m_iBufferUsed + lOut > m_iBufferLen) {
-      if (int32_t rc = FlushAccumulator(-3, -4, -5)) {
-        static const char* aWhy[] = {"Unable to get mmioInfo", "Unable to write buffer",
-                                     "Unable to get info"};
-        return fail(rc, aWhy[-rc - 3]);
-      }
+      if (int32_t rc = FlushAccumulator(iErrInfoBefore, iErrWrite, iErrInfoAfter)) return rc;
       m_iBufferUsed = 0;
     }
     std::memcpy(m_pBuffer.data() + m_iBufferUsed, m_pConvBuffer.data(), static_cast<size_t>(lOut));
     m_iBufferUsed += lOut;
+    m_llSamplesOut += lOut / std::max<int64_t>(1, m_wfxFileFormat.nBlockAlign) * m_iOutSamplesPerBlock;
+    if (!bAudio) m_llSilenceOut += static_cast<int64_t>(lPiece) / std::max<int64_t>(1, m_wfxFileFormatPCM.nBlockAlign);
   }
   return 0;
 }
 
-// ---------------------------------------------------------------- read
-
-int32_t CAudioACM::ReadAudioData(void* lpBuffer, float fBufLen) {
-  const std::string sRoutine = "IAudioFile_ReadAudioData";
-  if (!m_hAudioFile) {
-    DebugMsg("Exit CAudioACM::" + sRoutine + " (m_hAudioFile = 0)", 5, 0);
-    return -1;
+int32_t CAudioACM::FinishCompression(int32_t iErrInfoBefore, int32_t iErrWrite,
+                                     int32_t iErrInfoAfter) {
+  if (m_bStreamEnded || !m_tyCompress.streamHandle || m_pConvBuffer.empty()) return 0;
+  m_bStreamEnded = true;
+  // What the resampler still holds: the last moments of the audio.
+  if (m_oConvertMemToFile && m_oConvertMemToFile->IsOpen() &&
+      FormatsDiffer(m_wfxMemFormat, m_wfxFileFormatPCM)) {
+    const int32_t n = m_oConvertMemToFile->FlushEncoder(m_aEncoded);
+    if (n > 0) {
+      if (int32_t rc = CompressPcm(m_aEncoded.data(), static_cast<size_t>(n), true,
+                                   iErrInfoBefore, iErrWrite, iErrInfoAfter))
+        return rc;
+    }
   }
-  if (!m_tyDecompress.streamHandle) {
-    DebugMsg("Exit CAudioACM::" + sRoutine + " (DeCompression Stream not initialised)", 5, 0);
-    return -2;
-  }
-  if (!m_oConvertFileToMem) {
-    DebugMsg("Exit CAudioACM::" + sRoutine + " (Conversion Stream not initialised)", 5, 0);
-    return -3;
-  }
-  if (!lpBuffer || !(fBufLen > 0) || m_pBuffer.empty()) return 0;
-  RiffFile& f = *m_hAudioFile;
-  const int64_t llBlock = std::max<int64_t>(1, m_wfxFileFormat.nBlockAlign);
-  int64_t N = static_cast<int64_t>(std::llround(static_cast<double>(fBufLen) * m_wfxFileFormat.nAvgBytesPerSec));
-  const int64_t llOffset = f.Position() - static_cast<int64_t>(m_ckData.dwDataOffset);
-  N = std::min<int64_t>(N, static_cast<int64_t>(m_ckData.cksize) - llOffset);
-  // Never more than the work buffer and the stream's source buffer take.
-  N = std::min<int64_t>(N, static_cast<int64_t>(m_pBuffer.size()));
-  N = std::min<int64_t>(N, static_cast<int64_t>(m_tyDecompress.SourceBufferSize) - m_tyDecompress.BufferUsed);
-  N = std::max<int64_t>(0, N);
-  N -= N % llBlock;
-  if (N > 0) {
-    N = f.Read(m_pBuffer.data(), N);
-    if (N < 0) N = 0;
-  }
-  int32_t n = static_cast<int32_t>(N);
-  if (n > 0 && Convert(m_tyDecompress, m_pBuffer.data(), n, m_pBuffer.size()) != 0) {
-    DebugMsg("CAudioACM::IAudioFile_ReadAudioData (Convert failed)", 5, 0);
-    n = 0;
-  }
-  const uint8_t* pOut = m_pBuffer.data();
-  if (n >= 1 && FormatsDiffer(m_wfxFileFormatPCM, m_wfxMemFormat)) {
-    int32_t lSamples = m_oConvertFileToMem->DecodeArray(m_pBuffer.data(), static_cast<size_t>(n), m_aDecoded);
-    n = lSamples > 0 ? lSamples * 2 : 0;
-    pOut = reinterpret_cast<const uint8_t*>(m_aDecoded.data());
-  }
-  // The caller's buffer takes fBufLen seconds in the memory format; what goes beyond
-  // waits for the next read.
-  const int64_t llFrame = std::max<int64_t>(1, m_wfxMemFormat.nBlockAlign);
-  int64_t llLimit = static_cast<int64_t>(std::llround(static_cast<double>(fBufLen) * m_wfxMemFormat.nAvgBytesPerSec));
-  llLimit -= llLimit % llFrame;
-  const int64_t llPending = static_cast<int64_t>(m_aPending.size());
-  const int64_t llTotal = llPending + n;
-  const int64_t llGive = std::min(llTotal, llLimit);
-  auto* pDst = static_cast<uint8_t*>(lpBuffer);
-  const int64_t llFromPending = std::min(llGive, llPending);
-  if (llFromPending > 0) std::memcpy(pDst, m_aPending.data(), static_cast<size_t>(llFromPending));
-  const int64_t llFromNew = llGive - llFromPending;
-  if (llFromNew > 0) std::memcpy(pDst + llFromPending, pOut, static_cast<size_t>(llFromNew));
-  // Keep the rest: the unsent part of the pending bytes, then the unsent new bytes.
-  m_aPending.erase(m_aPending.begin(), m_aPending.begin() + llFromPending);
-  if (n > llFromNew) m_aPending.insert(m_aPending.end(), pOut + llFromNew, pOut + n);
-  return static_cast<int32_t>(llGive);
-}
-
-void CAudioACM::SeekFraction(float Fraction) {
-  if (!m_hAudioFile || m_bWriting) return;
-  const double dFraction = std::clamp(static_cast<double>(Fraction), 0.0, 1.0);
-  int64_t P = std::llround(dFraction * m_ckData.cksize);
-  if (m_wfxFileFormat.nBlockAlign > 0) P -= P % m_wfxFileFormat.nBlockAlign;
-  m_hAudioFile->Seek(P + m_ckData.dwDataOffset);
-  m_aPending.clear();
-}
-
-double CAudioACM::AudioLength() {
-  if (!m_hAudioFile || m_wfxFileFormat.nAvgBytesPerSec == 0) return 0;
-  return static_cast<double>(m_ckData.cksize) / m_wfxFileFormat.nAvgBytesPerSec;
-}
-
-double CAudioACM::CurrentPosition() {
-  if (!m_hAudioFile || m_ckData.cksize == 0) return -1.0;
-  return AudioLength() * static_cast<double>(m_hAudioFile->Position() - m_ckData.dwDataOffset) /
-         m_ckData.cksize;
-}
-
-void CAudioACM::GetLeftOverBuffer(std::vector<uint8_t>& lpBuffer, int32_t& BufferSize) {
-  lpBuffer.clear();
-  BufferSize = 0;
-  if (!m_tyDecompress.streamHandle) return;
-  BufferSize = static_cast<int32_t>(m_tyDecompress.BufferUsed);
-  if (BufferSize == 0) return;
-  try {
-    lpBuffer.assign(2 * static_cast<size_t>(BufferSize), 0);
-    std::memcpy(lpBuffer.data(), m_tyDecompress.lpSourceBuffer, static_cast<size_t>(BufferSize));
-  } catch (const std::bad_alloc&) {
-    lpBuffer.clear();
-    BufferSize = 0;
-  }
-}
-
-void CAudioACM::SetLeftOverBuffer(const uint8_t* lpBuffer, int32_t BufferSize) {
-  if (!m_tyDecompress.streamHandle || !lpBuffer || BufferSize <= 0 ||
-      static_cast<uint32_t>(BufferSize) > m_tyDecompress.SourceBufferSize ||
-      !m_tyDecompress.lpSourceBuffer)
-    return;
-  std::memcpy(m_tyDecompress.lpSourceBuffer, lpBuffer, static_cast<size_t>(BufferSize));
-  m_tyDecompress.BufferUsed = static_cast<uint32_t>(BufferSize);
+  // The codec takes whole blocks only: its tail is filled with silence to a block.
+  const uint32_t lBlock = PcmBytesPerBlock();
+  const uint32_t lTail = lBlock ? m_tyCompress.BufferUsed % lBlock : 0;
+  if (lTail == 0) return 0;
+  const std::vector<uint8_t> aSilence(lBlock - lTail, 0);
+  DebugMsg(fmt::format("CAudioACM::IAudioFile_CloseAudioFile (last block: {} bytes of audio, "
+                       "{} of silence)",
+                       lTail, aSilence.size()),
+           10);
+  return CompressPcm(aSilence.data(), aSilence.size(), false, iErrInfoBefore, iErrWrite,
+                     iErrInfoAfter);
 }
 
 // ---------------------------------------------------------------- close
@@ -593,6 +459,12 @@ int32_t CAudioACM::CloseAudioFile() {
   }
   DebugMsg("Start CAudioACM::" + sRoutine, 5, 1);
   RiffFile& f = *m_hAudioFile;
+  if (m_bWriting) {
+    if (int32_t rc = FinishCompression(-2, -3, -4)) {
+      TraceExit(sRoutine, rc == -3 ? "Couldn't write last buffer" : "Couldn't get mmioInfo");
+      return rc;
+    }
+  }
   if (!m_pBuffer.empty() && m_iBufferUsed >= 1) {
     if (int32_t rc = FlushAccumulator(-2, -3, -4)) {
       TraceExit(sRoutine, rc == -3 ? "Couldn't write last buffer" : "Couldn't get mmioInfo");
@@ -623,10 +495,10 @@ int32_t CAudioACM::CloseAudioFile() {
       TraceExit(sRoutine, "Couldn't descend into fact chunk");
       return -7;
     }
-    const double dAvg = m_wfxFileFormat.nAvgBytesPerSec;
-    const double dSamples =
-        dAvg == 0 ? 0.0 : std::round(m_ckData.cksize / dAvg * m_wfxFileFormat.nSamplesPerSec);
-    const uint32_t lSamples = static_cast<uint32_t>(std::clamp(dSamples, 0.0, 4294967295.0));
+    // The samples of audio in the data: the silence that filled the last block is not
+    // audio.
+    const uint32_t lSamples =
+        static_cast<uint32_t>(std::clamp<int64_t>(m_llSamplesOut - m_llSilenceOut, 0, 0xFFFFFFFFll));
     const uint8_t b[4] = {static_cast<uint8_t>(lSamples), static_cast<uint8_t>(lSamples >> 8),
                           static_cast<uint8_t>(lSamples >> 16), static_cast<uint8_t>(lSamples >> 24)};
     if (f.Write(b, 4) != 4) {

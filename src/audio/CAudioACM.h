@@ -4,6 +4,14 @@
 // stream) -> an accumulator flushed to the file in large pieces. Reading takes the same
 // stages the other way round. The file is written under a temporary name in its final
 // folder and renamed at close; a file with no audio is deleted instead.
+//
+// Nothing of the audio is lost on the way: at close the resampler gives what it still
+// holds, the codec's last part-block is filled with silence to a whole block, and the
+// "fact" chunk counts the samples of audio (not of that silence). Reading drains the
+// resampler at the end of the data too. A file whose recorder died before it patched
+// its header (RIFF or "data" size 0, 0xFFFFFFFF, or beyond the end of the file) reads as
+// audio that runs to the end of the file; WAVE_FORMAT_EXTENSIBLE and IEEE float files
+// read through their linear sub-format.
 #include <memory>
 #include <string>
 #include <vector>
@@ -74,6 +82,12 @@ class CAudioACM : public IAudioFormat, public IAudioFile {
   bool BuildFileFormat();
   int32_t OpenReadFile(const std::string& sFile);
   int32_t OpenReadFileSteps(const std::string& sFile);
+  // The chunks of a file being opened for reading: RIFF form, "fmt " (read into the
+  // format block) and "data", with the sizes that a crash left behind repaired. 0 or the
+  // open's result code; iFileTag: the format tag that the file states.
+  int32_t ReadChunks(RiffFile& f, uint16_t& iFileTag);
+  // An EXTENSIBLE format block of linear audio becomes the block of its sub-format.
+  void TakeSubFormat();
   void NormaliseByteRate();
   int32_t OpenWriteFile(const std::string& sFile);
   void AllocateBuffers();
@@ -84,6 +98,19 @@ class CAudioACM : public IAudioFormat, public IAudioFile {
   // status after).
   int32_t FlushAccumulator(int32_t iErrInfoBefore, int32_t iErrWrite, int32_t iErrInfoAfter);
   void ReleaseConverters();
+  // File-rate PCM through the compression stream into the accumulator, in pieces that fit
+  // the stream. bAudio false: the bytes are the silence that fills the last block, which
+  // the "fact" chunk does not count. 0 or the code of the failed flush.
+  int32_t CompressPcm(const uint8_t* pPcm, size_t lPcm, bool bAudio, int32_t iErrInfoBefore,
+                      int32_t iErrWrite, int32_t iErrInfoAfter);
+  // The end of a written stream: drains the resampler and pads the codec's tail to a
+  // whole block. 0 or the code of the failed flush.
+  int32_t FinishCompression(int32_t iErrInfoBefore, int32_t iErrWrite, int32_t iErrInfoAfter);
+  // Bytes of file-rate PCM in one block of the file format.
+  uint32_t PcmBytesPerBlock() const;
+  // Frames in one block of a format: 1 for linear audio, the codec's count for ADPCM,
+  // 0 for a format this class cannot read.
+  static int SamplesPerBlock(const Wfx& w);
 
   int32_t m_iSampleRate = 44100;
   int32_t m_iChannels = 2;
@@ -113,6 +140,16 @@ class CAudioACM : public IAudioFormat, public IAudioFile {
   // Work storage of the array converter, kept from call to call.
   std::vector<uint8_t> m_aEncoded;
   std::vector<int16_t> m_aDecoded;
+  // Samples (frames) in the blocks that reached the accumulator since the open, and the
+  // silence among them that filled the last block: the "fact" count is the difference.
+  // A piece whose flush failed is in neither.
+  int64_t m_llSamplesOut = 0;
+  int64_t m_llSilenceOut = 0;
+  int m_iOutSamplesPerBlock = 1;
+  // The end of the stream has been dealt with: the resampler drained (and, writing, the
+  // last block padded).
+  bool m_bStreamEnded = false;
+  std::vector<int16_t> m_aDrained;
   // Audio in the memory format that a read produced beyond what its caller asked for;
   // it goes out first at the next read.
   std::vector<uint8_t> m_aPending;

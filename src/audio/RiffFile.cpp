@@ -151,6 +151,13 @@ int32_t RiffFile::Descend(MMCKINFO& ck, const MMCKINFO* pParent, uint32_t lFlags
   return MMIOERR_CHUNKNOTFOUND;
 }
 
+uint32_t RiffFile::DeclaredSize(const MMCKINFO& ck) const {
+  uint8_t b[4];
+  if (m_iFd < 0 || ck.dwDataOffset < 4) return 0;
+  if (::pread(m_iFd, b, 4, static_cast<off_t>(ck.dwDataOffset) - 4) != 4) return 0;
+  return Get32(b);
+}
+
 int32_t RiffFile::Ascend(MMCKINFO& ck) {
   if (m_iFd < 0) return MMIOERR_CANNOTSEEK;
   if (ck.dwFlags & MMIO_DIRTY) {

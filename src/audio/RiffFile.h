@@ -66,6 +66,9 @@ class RiffFile {
   // chunk of id ck.ckid; 0: the chunk at the position) between the position and the end
   // of pParent (or of the file), and moves to its data.
   int32_t Descend(MMCKINFO& ck, const MMCKINFO* pParent, uint32_t lFlags);
+  // The size that the chunk's header states, before any cut to its parent or the file
+  // (0 when it cannot be read). The position does not move.
+  uint32_t DeclaredSize(const MMCKINFO& ck) const;
   // Leaves the chunk: a chunk created here gets its size patched and a pad byte when
   // odd; the position moves behind the chunk.
   int32_t Ascend(MMCKINFO& ck);

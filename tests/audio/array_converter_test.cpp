@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <string>
 #include <cstring>
 
 #include "AudioTestUtil.h"
@@ -66,6 +68,51 @@ TEST(ArrayConverter, PiecesConvertAsTheWhole) {
   EXPECT_NEAR(static_cast<double>(aWhole.size()), static_cast<double>(aPieces.size()), 64);
   EXPECT_TRUE(std::equal(aWhole.begin(), aWhole.begin() + n - 128, aPieces.begin()));
   EXPECT_NEAR(audiotest::Pitch(audiotest::Channel(aWhole, 2, 1), 44100), 440, 1);
+}
+
+TEST(ArrayConverter, TheDrainAtTheEndGivesEverySample) {
+  // Array side rate, byte side rate, encoder or decoder, seconds, frames a piece: in
+  // pieces, then the drain, the output holds the input's length at the new rate, rounded.
+  struct Case {
+    int iArrayRate, iPcmRate;
+    bool bEncoder;
+    double dSecs;
+    size_t lPiece;
+  } cases[] = {{44100, 22050, true, 1.37, 202},  {44100, 8000, true, 1.37, 202},
+               {44100, 8000, false, 1.37, 202}, {44100, 48000, false, 1.37, 202},
+               // 59.99 s of 22050 Hz audio once at 44100 Hz, to 48000 Hz in 1 s pieces: the
+               // resampler alone gives one frame too many.
+               {44100, 48000, true, 2645560.0 / 44100, 44100}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(c.iArrayRate) + "/" + std::to_string(c.iPcmRate) + (c.bEncoder ? " encoder" : " decoder"));
+    ArrayConverter o;
+    o.SetArrayFormat(c.iArrayRate, 1);
+    o.SetFormatPCM(c.iPcmRate, 1, 16);
+    int32_t lOut;
+    ASSERT_EQ(c.bEncoder ? o.OpenEncoder(1, lOut) : o.OpenDecoder(1, lOut), 0);
+    const int iInRate = c.bEncoder ? c.iArrayRate : c.iPcmRate, iOutRate = c.bEncoder ? c.iPcmRate : c.iArrayRate;
+    const auto aIn = audiotest::Sine(440, iInRate, 1, c.dSecs);
+    const int64_t llWant = std::llround(static_cast<double>(aIn.size()) * iOutRate / iInRate);
+    // Twice: after a drain the converter takes a new stream.
+    for (int iRun = 0; iRun < 2; ++iRun) {
+      int64_t llGot = 0;
+      std::vector<uint8_t> aBytes;
+      std::vector<int16_t> aSamples;
+      for (size_t i = 0; i < aIn.size(); i += c.lPiece) {
+        const size_t n = std::min<size_t>(c.lPiece, aIn.size() - i);
+        const int32_t r = c.bEncoder ? o.EncodeArray(aIn.data() + i, n, aBytes) / 2
+                                     : o.DecodeArray(reinterpret_cast<const uint8_t*>(aIn.data() + i), 2 * n, aSamples);
+        ASSERT_GE(r, 0);
+        llGot += r;
+      }
+      const int32_t r = c.bEncoder ? o.FlushEncoder(aBytes) / 2 : o.FlushDecoder(aSamples);
+      ASSERT_GT(r, 0) << "the resampler held nothing back";
+      EXPECT_EQ(llGot + r, llWant);
+    }
+    std::vector<uint8_t> aBytes;
+    std::vector<int16_t> aSamples;
+    EXPECT_LT(c.bEncoder ? o.FlushDecoder(aSamples) : o.FlushEncoder(aBytes), 0) << "the other direction";
+  }
 }
 
 TEST(ArrayConverter, TinyInputMayGiveNothingAndSameFormatsPassThrough) {

@@ -1,6 +1,7 @@
 #include "audio/codec/Acm.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -23,14 +24,32 @@ bool SaneRateChannels(const Wfx& w) {
          w.nChannels <= kMaxChannels;
 }
 
+bool IsFloatSource(const Wfx& w) {
+  int iBits = w.wBitsPerSample;
+  return w.wFormatTag == WAVE_FORMAT_IEEE_FLOAT && SaneRateChannels(w) &&
+         (iBits == 32 || iBits == 64) && w.nBlockAlign == w.nChannels * iBits / 8;
+}
+
+// Linear audio that decodes to 16-bit PCM frame by frame.
 bool IsPcmSource(const Wfx& w) {
   int iBits = w.wBitsPerSample;
+  if (IsFloatSource(w)) return true;
   return w.wFormatTag == WAVE_FORMAT_PCM && SaneRateChannels(w) &&
          (iBits == 8 || iBits == 16 || iBits == 24 || iBits == 32) &&
          w.nBlockAlign == w.nChannels * iBits / 8;
 }
 
-bool IsPcm16(const Wfx& w) { return IsPcmSource(w) && w.wBitsPerSample == 16; }
+bool IsPcm16(const Wfx& w) {
+  return w.wFormatTag == WAVE_FORMAT_PCM && IsPcmSource(w) && w.wBitsPerSample == 16;
+}
+
+// A float sample to 16 bits: full scale is 1.0, beyond it clips.
+inline void PutFloat16(uint8_t* pOut, double d) {
+  const double v = std::nearbyint(d * 32768.0);
+  const int i = v >= 32767.0 ? 32767 : (v <= -32768.0 ? -32768 : static_cast<int>(v));
+  pOut[0] = static_cast<uint8_t>(i);
+  pOut[1] = static_cast<uint8_t>(static_cast<unsigned>(i) >> 8);
+}
 
 // Samples per block of an ADPCM format: the count in its codec data when that is
 // present and possible, else the count that its block align gives.
@@ -78,6 +97,7 @@ class Stream {
   Kind m_eKind{};
   int m_iChannels = 0;
   int m_iSrcBits = 16;
+  bool m_bSrcFloat = false;
   uint32_t m_lSrcBlock = 0;  // bytes of one unit of input
   uint32_t m_lDstBlock = 0;  // bytes of one unit of output
   int m_iSamplesPerBlock = 1;
@@ -122,6 +142,21 @@ class Stream {
   // Frames of PCM of any accepted width to 16 bits.
   void ConvertPcm(const uint8_t* pIn, uint8_t* pOut, uint32_t lFrames) {
     const size_t n = static_cast<size_t>(lFrames) * m_iChannels;
+    if (m_bSrcFloat) {
+      for (size_t i = 0; i < n; ++i) {
+        double d;
+        if (m_iSrcBits == 32) {
+          float f;
+          std::memcpy(&f, pIn + 4 * i, 4);
+          d = f;
+        } else {
+          std::memcpy(&d, pIn + 8 * i, 8);
+        }
+        // NaN reads as silence.
+        PutFloat16(pOut + 2 * i, std::isnan(d) ? 0.0 : d);
+      }
+      return;
+    }
     switch (m_iSrcBits) {
       case 16:
         std::memcpy(pOut, pIn, n * 2);
@@ -223,6 +258,7 @@ int32_t StreamOpen(HACMSTREAM& has, const Wfx& s, const Wfx& d, uint32_t fdwOpen
   if (IsPcmSource(s) && IsPcm16(d)) {
     p->m_eKind = Kind::PcmToPcm;
     p->m_iSrcBits = s.wBitsPerSample;
+    p->m_bSrcFloat = s.wFormatTag == WAVE_FORMAT_IEEE_FLOAT;
     p->m_lSrcBlock = s.nBlockAlign;
     p->m_lDstBlock = d.nBlockAlign;
   } else if (IsPcm16(s) && ValidIma(d)) {

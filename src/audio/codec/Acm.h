@@ -7,7 +7,8 @@
 // nSamplesPerBlock frames, ADPCM to PCM whole nBlockAlign blocks, PCM to PCM whole
 // frames. Bytes short of a block are left unused (cbSrcLengthUsed tells how many were
 // used). The codecs hold no samples between calls, so the end of a stream has nothing
-// more to flush. PCM sources of 8, 16, 24 and 32 bits decode to 16-bit PCM.
+// more to flush. PCM sources of 8, 16, 24 and 32 bits, and IEEE float sources (tag 3)
+// of 32 and 64 bits, decode to 16-bit PCM.
 #include <cstdint>
 #include <memory>
 

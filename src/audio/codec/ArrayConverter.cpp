@@ -7,6 +7,7 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
+#include <algorithm>
 #include <vector>
 
 ArrayConverter::~ArrayConverter() { Close(); }
@@ -32,6 +33,7 @@ int32_t ArrayConverter::OpenEncoder(int32_t, int32_t& lOut) { return lOut = Open
 int32_t ArrayConverter::Open(bool bEncoder) {
   Close();
   m_bEncoder = bEncoder;
+  m_llFramesIn = m_llFramesOut = 0;
   if (m_iPcmBits != 16 || m_lArrayRate <= 0 || m_lPcmRate <= 0 || m_iArrayChannels <= 0 ||
       m_iPcmChannels <= 0 || m_iArrayChannels > 64 || m_iPcmChannels > 64)
     return AVERROR(EINVAL);
@@ -85,7 +87,55 @@ int64_t ArrayConverter::Run(const uint8_t* pIn, size_t lFrames, int iOutCh,
   const uint8_t* in[1] = {pIn};
   uint8_t* out[1] = {pOut};
   int n = swr_convert(m_pSwr, out, iCap, lFrames ? in : nullptr, static_cast<int>(lFrames));
+  if (n >= 0) {
+    m_llFramesIn += static_cast<int64_t>(lFrames);
+    m_llFramesOut += n;
+  }
   return n;
+}
+
+int64_t ArrayConverter::Drain(int iOutCh, std::vector<uint8_t>* pBytes,
+                              std::vector<int16_t>* pSamples) {
+  if (!m_pSwr) return AVERROR(EINVAL);
+  std::vector<uint8_t> aBytes;
+  std::vector<int16_t> aSamples;
+  int64_t llFrames = 0;
+  // A drain may come out in more than one piece.
+  for (int i = 0; i < 16; ++i) {
+    int64_t n = Run(nullptr, 0, iOutCh, pBytes ? &aBytes : nullptr, pBytes ? nullptr : &aSamples);
+    if (n < 0) return n;
+    if (n == 0) break;
+    const size_t lValues = static_cast<size_t>(n) * iOutCh;
+    if (pBytes) pBytes->insert(pBytes->end(), aBytes.begin(), aBytes.begin() + lValues * 2);
+    else pSamples->insert(pSamples->end(), aSamples.begin(), aSamples.begin() + lValues);
+    llFrames += n;
+  }
+  // The resampler rounds its length up; the stream ends at the nearest frame.
+  const int64_t llInRate = m_bEncoder ? m_lArrayRate : m_lPcmRate;
+  const int64_t llOutRate = m_bEncoder ? m_lPcmRate : m_lArrayRate;
+  const int64_t llWant = (m_llFramesIn * llOutRate * 2 + llInRate) / (2 * llInRate);
+  const int64_t llDrop = std::clamp<int64_t>(m_llFramesOut - llWant, 0, llFrames);
+  if (llDrop > 0) {
+    if (pBytes) pBytes->resize(pBytes->size() - static_cast<size_t>(llDrop) * iOutCh * 2);
+    else pSamples->resize(pSamples->size() - static_cast<size_t>(llDrop) * iOutCh);
+  }
+  return llFrames - llDrop;
+}
+
+int32_t ArrayConverter::FlushEncoder(std::vector<uint8_t>& aOut) {
+  aOut.clear();
+  int64_t n = m_bEncoder ? Drain(m_iPcmChannels, &aOut, nullptr) : AVERROR(EINVAL);
+  if (n < 0) aOut.clear();
+  else Open(true);
+  return n < 0 ? static_cast<int32_t>(n) : static_cast<int32_t>(aOut.size());
+}
+
+int32_t ArrayConverter::FlushDecoder(std::vector<int16_t>& aOut) {
+  aOut.clear();
+  int64_t n = m_bEncoder ? AVERROR(EINVAL) : Drain(m_iArrayChannels, nullptr, &aOut);
+  if (n < 0) aOut.clear();
+  else Open(false);
+  return n < 0 ? static_cast<int32_t>(n) : static_cast<int32_t>(aOut.size());
 }
 
 int32_t ArrayConverter::EncodeArray(const int16_t* pSamples, size_t lSamples,
