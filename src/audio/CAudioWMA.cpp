@@ -274,6 +274,11 @@ int32_t CAudioWMA::ReadAudioData(void* lpBuffer, float fBufLen) {
         m_iSamples += static_cast<int32_t>(a.size()) / m_oAudioFile->ArrayChannels();
         m_aPending.insert(m_aPending.end(), b.begin(), b.end());
       }
+    } else if (m_bConverterReady && !m_bSameFormat && m_oConverter->IsOpen()) {
+      // The end of the file: the resampler's last samples are audio too.
+      std::vector<uint8_t> b;
+      // A second call finds nothing held and adds nothing.
+      if (m_oConverter->FlushEncoder(b) > 0) m_aPending.insert(m_aPending.end(), b.begin(), b.end());
     }
   }
   size_t lOut = std::min(lMax, m_aPending.size());
