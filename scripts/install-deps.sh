@@ -11,6 +11,9 @@ PACKAGES=(
   clang libclang-rt-14-dev
   sox ffmpeg
   xvfb xauth
+  libsystemd-dev
+  dpkg-dev lintian man-db
+  prometheus  # promtool, for the check of the metrics file
 )
 
 missing=()

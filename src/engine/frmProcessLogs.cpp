@@ -21,6 +21,7 @@
 #include "support/ConfigAccess.h"
 #include "support/DebugMsg.h"
 #include "support/FileHelper.h"
+#include "support/Journal.h"
 #include "support/MsgBox.h"
 #include "support/VbDate.h"
 
@@ -101,14 +102,18 @@ void frmProcessLogs::Load() {
   if (m_bLoaded) return;
   m_bLoaded = true;
   AppGlobal::SetDoEventsHandler(&PumpMessagesOnce);
-  if (m_oEndpoint.Bind(kLogProcHandler)) {
+  if (CommandLine::HasSwitch(AppGlobal::CommandLine(), "/PLAN")) m_bPlanOnly = true;
+  if (m_bPlanOnly) {
+    // A plan neither answers nor tells anybody anything: the handler name stays free
+    // for the processor that does the work.
+  } else if (m_oEndpoint.Bind(kLogProcHandler)) {
     m_pNotifier = std::make_unique<QSocketNotifier>(m_oEndpoint.Fd(), QSocketNotifier::Read);
     connect(m_pNotifier.get(), &QSocketNotifier::activated, this, [this] { ReadMessages(); });
   } else {
     // Another program holds the handler name (a processor of another folder or user).
     // The cycle runs all the same; it just can't be asked anything.
     DebugMsg(fmt::format("Cannot receive messages as {}", kLogProcHandler), -1, 0);
-    std::fprintf(stderr, "knlogproc: cannot receive messages as %s\n", kLogProcHandler);
+    SayToJournal(JournalPriority::Warning, fmt::format("cannot receive messages as {}", kLogProcHandler));
   }
   Form_Load();
 }
@@ -175,6 +180,7 @@ void frmProcessLogs::cmdRestart_Click() {
 
 void frmProcessLogs::tmrLoadLogs_Timer() {
   tmrLoadLogs.stop();
+  if (m_pObserver) m_pObserver->CycleStarted();
   LogList().Clear();
   int32_t lCount = ConfigAccess::GetRegLong(sLogListLoc, "LogCount", 0);
   if (lCount > INT16_MAX) {
@@ -185,6 +191,7 @@ void frmProcessLogs::tmrLoadLogs_Timer() {
   for (int32_t i = 1; i <= lCount; ++i) {
     m_dLastActive = Clock::Now();
     LogList().LoadLog(sLogListLoc, static_cast<int16_t>(i));
+    if (m_pObserver) m_pObserver->Progress();
     AppGlobal::DoEvents();
     // The operator may have closed the window meanwhile (allowed outside the
     // preparation and processing): nothing more to do then.
@@ -212,6 +219,7 @@ void frmProcessLogs::tmrWait_Timer() {
   }
   const double dNow = Clock::Now();
   m_dLastActive = dNow;
+  if (m_pObserver) m_pObserver->Waiting();
   if (LastProcessedHour != VbDate::Hour(dNow)) {
     const int32_t lStart = ConfigAccess::GetRegLong(sLogListLoc, "LogProcStart", 5);
     if (VbDate::Minute(dNow) >= lStart) {
@@ -268,6 +276,7 @@ bool frmProcessLogs::RequestClose() {
 
 void frmProcessLogs::FinishUnload() {
   m_bUnloading = true;
+  if (m_pObserver) m_pObserver->Stopping();
   int16_t iCancel = 0;
   Form_Unload(iCancel);
   tmrLoadLogs.stop();
@@ -304,6 +313,13 @@ void frmProcessLogs::ReadMessages() {
   while (m_oEndpoint.IsBound()) {
     auto oMessage = m_oEndpoint.Receive();
     if (!oMessage) break;
+    if (oMessage->Text == "STATUS") {
+      // Answered to the sender alone, with what the observer keeps (nothing to say
+      // without one).
+      if (!oMessage->Sender.empty())
+        m_oEndpoint.Send(oMessage->Sender, m_pObserver ? m_pObserver->Summary() : "No status kept");
+      continue;
+    }
     HandleAppMessage(oMessage->Text);
   }
 }
@@ -325,6 +341,7 @@ void frmProcessLogs::HandleAppMessage(const std::string& sText) {
 }
 
 void frmProcessLogs::SendToCapture(const std::string& sText) {
+  if (m_bPlanOnly) return;
   AppGlobal::SendAppMessage(0, kCaptureHandler, sText, static_cast<intptr_t>(getpid()));
 }
 

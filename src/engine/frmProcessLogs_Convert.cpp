@@ -99,6 +99,7 @@ void frmProcessLogs::ProcessOneFile() {
   auto oLog = oEntry.Log();
   const int32_t eAct = oEntry.Action();
   const std::string P = st.sHourFolder + "/" + st.sFile;
+  if (m_pObserver) m_pObserver->FileStarted(st.sFile);
 
   SetCurrentFileCaption(st.sFile + " - " +
                         SerialDateHelper::TimeText(oEntry.loginf()->ToSDTime(oLog->LogSegmentLength()), 0));
@@ -216,6 +217,7 @@ void frmProcessLogs::RunConversion() {
       const double dLength = m_oInFile->AudioLength();
       const double dPosition = m_oInFile->CurrentPosition();
       SetFileProgress(dLength == 0 ? 100 : RoundPercent(dPosition / dLength * 100.0));
+      if (m_pObserver) m_pObserver->Progress();
       m_dLastActive = Clock::Now();
       double dSeconds = 1.0;
       if (dLength - dPosition < dSeconds) {
@@ -306,7 +308,8 @@ void frmProcessLogs::ReplaceFile(const std::string& P, const std::string& sOutPa
   auto oLog = st.oEntry->Log();
   DebugMsg("Remove original file", -1, 0);
   int32_t lDeleteErr = 0;
-  if (FileHelper::FileSize(P) >= 0) lDeleteErr = FileHelper::DeleteFile(P);
+  const int64_t lBytesBefore = FileHelper::FileSize(P);
+  if (lBytesBefore >= 0) lDeleteErr = FileHelper::DeleteFile(P);
   if (lDeleteErr) {
     oLog->AddToServerLog(st.sLogPath,
                          "Cannot delete original audio file (will retry later) " + st.sFile + " " +
@@ -326,5 +329,6 @@ void frmProcessLogs::ReplaceFile(const std::string& P, const std::string& sOutPa
     return;
   }
   SyncFileAndFolder(sFinal);
+  if (m_pObserver) m_pObserver->FileConverted(lBytesBefore, FileHelper::FileSize(sFinal));
   oLog->AddToServerLog(st.sLogPath, "Archived audio file " + st.sFile, "");
 }

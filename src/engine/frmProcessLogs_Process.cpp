@@ -77,6 +77,7 @@ int frmProcessLogs::LogProgressOf(int32_t iFilesDone) const {
 void frmProcessLogs::tmrProcess_Timer() {
   DebugMsg("Start tmrProcess_Timer", 5, 1);
   ProcessState& st = *m_pProcess;
+  if (m_pObserver) m_pObserver->Progress();
   if (!st.bListInitialised) {
     DebugMsg("Initialise Processing List", -1, 0);
     st.iRowCount = lvwItems.Count();
@@ -177,6 +178,7 @@ void frmProcessLogs::StartGroup() {
   CLogProcessEntry& oEntry = *st.oEntry;
   auto oLog = oEntry.Log();
   auto oInfo = oEntry.loginf();
+  if (m_pObserver) m_pObserver->HourStarted(oEntry);
   DebugMsg(std::string(oEntry.Action() == actStandardise ? "Standardising" : "Archiving") + " " +
                oEntry.ActionDateString(),
            -1, 0);
@@ -218,6 +220,7 @@ void frmProcessLogs::StartGroup() {
 void frmProcessLogs::EndGroup() {
   ProcessState& st = *m_pProcess;
   DebugMsg("Group finished", -1, 0);
+  if (m_pObserver) m_pObserver->HourEnded(!st.bGroupError && st.oEntry);
   if (st.bGroupError) {
     DebugMsg("Group error", -1, 0);
     st.bGroupError = false;
@@ -261,6 +264,7 @@ void frmProcessLogs::DeleteHour() {
   CLogProcessEntry& oEntry = *st.oEntry;
   auto oLog = oEntry.Log();
   auto oInfo = oEntry.loginf();
+  if (m_pObserver) m_pObserver->HourStarted(oEntry);
   DebugMsg("Delete entry (" + oEntry.ActionDateString() + ")", -1, 0);
   SetCurrentFileCaption("Deleting Hour - " +
                         SerialDateHelper::TimeText(oInfo->ToSDTime(oLog->LogSegmentLength()), 0));
@@ -275,6 +279,7 @@ void frmProcessLogs::DeleteHour() {
     if (lErr && !lError) lError = lErr;
   }
   CloseFind(hFind);
+  if (m_pObserver) m_pObserver->HourEnded(lError == 0);
 
   if (!lError) {
     // A folder that isn't empty stays; the tidy-up takes it later.
@@ -323,6 +328,7 @@ void frmProcessLogs::EndRun() {
   st.iFilesDone = 0;
   st.bGroupError = false;
 
+  if (m_pObserver) m_pObserver->CycleEnded(m_bShutdown);
   DebugMsg("Notify Server", -1, 0);
   SendToCapture("IDLE");
   if (m_bExitWhenDone || m_bShutdown) {

@@ -93,7 +93,7 @@ TEST(AppGlobalTest, HeadlessMessageBoxAnswersItsDefaultButton) {
   EXPECT_EQ(DefaultAnswer(vbCritical), vbOK);
   testing::internal::CaptureStderr();
   EXPECT_EQ(MsgBox("Are you sure?", vbYesNo | vbQuestion), vbYes);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "knlogproc: Log Processor: Are you sure?\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "<5>knlogproc: Log Processor: Are you sure?\n");
   std::string seen;
   auto old = SetMsgBoxHandler([&](const std::string& t, int32_t, const std::string&) {
     seen = t;
