@@ -5,6 +5,10 @@
 # the packages of scripts/install-deps.sh. Dependencies come from dpkg-shlibdeps.
 include(GNUInstallDirs)
 
+# Installing (and so packaging) takes the programs as they are built: `make package`
+# builds the four it needs, and a test build is not rebuilt whole to package it.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
+
 set(KN_PKG_NAME kestrane-logproc)
 set(KN_PKG_DOC ${CMAKE_INSTALL_DATADIR}/doc/${KN_PKG_NAME})
 
@@ -46,11 +50,12 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "Kestrane log processor maintainers <logproc@kestrane.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Kestrane log processor: standardise, archive and delete recorded audio")
 set(CPACK_PACKAGE_DESCRIPTION
-    "The log processor of the Kestrane broadcast audio logger. It walks the day and hour\n\
-folders of every logger on the recording server and, for each recorded hour, converts\n\
-its audio to the logger's standard or archive format, or deletes it, as its age\n\
-demands. It runs as a systemd service with a watchdog, writes its status as JSON and\n\
-in the Prometheus text format, and can print its plan without changing anything.")
+    "The log processor of the Kestrane broadcast audio logger. It walks the day\n\
+and hour folders of every logger on the recording server and, for each\n\
+recorded hour, converts its audio to the logger's standard or archive format,\n\
+or deletes it, as its age demands. It runs as a systemd service with a\n\
+watchdog, writes its status as JSON and in the Prometheus text format, and\n\
+can print its plan without changing anything.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)

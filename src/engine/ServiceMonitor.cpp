@@ -67,8 +67,8 @@ void ServiceMonitor::CycleStarted() {
   m_oReport.aLoggers.clear();
   ++m_oReport.iCycles;
   m_bInHour = false;
-  SetActivity("loading", "Loading loggers");
   m_oNotify.Ready();
+  SetActivity("loading", "Loading loggers");
   m_oNotify.Ping();
 }
 
@@ -196,14 +196,17 @@ void ServiceMonitor::Waiting() {
   const double dLoad = m_oReport.dCycleStart > 0 ? m_oReport.dCycleStart : dNow;
   const double dHour = VbDate::DayOf(dLoad) + VbDate::Hour(dLoad) / 24.0;
   const double dNext = dHour + 1.0 / 24.0 + lStart / 1440.0;
-  if (dNext != m_oReport.dNextCycle || m_oReport.sState != "waiting") {
+  const std::string sActivity = "Waiting until " + VbDate::Format(dNext, "hh:nn");
+  // A new wait is written at once; then once a minute.
+  bool bWrite = sActivity != m_oReport.sActivity || m_oReport.sState != "waiting";
+  if (bWrite) {
     m_oReport.dNextCycle = dNext;
-    SetActivity("waiting", "Waiting until " + VbDate::Format(dNext, "hh:nn"));
+    SetActivity("waiting", sActivity);
   }
   m_oNotify.Ping();
-  if (m_dLastWrite <= 0 || (dNow - m_dLastWrite) * kSecondsPerDay >= kWriteEverySeconds ||
-      dNow < m_dLastWrite)
-    WriteFiles();
+  bWrite = bWrite || m_dLastWrite <= 0 || (dNow - m_dLastWrite) * kSecondsPerDay >= kWriteEverySeconds ||
+           dNow < m_dLastWrite;
+  if (bWrite) WriteFiles();
 }
 
 void ServiceMonitor::Stopping() {

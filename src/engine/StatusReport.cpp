@@ -48,13 +48,6 @@ std::string LabelValue(const std::string& s) {
   return r;
 }
 
-// Digits in groups of three, as the demo report writes them.
-std::string Grouped(int64_t l) {
-  std::string s = std::to_string(l < 0 ? -l : l);
-  for (int i = static_cast<int>(s.size()) - 3; i > 0; i -= 3) s.insert(static_cast<size_t>(i), " ");
-  return l < 0 ? "-" + s : s;
-}
-
 ActionFigures CycleTotals(const StatusReport& r) {
   ActionFigures t;
   for (const auto& l : r.aLoggers)
@@ -71,6 +64,19 @@ ActionFigures CycleTotals(const StatusReport& r) {
 }
 
 }  // namespace
+
+std::string GroupedDigits(int64_t l) {
+  const uint64_t u = l < 0 ? 0 - static_cast<uint64_t>(l) : static_cast<uint64_t>(l);
+  const std::string d = std::to_string(u);
+  std::string r;
+  r.reserve(d.size() + d.size() / 3 + 1);
+  if (l < 0) r += '-';
+  for (size_t i = 0; i < d.size(); ++i) {
+    if (i > 0 && (d.size() - i) % 3 == 0) r += ' ';
+    r += d[i];
+  }
+  return r;
+}
 
 const char* StatusActionName(int32_t iAction) {
   switch (iAction) {
@@ -279,7 +285,7 @@ std::string StatusReport::Summary() const {
   s += fmt::format("; cycle {} started {}", iCycles, DateText(dCycleStart));
   if (dCycleEnd > 0) s += fmt::format(", ended {}{}", DateText(dCycleEnd), bCycleStopped ? " (stopped)" : "");
   s += fmt::format(": {} hours due, {} done, {} failed, {} bytes won", t.iDue, t.iDone, t.iFailed,
-                   Grouped(t.SpaceWon()));
+                   GroupedDigits(t.SpaceWon()));
   return s;
 }
 
@@ -302,12 +308,12 @@ std::string StatusReport::InWords() const {
     for (int i : {1, 2, 0}) {
       const ActionFigures& f = l.aAction[static_cast<size_t>(i)];
       s += fmt::format("  {:<12}{:>5}{:>6}{:>8}{:>11}{:>9}{:>15}{:>15}{:>15}\n", StatusActionName(i), f.iDue, f.iDone,
-                       f.iFailed, f.iFilesConverted, f.iFilesRemoved, Grouped(f.lBytesBefore), Grouped(f.lBytesAfter),
-                       Grouped(f.SpaceWon()));
+                       f.iFailed, f.iFilesConverted, f.iFilesRemoved, GroupedDigits(f.lBytesBefore), GroupedDigits(f.lBytesAfter),
+                       GroupedDigits(f.SpaceWon()));
     }
   }
   const ActionFigures t = CycleTotals(*this);
-  s += fmt::format("\nSpace won in the cycle: {} bytes of {}\n", Grouped(t.SpaceWon()), Grouped(t.lBytesBefore));
+  s += fmt::format("\nSpace won in the cycle: {} bytes of {}\n", GroupedDigits(t.SpaceWon()), GroupedDigits(t.lBytesBefore));
   if (!aErrors.empty()) {
     s += "Last errors:\n";
     for (const auto& e : aErrors) s += "  " + e + "\n";

@@ -65,5 +65,7 @@ struct StatusReport {
 
 // The name of an action by number (0 Delete, 1 Standardise, 2 Archive).
 const char* StatusActionName(int32_t iAction);
+// Digits in groups of three with blanks between: 1234567 gives "1 234 567".
+std::string GroupedDigits(int64_t l);
 // Seconds since 1970 of a local date value (0 for 0).
 int64_t UnixSeconds(double dDate);

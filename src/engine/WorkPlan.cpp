@@ -29,12 +29,6 @@ bool IsSegmentName(const std::string& s) {
   return true;
 }
 
-std::string Grouped(int64_t l) {
-  std::string s = std::to_string(l < 0 ? -l : l);
-  for (int i = static_cast<int>(s.size()) - 3; i > 0; i -= 3) s.insert(static_cast<size_t>(i), " ");
-  return l < 0 ? "-" + s : s;
-}
-
 // The size a file is expected to have after the action: what the target format of its
 // output takes for its length of audio; 0 when the target is no format (the file goes);
 // its own size when it has no target (the processing passes it over).
@@ -94,13 +88,13 @@ std::string FormatPlan(const std::vector<PlanRow>& aRows) {
   for (const PlanRow& r : aRows) {
     s += fmt::format("{:<24}  {:<16}  {:<11}  {:>5}  {:>15}  {:>15}  {:>15}\n",
                      fmt::format("{} {}", r.iLogger, r.sLogger), r.sHour, StatusActionName(r.eAction), r.iFiles,
-                     Grouped(r.lBytesNow), Grouped(r.lBytesAfter), Grouped(r.SpaceWon()));
+                     GroupedDigits(r.lBytesNow), GroupedDigits(r.lBytesAfter), GroupedDigits(r.SpaceWon()));
     lNow += r.lBytesNow;
     lAfter += r.lBytesAfter;
     iFiles += r.iFiles;
   }
   s += fmt::format("{:<24}  {:<16}  {:<11}  {:>5}  {:>15}  {:>15}  {:>15}\n", "Total",
-                   fmt::format("{} hours", aRows.size()), "", iFiles, Grouped(lNow), Grouped(lAfter),
-                   Grouped(lNow - lAfter));
+                   fmt::format("{} hours", aRows.size()), "", iFiles, GroupedDigits(lNow), GroupedDigits(lAfter),
+                   GroupedDigits(lNow - lAfter));
   return s;
 }
