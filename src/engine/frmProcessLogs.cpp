@@ -141,7 +141,8 @@ void frmProcessLogs::Form_Load() {
   if (m_pView) m_pView->SetBusyPointer(true);
 
   DebugMsg("Enable Debug File Clear Up timer", -1, 0);
-  tmrClearUpDebug.start();
+  // A plan deletes nothing, not even old debug files of the capture process.
+  if (!m_bPlanOnly) tmrClearUpDebug.start();
 
   m_dLastActive = Clock::Now();
   RestartProcessing();
@@ -248,7 +249,8 @@ void frmProcessLogs::Form_Unload(int16_t& /*Cancel*/) {
   SendToCapture("IDLE");
   DebugMsg("Close Log objects", -1, 0);
   LogList().Clear();
-  if (m_pView) m_pView->SaveWindowPosition();
+  // A plan writes nothing, not even the window's place in the registry.
+  if (m_pView && !m_bPlanOnly) m_pView->SaveWindowPosition();
   if (UseExceptionHandler) {
     DebugMsg("Clear Exception Filter", -1, 0);
     RemoveExceptionFilter();
