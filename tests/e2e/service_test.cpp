@@ -269,9 +269,9 @@ TEST_F(ServiceTest, PlanChangesNothingAndListsWhatTheRunThenDoes) {
 }
 
 TEST_F(ServiceTest, WatchdogKeepsPingingThroughALongConversionAndStopsOnSigterm) {
-  // Two hours of one 90-second WAV segment each, due to be standardised.
+  // Two hours of one 5-minute WAV segment each (44.1 kHz stereo), due to be standardised.
   MakeRecorder(
-      "--loggers 1 --days 1 --start 2010-03-14 --until '2010-03-14 02:20' --segments 1 --seconds 90 "
+      "--loggers 1 --days 1 --start 2010-03-14 --until '2010-03-14 02:20' --segments 1 --seconds 300 "
       "--hours 1=1,0,0 --name 1=Studio",
       "2010-03-14 02:20:00");
   Listen();
@@ -299,7 +299,7 @@ TEST_F(ServiceTest, WatchdogKeepsPingingThroughALongConversionAndStopsOnSigterm)
     }
   }
   EXPECT_EQ(iFiles, 2);
-  EXPECT_GT(tLast - tFirst, std::chrono::milliseconds(500)) << "too short a conversion to tell";
+  ASSERT_GT(tLast - tFirst, std::chrono::milliseconds(1000)) << "too short a conversion to tell";
   EXPECT_LE(longest.count(), 500) << "a gap between watchdog pings";
 
   // "STATUS" is answered to its sender with a summary of the cycle.
