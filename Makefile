@@ -3,9 +3,10 @@ JOBS ?= $(shell nproc)
 BUILD ?= build
 TEST_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
+PACKAGE_BUILD ?= build-package
 CTEST_ARGS ?=
 
-.PHONY: all deps build test demo fuzz bench clean
+.PHONY: all deps build test demo fuzz bench clean package
 
 all: build
 
@@ -32,6 +33,15 @@ test-slow: deps
 demo: build
 	@bash scripts/demo.sh
 
+# The Debian package kestrane-logproc_<version>_<arch>.deb in this folder, from a release
+# build in $(PACKAGE_BUILD), checked with lintian (an error fails the target).
+package: deps
+	cmake -S . -B $(PACKAGE_BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF > /dev/null
+	cmake --build $(PACKAGE_BUILD) -j $(JOBS) --target knlogproc SoundShuttle knmsg kncapture-sim kn_package_docs
+	cd $(PACKAGE_BUILD) && cpack -G DEB
+	cp $(PACKAGE_BUILD)/kestrane-logproc_*.deb .
+	lintian --fail-on error $$(ls -t kestrane-logproc_*.deb | head -n 1)
+
 # libFuzzer targets, built with clang. Run one with e.g.
 #   build-fuzz/bin/fuzz_registry -max_total_time=300 fuzz-corpus/registry
 fuzz: deps
@@ -43,4 +53,4 @@ bench: deps
 	cmake --build build-bench -j $(JOBS)
 
 clean:
-	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) build-bench
+	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(PACKAGE_BUILD) build-bench

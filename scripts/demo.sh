@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# The demo behind `make demo`: a small recorder in ./demo-root, one headless run of the
-# log processor over it, and a summary of what the run did, worked out from the disk.
+# The demo behind `make demo`: a small recorder in ./demo-root, the processor's plan for
+# it, one headless run of the log processor over it, a summary of what the run did,
+# worked out from the disk, and the processor's own status file.
 #
 # Settings from the environment (the end-to-end test uses them):
 #   KN_BUILD_DIR        build folder with bin/ (build)
@@ -55,6 +56,18 @@ echo "== Making a recorder in $root"
 
 "$bin/kndemo-report" snapshot "$root/before.snapshot"
 
+echo "== The plan: knlogproc /PLAN lists what a run would do, and changes nothing"
+"$bin/knlogproc" /PLAN > "$root/plan.txt"
+rows=$(( $(wc -l < "$root/plan.txt") - 2 ))
+if [ "$rows" -gt 12 ]; then
+  head -n 13 "$root/plan.txt"
+  echo "   ... ($rows rows in all, in $root/plan.txt)"
+  tail -n 1 "$root/plan.txt"
+else
+  cat "$root/plan.txt"
+fi
+echo
+
 # Stand in for the capture process: collect what the processor tells it.
 "$bin/kncapture-sim" listen > "$root/capture-messages.txt" 2> /dev/null &
 listener=$!
@@ -80,3 +93,7 @@ echo "== What the run did, from the disk before and after"
 "$bin/kndemo-report" summary "$root/before.snapshot" "$root/after.snapshot" --tsv > "$root/summary.tsv"
 echo "Messages to the capture process ($root/capture-messages.txt):"
 cut -d' ' -f3- "$root/capture-messages.txt" | sort | uniq -c | sed 's/^ */  /'
+
+echo
+echo "== The processor's own status file ($root/run/status.json), through knmsg status"
+"$bin/knmsg" status || true

@@ -12,6 +12,9 @@ PACKAGES=(
   sox ffmpeg
   xvfb xauth
   locales
+  libsystemd-dev
+  dpkg-dev lintian man-db
+  prometheus  # promtool, for the check of the metrics file
 )
 
 missing=()

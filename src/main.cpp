@@ -9,6 +9,7 @@
 
 #include "engine/CommandLine.h"
 #include "engine/Main.h"
+#include "engine/ServiceMonitor.h"
 #include "engine/StopSignals.h"
 #include "engine/frmProcessLogs.h"
 #include "support/AppGlobal.h"
@@ -69,8 +70,15 @@ int main(int argc, char** argv) {
   oStop.Install();
 
   int iResult = 0;
+  // The status files and systemd's supervision; a plan run has neither. It outlives the
+  // form, which tells it of the unload.
+  std::unique_ptr<ServiceMonitor> pMonitor;
   if (Main()) {
     frmProcessLogs* pForm = MainForm();
+    if (!pForm->PlanOnly()) {
+      pMonitor = std::make_unique<ServiceMonitor>();
+      pForm->SetObserver(pMonitor.get());
+    }
     QObject::connect(&oStop, &StopSignals::StopRequested, pForm,
                      [pForm](int) { pForm->HandleAppMessage("SHUTDOWN"); });
     QObject::connect(pForm, &frmProcessLogs::Unloaded, pApp.get(), &QCoreApplication::quit,

@@ -214,14 +214,18 @@ void frmProcessLogs::Load() {
   AppGlobal::SetDoEventsHandler(&PumpMessagesOnce);
   g_pLoadedForm = this;
   SetLastWordsHandler(&frmProcessLogs::LastWordsAfterFault);
-  if (m_oEndpoint.Bind(kLogProcHandler)) {
+  if (CommandLine::HasSwitch(AppGlobal::CommandLine(), "/PLAN")) m_bPlanOnly = true;
+  if (m_bPlanOnly) {
+    // A plan neither answers nor tells anybody anything: the handler name stays free
+    // for the processor that does the work.
+  } else if (m_oEndpoint.Bind(kLogProcHandler)) {
     m_pNotifier = std::make_unique<QSocketNotifier>(m_oEndpoint.Fd(), QSocketNotifier::Read);
     connect(m_pNotifier.get(), &QSocketNotifier::activated, this, [this] { ReadMessages(); });
   } else {
     // Another program holds the handler name (a processor of another folder or user).
     // The cycle runs all the same; it just can't be asked anything.
     DebugMsg(fmt::format("Cannot receive messages as {}", kLogProcHandler), -1, 0);
-    std::fprintf(stderr, "knlogproc: cannot receive messages as %s\n", kLogProcHandler);
+    SayToJournal(JournalPriority::Warning, fmt::format("cannot receive messages as {}", kLogProcHandler));
   }
   Form_Load();
 }
@@ -249,7 +253,8 @@ void frmProcessLogs::Form_Load() {
   if (m_pView) m_pView->SetBusyPointer(true);
 
   DebugMsg("Enable Debug File Clear Up timer", -1, 0);
-  tmrClearUpDebug.start();
+  // A plan deletes nothing, not even old debug files of the capture process.
+  if (!m_bPlanOnly) tmrClearUpDebug.start();
 
   m_dLastActive = Clock::Now();
   RestartProcessing();
@@ -288,6 +293,7 @@ void frmProcessLogs::cmdRestart_Click() {
 
 void frmProcessLogs::tmrLoadLogs_Timer() {
   tmrLoadLogs.stop();
+  if (m_pObserver) m_pObserver->CycleStarted();
   LogList().Clear();
   int32_t lCount = ConfigAccess::GetRegLong(sLogListLoc, "LogCount", 0);
   if (lCount > INT16_MAX) {
@@ -298,6 +304,7 @@ void frmProcessLogs::tmrLoadLogs_Timer() {
   for (int32_t i = 1; i <= lCount; ++i) {
     m_dLastActive = Clock::Now();
     LogList().LoadLog(sLogListLoc, static_cast<int16_t>(i));
+    if (m_pObserver) m_pObserver->Progress();
     AppGlobal::DoEvents();
     // The operator may have closed the window meanwhile (allowed outside the
     // preparation and processing): nothing more to do then.
@@ -325,6 +332,7 @@ void frmProcessLogs::tmrWait_Timer() {
   }
   const double dNow = Clock::Now();
   m_dLastActive = dNow;
+  if (m_pObserver) m_pObserver->Waiting();
   if (LastProcessedHour != VbDate::Hour(dNow)) {
     const int32_t lStart = ConfigAccess::GetRegLong(sLogListLoc, "LogProcStart", 5);
     if (VbDate::Minute(dNow) >= lStart) {
@@ -353,7 +361,8 @@ void frmProcessLogs::Form_Unload(int16_t& /*Cancel*/) {
   SendToCapture("IDLE");
   DebugMsg("Close Log objects", -1, 0);
   LogList().Clear();
-  if (m_pView) m_pView->SaveWindowPosition();
+  // A plan writes nothing, not even the window's place in the registry.
+  if (m_pView && !m_bPlanOnly) m_pView->SaveWindowPosition();
   if (UseExceptionHandler) {
     DebugMsg("Clear Exception Filter", -1, 0);
     RemoveExceptionFilter();
@@ -381,6 +390,7 @@ bool frmProcessLogs::RequestClose() {
 
 void frmProcessLogs::FinishUnload() {
   m_bUnloading = true;
+  if (m_pObserver) m_pObserver->Stopping();
   int16_t iCancel = 0;
   Form_Unload(iCancel);
   tmrLoadLogs.stop();
@@ -418,6 +428,13 @@ void frmProcessLogs::ReadMessages() {
   while (m_oEndpoint.IsBound()) {
     auto oMessage = m_oEndpoint.Receive();
     if (!oMessage) break;
+    if (oMessage->Text == "STATUS") {
+      // Answered to the sender alone, with what the observer keeps (nothing to say
+      // without one).
+      if (!oMessage->Sender.empty())
+        m_oEndpoint.Send(oMessage->Sender, m_pObserver ? m_pObserver->Summary() : "No status kept");
+      continue;
+    }
     HandleAppMessage(oMessage->Text);
   }
 }
@@ -439,6 +456,7 @@ void frmProcessLogs::HandleAppMessage(const std::string& sText) {
 }
 
 void frmProcessLogs::SendToCapture(const std::string& sText) {
+  if (m_bPlanOnly) return;
   AppGlobal::SendAppMessage(0, kCaptureHandler, sText, static_cast<intptr_t>(getpid()));
 }
 

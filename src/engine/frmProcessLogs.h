@@ -22,6 +22,7 @@
 
 #include "audio/IAudioFile.h"
 #include "audio/IAudioFileEventSink.h"
+#include "engine/IEngineObserver.h"
 #include "engine/IProcessorView.h"
 #include "engine/WorkList.h"
 #include "hours/CHourlyInf.h"
@@ -49,6 +50,12 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   // The window, if any. Not owned; null for a headless run.
   void SetView(IProcessorView* pView) { m_pView = pView; }
   IProcessorView* View() const { return m_pView; }
+  // The service's observer of the work, if any. Not owned.
+  void SetObserver(IEngineObserver* pObserver) { m_pObserver = pObserver; }
+  // "/PLAN": load and prepare only, print the work list with its figures, change
+  // nothing on disk and tell the capture process nothing; then unload.
+  void SetPlanOnly(bool bPlanOnly) { m_bPlanOnly = bPlanOnly; }
+  bool PlanOnly() const { return m_bPlanOnly; }
 
   // Loads the form: binds the message handler "KNLogProcMsgHandler", installs the message
   // pump of AppGlobal::DoEvents, and runs Form_Load, which starts the first cycle (its
@@ -153,6 +160,7 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
                        const std::string& sFolder);
   void PrepareStartLogger(PrepareState& st);
   void PrepareFinishScan(PrepareState& st);
+  void FinishPlan(PrepareState& st);
   // How much of one hour's space in its capture format the entry's action frees, in
   // percent, rounded half to even; negative when the action grows the audio.
   int32_t GetActionEfficiency(const CLogProcessEntry& oEntry);
@@ -206,6 +214,8 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   void MinimiseWindow();
 
   IProcessorView* m_pView = nullptr;
+  IEngineObserver* m_pObserver = nullptr;
+  bool m_bPlanOnly = false;
   bool m_bLoaded = false;
   bool m_bUnloading = false;
   bool m_bBusy[kTimerCount] = {};

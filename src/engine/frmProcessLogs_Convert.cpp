@@ -174,6 +174,7 @@ void frmProcessLogs::ProcessOneFile() {
   auto oLog = oEntry.Log();
   const int32_t eAct = oEntry.Action();
   const std::string P = st.sHourFolder + "/" + st.sFile;
+  if (m_pObserver) m_pObserver->FileStarted(st.sFile);
 
   SetCurrentFileCaption(st.sFile + " - " +
                         SerialDateHelper::TimeText(oEntry.loginf()->ToSDTime(oLog->LogSegmentLength()), 0));
@@ -328,6 +329,7 @@ void frmProcessLogs::RunConversion() {
       const double dLength = m_oInFile->AudioLength();
       const double dPosition = m_oInFile->CurrentPosition();
       SetFileProgress(dLength == 0 ? 100 : RoundPercent(dPosition / dLength * 100.0));
+      if (m_pObserver) m_pObserver->Progress();
       m_dLastActive = Clock::Now();
       double dSeconds = 1.0;
       if (dLength - dPosition < dSeconds) {
@@ -445,7 +447,8 @@ void frmProcessLogs::ReplaceFile(const std::string& P, const std::string& sOutPa
                           " is another file; " + st.sFile + " is kept as it is");
   DebugMsg("Remove original file", -1, 0);
   int32_t lDeleteErr = 0;
-  if (FileHelper::FileSize(P) >= 0) lDeleteErr = FileHelper::DeleteFile(P);
+  const int64_t lBytesBefore = FileHelper::FileSize(P);
+  if (lBytesBefore >= 0) lDeleteErr = FileHelper::DeleteFile(P);
   if (lDeleteErr)
     return ReportFailure("Cannot delete original audio file (will retry later) " + st.sFile + " " +
                          Win32Helper::ErrorText(lDeleteErr));
@@ -455,5 +458,6 @@ void frmProcessLogs::ReplaceFile(const std::string& P, const std::string& sOutPa
     return ReportFailure("Cannot rename audio archive file " + st.sOutFile + " to " + sFinalName + " " +
                          Win32Helper::ErrorText(lRenameErr));
   SyncFileAndFolder(sFinal);
+  if (m_pObserver) m_pObserver->FileConverted(lBytesBefore, FileHelper::FileSize(sFinal));
   oLog->AddToServerLog(st.sLogPath, "Archived audio file " + st.sFile, "");
 }

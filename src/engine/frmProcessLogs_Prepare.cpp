@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -20,6 +21,7 @@
 #include "config/VbConvert.h"
 #include "engine/Globals.h"
 #include "engine/PrepareState.h"
+#include "engine/WorkPlan.h"
 #include "engine/frmProcessLogs.h"
 #include "hours/CLogProcessEntry.h"
 #include "support/AppGlobal.h"
@@ -110,6 +112,7 @@ void frmProcessLogs::tmrPrepareLists_Timer() {
     return;
   }
   PrepareState& st = *m_pPrepare;
+  if (m_pObserver) m_pObserver->Progress();
   if (!st.bListStarted) {
     DebugMsg("Clear Lists", -1, 0);
     SetCurrentFileCaption("Preparing Lists ...");
@@ -173,6 +176,7 @@ void frmProcessLogs::tmrPrepareLists_Timer() {
 void frmProcessLogs::PrepareStartLogger(PrepareState& st) {
   CloseDay(st);
   CloseFind(st.hFolderFind);
+  if (m_pObserver) m_pObserver->LoggerPreparing(st.iLog);
   st.sFolder.clear();
   st.sTestedFolder.clear();
   st.bTestedIsDay = false;
@@ -316,11 +320,13 @@ void frmProcessLogs::ReportListError(const std::string& sDescription, int32_t lN
   const std::string sError =
       fmt::format("{} ({}).  Current info: File = {}; Folder = {}", sDescription, lNumber, sFile, sFolder);
   DebugMsg("tmrPrepareLists_Timer: ERROR: " + sError, 5, 0);
+  if (m_pObserver) m_pObserver->ErrorLine(sError);
   SendToCapture("PrepareListError:" + sError);
 }
 
 void frmProcessLogs::PrepareFinishScan(PrepareState& st) {
   DebugMsg("Prepare Lists Done", -1, 0);
+  if (m_bPlanOnly) return FinishPlan(st);
   try {
     const int32_t lLast = LogList().Count();
     auto oLog = LogList().Log(lLast);
@@ -336,6 +342,7 @@ void frmProcessLogs::PrepareFinishScan(PrepareState& st) {
   CloseFind(st.hFolderFind);
   tmrPrepareLists.stop();
   st.bListStarted = false;
+  if (m_pObserver) m_pObserver->ListPrepared(lvwItems);
   EnableTimer(tmrProcess);
   DebugMsg("Finished Preparing Lists.  Enabled Process Timer", -1, 0);
 }
@@ -363,4 +370,17 @@ int32_t frmProcessLogs::GetActionEfficiency(const CLogProcessEntry& oEntry) {
 
 void frmProcessLogs::RowsChanged() {
   if (m_pView) m_pView->RowsChanged();
+}
+
+// "/PLAN": the list in its processing order, on standard output; nothing is written.
+void frmProcessLogs::FinishPlan(PrepareState& st) {
+  lvwItems.SortByEfficiencyDescending();
+  CloseDay(st);
+  CloseFind(st.hFolderFind);
+  tmrPrepareLists.stop();
+  st.bListStarted = false;
+  const std::string sPlan = FormatPlan(MakePlan(lvwItems));
+  std::fwrite(sPlan.data(), 1, sPlan.size(), stdout);
+  std::fflush(stdout);
+  Unload();
 }

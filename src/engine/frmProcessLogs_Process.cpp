@@ -137,6 +137,7 @@ int frmProcessLogs::LogProgressOf(int32_t iFilesDone) const {
 void frmProcessLogs::tmrProcess_Timer() {
   DebugMsg("Start tmrProcess_Timer", 5, 1);
   ProcessState& st = *m_pProcess;
+  if (m_pObserver) m_pObserver->Progress();
   if (!st.bListInitialised) {
     DebugMsg("Initialise Processing List", -1, 0);
     st.iRowCount = lvwItems.Count();
@@ -250,6 +251,7 @@ void frmProcessLogs::StartGroup() {
   CLogProcessEntry& oEntry = *st.oEntry;
   auto oLog = oEntry.Log();
   auto oInfo = oEntry.loginf();
+  if (m_pObserver) m_pObserver->HourStarted(oEntry);
   DebugMsg(std::string(oEntry.Action() == actStandardise ? "Standardising" : "Archiving") + " " +
                oEntry.ActionDateString(),
            -1, 0);
@@ -306,6 +308,7 @@ void frmProcessLogs::StartGroup() {
 void frmProcessLogs::EndGroup() {
   ProcessState& st = *m_pProcess;
   DebugMsg("Group finished", -1, 0);
+  if (m_pObserver) m_pObserver->HourEnded(!st.bGroupError && st.oEntry);
   if (st.bGroupError) {
     DebugMsg("Group error", -1, 0);
     st.bGroupError = false;
@@ -361,6 +364,7 @@ void frmProcessLogs::DeleteHour() {
   CLogProcessEntry& oEntry = *st.oEntry;
   auto oLog = oEntry.Log();
   auto oInfo = oEntry.loginf();
+  if (m_pObserver) m_pObserver->HourStarted(oEntry);
   DebugMsg("Delete entry (" + oEntry.ActionDateString() + ")", -1, 0);
   SetCurrentFileCaption("Deleting Hour - " +
                         SerialDateHelper::TimeText(oInfo->ToSDTime(oLog->LogSegmentLength()), 0));
@@ -375,6 +379,7 @@ void frmProcessLogs::DeleteHour() {
     if (lErr && !lError) lError = lErr;
   }
   CloseFind(hFind);
+  if (m_pObserver) m_pObserver->HourEnded(lError == 0);
 
   if (!lError) {
     // Files this program abandoned there are no reason to keep the folder.
@@ -425,6 +430,7 @@ void frmProcessLogs::EndRun() {
   st.iFilesDone = 0;
   st.bGroupError = false;
 
+  if (m_pObserver) m_pObserver->CycleEnded(m_bShutdown);
   DebugMsg("Notify Server", -1, 0);
   SendToCapture("IDLE");
   if (m_bExitWhenDone || m_bShutdown) {

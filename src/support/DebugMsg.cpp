@@ -1,10 +1,12 @@
 #include "support/DebugMsg.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <vector>
 
@@ -22,6 +24,38 @@ namespace {
 
 int32_t g_indent = 0;
 bool g_pathLookedUp = false;
+// The day (yyyymmdd) whose first trace line pruned the debug folder; 0: none yet.
+int32_t g_prunedDay = 0;
+
+constexpr const char* kLogProcessorKey = "SOFTWARE\\Norvane\\Kestrane v4\\Log Processor";
+constexpr int32_t kDefaultKeepDays = 30;
+
+// Removes the program's own debug files (exe.yyyymmdd.log) of the folder that are more
+// than "DebugKeepDays" days older than the day of dNow. 0 or less keeps them all. Only
+// plain files go: a link or anything else of that name stays.
+void PruneDebugFiles(const std::string& folder, const std::string& exe, double dNow) {
+  const int32_t keep = ConfigAccess::GetRegLong(kLogProcessorKey, "DebugKeepDays", kDefaultKeepDays);
+  if (keep <= 0) return;
+  const int32_t oldest = VbDate::DayOf(dNow) - keep;
+  const std::string prefix = exe + ".";
+  FileHelper::FindHandle h = 0;
+  for (std::string name = FileHelper::FindFirst(folder + "/" + exe + ".????????.log", 0, h); !name.empty();
+       name = FileHelper::FindNext(h)) {
+    if (name.size() != prefix.size() + 12) continue;
+    const std::string stamp = name.substr(prefix.size(), 8);
+    if (!std::all_of(stamp.begin(), stamp.end(), [](char c) { return c >= '0' && c <= '9'; })) continue;
+    int y = 0, m = 0, dd = 0;
+    std::from_chars(stamp.data(), stamp.data() + 4, y);
+    std::from_chars(stamp.data() + 4, stamp.data() + 6, m);
+    std::from_chars(stamp.data() + 6, stamp.data() + 8, dd);
+    if (m < 1 || m > 12 || dd < 1 || dd > 31) continue;
+    if (VbDate::DateSerial(y, m, dd) >= oldest) continue;
+    const std::string path = folder + "/" + name;
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) ::unlink(path.c_str());
+  }
+  CloseFind(h);
+}
 
 // Working set and private (page-file backed) bytes of this process.
 void MemoryCounters(uint64_t& workingSet, uint64_t& pagefile) {
@@ -88,7 +122,14 @@ void DebugMsg(const std::string& sMessage, int32_t lLevel, int32_t lMark) {
   const std::string exe = AppGlobal::AppExeName();
   if (exe.empty()) return;
   const double now = Clock::Now();
-  const std::string file = local + "/" + exe + "." + VbDate::Format(now, "yyyymmdd") + ".log";
+  const std::string day = VbDate::Format(now, "yyyymmdd");
+  const std::string file = local + "/" + exe + "." + day + ".log";
+  int32_t dayNumber = 0;
+  std::from_chars(day.data(), day.data() + day.size(), dayNumber);
+  if (dayNumber != g_prunedDay) {
+    g_prunedDay = dayNumber;
+    PruneDebugFiles(local, exe, now);
+  }
 
   std::string line = VbDate::Format(now, "hh:nn:ss");
   if (OsInfo::PlatformId() == 2 && mode >= 10) {
@@ -155,6 +196,7 @@ std::string CurrentFile() {
 void ResetForTesting() {
   g_indent = 0;
   g_pathLookedUp = false;
+  g_prunedDay = 0;
 }
 
 int32_t Indent() { return g_indent; }

@@ -3,13 +3,23 @@
 #include <cstdio>
 
 #include "support/AppGlobal.h"
+#include "support/Journal.h"
 
 namespace {
 
+// The journal's priority of a box by its icon: a critical box is an error, the others
+// (an exclamation, or a box without icon) warnings; questions and information notices.
+JournalPriority PriorityOf(int32_t lStyle) {
+  switch (lStyle & 0x70) {
+    case vbCritical: return JournalPriority::Error;
+    case vbQuestion:
+    case vbInformation: return JournalPriority::Notice;
+    default: return JournalPriority::Warning;
+  }
+}
+
 int32_t HeadlessBox(const std::string& sText, int32_t lStyle, const std::string& sTitle) {
-  std::string line = "knlogproc: " + sTitle + ": " + sText + "\n";
-  std::fputs(line.c_str(), stderr);
-  std::fflush(stderr);
+  SayToJournal(PriorityOf(lStyle), sTitle + ": " + sText);
   return DefaultAnswer(lStyle);
 }
 

@@ -39,6 +39,12 @@ TEST_F(DemoTest, TheDemoRunDoesAllThatIsDue) {
   ASSERT_NE(sOut.find("What the run did"), std::string::npos) << sOut;
   EXPECT_NE(sOut.find("knlogproc ended with status 0"), std::string::npos) << sOut;
   EXPECT_NE(sOut.find("Debug file: " + sRoot + "/drive_c/DebugFiles/knlogproc."), std::string::npos) << sOut;
+  // The plan comes before the run, the processor's own status after it.
+  // (96 hours: the sum of the hours due below.)
+  const size_t iPlan = sOut.find(" 96 hours ");
+  EXPECT_LT(iPlan, sOut.find("== Running knlogproc")) << sOut;
+  EXPECT_NE(sOut.find("knlogproc (pid "), std::string::npos) << sOut;
+  EXPECT_NE(sOut.find(") is stopped: Stopped"), std::string::npos) << sOut;
 
   // The summary's figures.
   std::map<std::pair<int, std::string>, Row> mRows;

@@ -175,7 +175,13 @@ TEST(AppGlobalTest, HeadlessMessageBoxAnswersItsDefaultButton) {
   EXPECT_EQ(DefaultAnswer(vbCritical), vbOK);
   testing::internal::CaptureStderr();
   EXPECT_EQ(MsgBox("Are you sure?", vbYesNo | vbQuestion), vbYes);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "knlogproc: Log Processor: Are you sure?\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "<5>knlogproc: Log Processor: Are you sure?\n");
+  // The journal's priority follows the box's icon: critical an error, the rest warnings.
+  testing::internal::CaptureStderr();
+  MsgBox("Stopped", vbCritical, "T");
+  MsgBox("Careful", vbExclamation | vbYesNo, "T");
+  MsgBox("Plain", vbOKOnly, "T");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "<3>knlogproc: T: Stopped\n<4>knlogproc: T: Careful\n<4>knlogproc: T: Plain\n");
   std::string seen;
   auto old = SetMsgBoxHandler([&](const std::string& t, int32_t, const std::string&) {
     seen = t;

@@ -174,3 +174,51 @@ TEST_F(DebugMsgTest, ClearUpDeletesOldestCaptureFilesUntilThereIsRoom) {
   tmrClearUpDebug_Timer();
   EXPECT_EQ(left(), (std::set<std::string>{"kncapture.20100313.log", "kncapture.2010031x.log", "knlogproc.20100301.log"}));
 }
+
+// The first trace of a day removes the program's debug files more than "DebugKeepDays"
+// days old (30 by default; 0 keeps all), and nothing else: not other programs' files,
+// not names that only look like them, not a link (nor what it points at).
+TEST_F(DebugMsgTest, OldDebugFilesGoAtTheFirstTraceOfADay) {
+  const std::string sDir = Root() + "/drive_c/DebugFiles";
+  fs::create_directories(sDir);
+  const std::string sTarget = Root() + "/kept-target.log";
+  std::ofstream(sTarget) << "x";
+  fs::create_symlink(sTarget, sDir + "/knlogproc.20090101.log");
+  for (const char* s : {"knlogproc.20100212.log", "knlogproc.20100213.log", "knlogproc.20100214.log",
+                        "knlogproc.20091231.log", "kncapture.20090101.log", "knlogproc.2009010x.log",
+                        "knlogproc.20090101.log.bak"})
+    std::ofstream(sDir + "/" + s) << "old\r\n";
+  auto names = [&] {
+    std::set<std::string> a;
+    for (auto& e : fs::directory_iterator(sDir)) a.insert(e.path().filename().string());
+    return a;
+  };
+  AppGlobal::SetDebugMode(5);
+
+  // 14 March 2010 less 30 days is 12 February: that day stays, the 11th would go.
+  const std::set<std::string> kAfterDefault = {"knlogproc.20090101.log", "knlogproc.20100212.log",
+                                              "knlogproc.20100213.log", "knlogproc.20100214.log",
+                                              "kncapture.20090101.log", "knlogproc.2009010x.log",
+                                              "knlogproc.20090101.log.bak", "knlogproc.20100314.log"};
+  DebugMsg("first line of the day", -1, 0);
+  EXPECT_EQ(names(), kAfterDefault);
+  EXPECT_TRUE(fs::exists(sTarget));
+
+  // Later lines of the same day look no further, even with a shorter time to keep.
+  ConfigAccess::SetRegLong("SOFTWARE\\Norvane\\Kestrane v4\\Log Processor", "DebugKeepDays", 1, false);
+  DebugMsg("second line", -1, 0);
+  EXPECT_EQ(names(), kAfterDefault);
+
+  // The next day: one day kept, so the files of the 13th and before go (not the link).
+  Clock::SetFixed(VbDate::Make({2010, 3, 15, 0, 0, 1}));
+  DebugMsg("next day", -1, 0);
+  EXPECT_EQ(names(), (std::set<std::string>{"knlogproc.20090101.log", "kncapture.20090101.log",
+                                            "knlogproc.2009010x.log", "knlogproc.20090101.log.bak",
+                                            "knlogproc.20100314.log", "knlogproc.20100315.log"}));
+
+  // 0 keeps everything.
+  ConfigAccess::SetRegLong("SOFTWARE\\Norvane\\Kestrane v4\\Log Processor", "DebugKeepDays", 0, false);
+  Clock::SetFixed(VbDate::Make({2011, 1, 1, 0, 0, 1}));
+  DebugMsg("a year on", -1, 0);
+  EXPECT_EQ(names().count("knlogproc.20100314.log"), 1u);
+}

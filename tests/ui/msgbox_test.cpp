@@ -54,7 +54,7 @@ TEST_F(QtMsgBoxTest, WithoutARealScreenBoxesAnswerAtOnce) {
   EXPECT_FALSE(QtMsgBox::Install());
   testing::internal::CaptureStderr();
   EXPECT_EQ(MsgBox("Close?", vbYesNo | vbQuestion | vbDefaultButton2, "knlogproc"), vbNo);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "knlogproc: knlogproc: Close?\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "<5>knlogproc: knlogproc: Close?\n");
 }
 
 // A shown box returns the answer of the button pressed in it.

@@ -3,10 +3,14 @@
 //
 //   knmsg send [--from NAME] HANDLER TEXT...
 //   knmsg listen [-n COUNT] [-t SECONDS] HANDLER
+//   knmsg status
 //
 // "listen" prints one line per message: the local time of arrival as
 // "yyyy-mm-dd hh:nn:ss.zzz", a blank, and the text. It stops after COUNT messages, after
 // SECONDS without a message, or at SIGINT / SIGTERM. The machine root is KESTRANE_ROOT.
+//
+// "status" prints the processor's status file (run/status.json) in words and, when the
+// processor is running, its own one-line answer to "STATUS".
 #include <signal.h>
 #include <sys/time.h>
 
@@ -17,6 +21,11 @@
 #include <ctime>
 #include <string>
 
+#include <unistd.h>
+
+#include "engine/ServiceMonitor.h"
+#include "engine/StatusReport.h"
+#include "support/FileUtils.h"
 #include "support/MessageTransport.h"
 
 namespace {
@@ -28,7 +37,8 @@ void OnSignal(int) { g_bStop = 1; }
 int Usage() {
   std::fprintf(stderr,
                "usage: knmsg send [--from NAME] HANDLER TEXT...\n"
-               "       knmsg listen [-n COUNT] [-t SECONDS] HANDLER\n");
+               "       knmsg listen [-n COUNT] [-t SECONDS] HANDLER\n"
+               "       knmsg status\n");
   return 2;
 }
 
@@ -127,11 +137,46 @@ int Listen(int argc, char** argv) {
   return 0;
 }
 
+int Status() {
+  const std::string sPath = ServiceMonitor::StatusJsonPath();
+  std::string sText;
+  int iResult = 0;
+  if (int e = ReadWholeFile(sPath, sText)) {
+    std::fprintf(stderr, "knmsg: no status in %s (%s): the processor writes it at the end of each cycle\n",
+                 sPath.c_str(), std::strerror(e));
+    iResult = 1;
+  } else {
+    StatusReport oReport;
+    std::string sError;
+    if (!StatusReport::FromJson(sText, oReport, sError)) {
+      std::fprintf(stderr, "knmsg: %s: %s\n", sPath.c_str(), sError.c_str());
+      iResult = 1;
+    } else {
+      std::fputs(oReport.InWords().c_str(), stdout);
+    }
+  }
+  // The processor itself, if it runs, says what it does at this moment.
+  MessageEndpoint oSelf;
+  if (oSelf.Bind("knmsg-status-" + std::to_string(getpid())) && oSelf.Send("KNLogProcMsgHandler", "STATUS")) {
+    if (auto oReply = oSelf.Wait(3000)) {
+      std::printf("Now: %s\n", oReply->Text.c_str());
+      iResult = 0;
+    } else {
+      std::printf("Now: the processor did not answer\n");
+    }
+  } else {
+    std::printf("Now: the processor is not running\n");
+  }
+  std::fflush(stdout);
+  return iResult;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 2) return Usage();
   if (std::strcmp(argv[1], "send") == 0) return Send(argc, argv);
   if (std::strcmp(argv[1], "listen") == 0) return Listen(argc, argv);
+  if (std::strcmp(argv[1], "status") == 0 && argc == 2) return Status();
   return Usage();
 }
