@@ -311,8 +311,9 @@ void frmProcessLogs::RunConversion() {
         CAudioNCT::CopierPath(), st.sHourFolder + "/" + st.sFile, st.sHourFolder + "/" + st.sOutFile, sFormat,
         SystemPrxFile, [this] { return m_bShutdown; },
         [this] {
-          // A copier at work within its time is progress: "RESPOND" says so.
+          // A copier at work within its time is progress: "RESPOND" and the watchdog say so.
           m_dLastActive = Clock::Now();
+          if (m_pObserver) m_pObserver->Progress();
           AppGlobal::DoEvents();
         });
     if (oCopier.eOutcome == AppGlobal::RunOutcome::TimedOut && st.oEntry && st.oEntry->Log())
