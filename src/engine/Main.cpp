@@ -105,7 +105,8 @@ bool Main() {
   DebugMsg("Looking for an existing instance of the Log Proc", -1, 0);
   bool bOtherCopy = FindProcess(AppGlobal::AppPath(), AppGlobal::AppExeName() + ".EXE", false, false) != 0;
 
-  if (!bOtherCopy && g_iRootLock < 0) {
+  // A plan changes nothing on disk, not even the lock file: it runs beside a processor.
+  if (!bOtherCopy && g_iRootLock < 0 && !CommandLine::HasSwitch(sCommand, "/PLAN")) {
     // A processor of another executable (an operator's build beside the installed one)
     // works on the same loggers just the same: the lock of the machine root keeps it out.
     std::string sWhy;

@@ -12,6 +12,8 @@
 // A segment that can't be converted (its source doesn't open or read, its output can't
 // be made or written) flags the group, so that the hour stays due and is tried again in
 // the next cycle; the hour log and the journal say which file and why.
+#include <sys/statvfs.h>
+
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -65,6 +67,16 @@ std::string OpenFailureReason(const std::string& sPath, int32_t lResult) {
   if (fd < 0) return Win32Helper::ErrorText(errno);
   ::close(fd);
   return fmt::format("it holds no audio that can be read as its name says (error {})", lResult);
+}
+
+// Why a write into sFolder may have failed when the writer kept no reason: a full or
+// read-only file system. 0 when neither is the case.
+int FolderFullError(const std::string& sFolder) {
+  struct statvfs oFs {};
+  if (::statvfs(sFolder.c_str(), &oFs) != 0) return 0;
+  if (oFs.f_flag & ST_RDONLY) return EROFS;
+  if (oFs.f_bavail == 0) return ENOSPC;
+  return 0;
 }
 
 int RoundPercent(double dPercent) {
@@ -376,11 +388,14 @@ void frmProcessLogs::RunConversion() {
   DebugMsg("Close m_oOutFile", -1, 0);
   if (m_oOutFile && m_oOutFile->AudioOpen()) {
     const std::string sRecorded = m_oOutFile->RecordedFileName();
+    errno = 0;
     if (int32_t lClose = m_oOutFile->CloseAudioFile()) {
+      const int iErr = errno ? errno : FolderFullError(st.sHourFolder);
       DebugMsg(fmt::format("Closing {} failed ({})", st.sOutFile, lClose), -1, 0);
       if (st.sFileFailure.empty())
-        st.sFileFailure = fmt::format("Cannot write audio file {}/{}: it could not be finished (error {})",
-                                      st.sHourFolder, st.sOutFile, lClose);
+        st.sFileFailure = fmt::format("Cannot write audio file {}/{}: {}", st.sHourFolder, st.sOutFile,
+                                      iErr ? Win32Helper::ErrorText(iErr)
+                                           : fmt::format("it could not be finished (error {})", lClose));
       // The unfinished file under the writer's own temporary name is no use to anyone.
       if (!m_bSaveArcs && !sRecorded.empty() && sRecorded != st.sHourFolder + "/" + st.sOutFile &&
           FileHelper::FileSize(sRecorded) >= 0)

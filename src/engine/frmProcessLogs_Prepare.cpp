@@ -251,6 +251,8 @@ void frmProcessLogs::PrepareScanStep(PrepareState& st, bool& bLogFinished, bool&
           } else if (e != ENOENT) {
             ReportListError("Cannot test the hour info file: " + std::string(std::strerror(e)),
                             CHourlyInf::kErrInfUnreadable, sFile, st.sFolder);
+            SayToJournal(JournalPriority::Warning, "cannot read the hour info file " + sInf + ": " +
+                                                       std::strerror(e) + "; the hour is left as it is");
           }
         }
       }

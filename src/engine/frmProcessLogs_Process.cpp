@@ -31,6 +31,7 @@
 #include "hours/CLogProcessEntry.h"
 #include "support/CNVErr.h"
 #include "support/Clock.h"
+#include "support/ConfigAccess.h"
 #include "support/DebugMsg.h"
 #include "support/FileHelper.h"
 #include "support/FileUtils.h"
@@ -351,7 +352,9 @@ void frmProcessLogs::MarkActionPoint(CLogProcessEntry& oEntry) {
     DebugMsg(std::string("Cannot save the hour info file: ") + e.what(), -1, 0);
   }
   if (!bSaved) {
-    const std::string sLine = "Cannot save hour info file " + oHourInf->FileName() + "; the hour stays due";
+    const int iErr = ConfigAccess::LastWriteError();
+    const std::string sLine = "Cannot save hour info file " + oHourInf->FileName() +
+                              (iErr ? ": " + Win32Helper::ErrorText(iErr) : std::string()) + "; the hour stays due";
     DebugMsg("Group error: the hour info file was not saved: " + oHourInf->FileName(), -1, 0);
     auto oLog = oEntry.Log();
     if (oLog) oLog->AddToServerLog(m_pProcess->sLogPath, sLine, "");

@@ -19,6 +19,7 @@
 
 #include "support/Faults.h"
 #include "support/FileUtils.h"
+#include "support/Journal.h"
 #include "support/Machine.h"
 #include "support/ProfileFile.h"
 #include "support/RegistryFile.h"
@@ -33,6 +34,16 @@ std::mutex g_reportMutex;
 
 // sWhat tells which report it is (without line numbers, which move when the file is
 // rewritten); sText is what is shown.
+thread_local int t_iLastWriteError = 0;
+
+// A rewrite that did not reach the disk: the old file stays whole, and the journal says why.
+int ReportWriteError(const std::string& sPath, int e, const char* sWhat) {
+  t_iLastWriteError = e;
+  if (e) SayToJournal(JournalPriority::Error, fmt::format("cannot write the {} {}: {}; the file is kept as it was",
+                                                          sWhat, sPath, std::strerror(e)));
+  return e;
+}
+
 void ReportOnce(const std::string& sWhat, const std::string& sText) {
   std::lock_guard<std::mutex> lock(g_reportMutex);
   static std::set<std::string> s_reported;
@@ -171,6 +182,7 @@ std::shared_ptr<const RegistryFile> LoadRegistry() {
 // so that two writers never lose each other's values. The file is left alone when the
 // change changes nothing.
 bool ChangeRegistry(const std::function<bool(RegistryFile&)>& fnChange) {
+  t_iLastWriteError = 0;
   if (Faults::Hit("registry.write")) return false;
   const std::string sPath = Machine::RegistryFile();
   std::error_code ec;
@@ -194,7 +206,7 @@ bool ChangeRegistry(const std::function<bool(RegistryFile&)>& fnChange) {
     const std::string sBefore = r.Serialise();
     if (fnChange(r)) {
       const std::string sAfter = r.Serialise();
-      bOk = sAfter == sBefore || WriteFileAtomically(sPath, sAfter) == 0;
+      bOk = sAfter == sBefore || ReportWriteError(sPath, WriteFileAtomically(sPath, sAfter), "registry file") == 0;
     }
   } else {
     ReportUnreadable(sPath, e);
@@ -215,6 +227,7 @@ std::shared_ptr<const ProfileFile> LoadProfile(const std::string& sFile) {
 
 // Read the file as it is now, change it and write it back when the text changed.
 bool ChangeProfile(const std::string& sFile, const std::function<bool(ProfileFile&)>& fnChange) {
+  t_iLastWriteError = 0;
   if (sFile.empty()) return false;
   if (Faults::Hit("profile.write")) return false;
   std::string sBytes;
@@ -225,12 +238,17 @@ bool ChangeProfile(const std::string& sFile, const std::function<bool(ProfileFil
   // Broken UTF-16 is left as it is: the write fails, and the caller says so.
   if (!f.Editable()) return false;
   if (!fnChange(f)) return true;
-  const int w = WriteFileAtomically(sFile, f.Serialise());
+  // One processor per machine root writes these files: a temporary file beside it is what
+  // a killed rewrite left.
+  RemoveAtomicLeftovers(sFile);
+  const int w = ReportWriteError(sFile, WriteFileAtomically(sFile, f.Serialise()), "file");
   ProfileCache().Forget(sFile);
   return w == 0;
 }
 
 }  // namespace
+
+int LastWriteError() { return t_iLastWriteError; }
 
 // ---- Registry
 

@@ -52,6 +52,9 @@ int ProfileReadError(const std::string& sFile);
 constexpr int kErrNotRegularFile = -1000;
 // The text of a read failure: strerror, or the refusal above.
 std::string ReadErrorText(int e);
+// The errno of the last registry or profile write of this thread that failed to reach
+// the disk (0 when it did, or failed for another reason), so that a caller can say why.
+int LastWriteError();
 
 // Tests: drop the cache of parsed files.
 void ClearCache();

@@ -283,7 +283,7 @@ TEST_F(ServiceTest, WatchdogKeepsPingingThroughALongConversionAndStopsOnSigterm)
   const std::vector<Note> aNotes = Notes();
   SteadyClock::time_point tFirst{}, tLast{};
   std::chrono::milliseconds longest{0};
-  int iFiles = 0;
+  int iFiles = 0, iPings = 0;
   bool bInConversion = false;
   for (const Note& n : aNotes) {
     if (n.sText.rfind("STATUS=Standardising Studio 2010-03-14 0", 0) == 0 &&
@@ -296,10 +296,12 @@ TEST_F(ServiceTest, WatchdogKeepsPingingThroughALongConversionAndStopsOnSigterm)
     } else if (bInConversion && n.sText == "WATCHDOG=1") {
       longest = std::max(longest, std::chrono::duration_cast<std::chrono::milliseconds>(n.t - tLast));
       tLast = n.t;
+      ++iPings;
     }
   }
   EXPECT_EQ(iFiles, 2);
-  ASSERT_GT(tLast - tFirst, std::chrono::milliseconds(1000)) << "too short a conversion to tell";
+  // Pings are a quarter interval apart at the most often: a few of them span more than one.
+  ASSERT_GE(iPings, 3) << "too short a conversion to tell";
   EXPECT_LE(longest.count(), 500) << "a gap between watchdog pings";
 
   // "STATUS" is answered to its sender with a summary of the cycle.
