@@ -223,7 +223,7 @@ int WriteFileAtomically(const std::string& sPath, const std::string& sContent) {
   if (!e && ::fsync(fd) != 0) e = errno;
   if (::close(fd) != 0 && !e) e = errno;
   if (!e) e = Faults::Hit("file.rename");
-  if (!e && ::rename(sTemp.c_str(), sTarget.c_str()) != 0) e = errno;
+  if (!e && ::rename(sTemp.c_str(), sTarget.c_str()) != 0) e = errno;  // replaces the target: the rewrite itself
   if (e) {
     ::unlink(sTemp.c_str());
     return e;

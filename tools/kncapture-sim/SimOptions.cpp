@@ -1,6 +1,7 @@
 #include "SimOptions.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
@@ -36,10 +37,10 @@ bool ToInt(const std::string& s, int64_t lMin, int64_t lMax, int32_t& iOut) {
 
 bool ToDouble(const std::string& s, double dMin, double dMax, double& dOut) {
   if (s.empty()) return false;
-  errno = 0;
-  char* pEnd = nullptr;
-  double v = std::strtod(s.c_str(), &pEnd);
-  if (errno || *pEnd || !(v >= dMin && v <= dMax)) return false;
+  // from_chars: the same reading under any locale.
+  double v = 0;
+  const auto [pEnd, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
+  if (ec != std::errc() || pEnd != s.data() + s.size() || !(v >= dMin && v <= dMax)) return false;
   dOut = v;
   return true;
 }

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <charconv>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <sstream>
@@ -18,6 +19,14 @@
 namespace demo {
 
 namespace {
+
+// A number as the snapshot writes it, read the same under any locale; 0 when it is none.
+double NumberOf(const std::string& s) {
+  double v = 0;
+  std::from_chars(s.data(), s.data() + s.size(), v);
+  return v;
+}
+
 
 std::vector<std::string> List(const std::string& sFolder, bool bFolders) {
   std::vector<std::string> a;
@@ -153,7 +162,7 @@ bool Parse(const std::string& sText, Snapshot& s, std::string& sError) {
       return false;
     };
     if (a[0] == "T" && a.size() == 2) {
-      s.dTaken = std::atof(a[1].c_str());
+      s.dTaken = NumberOf(a[1]);
     } else if (a[0] == "L" && a.size() == 5) {
       s.aLoggers.push_back({std::atoi(a[1].c_str()), a[2], a[3], a[4], {}});
       pLog = &s.aLoggers.back();
@@ -168,7 +177,7 @@ bool Parse(const std::string& sText, Snapshot& s, std::string& sError) {
       pHour = &(pLog->mHours[h.sHour] = h);
     } else if (a[0] == "F" && a.size() == 5 && pHour) {
       pHour->aFiles.push_back({a[1], std::atoll(a[2].c_str()), std::strtoull(a[3].c_str(), nullptr, 10),
-                               std::atof(a[4].c_str())});
+                               NumberOf(a[4])});
     } else if (!sLine.empty()) {
       return bad();
     }
