@@ -432,6 +432,18 @@ TEST_F(NctTest, GetAudioLengthSecs) {
     EXPECT_NEAR(GetAudioLengthSecs(P(name)), 1.25, 0.1);
     EXPECT_NEAR(GetAudioLengthSecs(P(name)), dProbe, 0.1);
   }
+  // A WAV file's length is the audio of its data chunk, whatever its "fact" count says:
+  // 2 s of IMA ADPCM whose count was set to 1.5 s still measures 2 s and a block at most.
+  MakeSource("ima.wav", "-c:a adpcm_ima_wav -ar 8000 -ac 1", 2.0);
+  std::string sIma = ReadFile("ima.wav");
+  const size_t iFact = sIma.find("fact");
+  if (iFact != std::string::npos) {
+    const uint32_t lCount = 12000;
+    for (int b = 0; b < 4; ++b) sIma[iFact + 8 + b] = static_cast<char>((lCount >> (8 * b)) & 0xFF);
+    WriteFile("ima.wav", sIma);
+  }
+  EXPECT_GE(GetAudioLengthSecs(P("ima.wav")), 2.0);
+  EXPECT_LT(GetAudioLengthSecs(P("ima.wav")), 2.07);
 }
 
 }  // namespace
