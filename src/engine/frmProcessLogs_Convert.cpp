@@ -380,6 +380,21 @@ void frmProcessLogs::RunConversion() {
   }
   if (m_oInFile && m_oInFile->CurrentPosition() >= m_oInFile->AudioLength()) bEndOfFile = true;
   if (!bEndOfFile && !m_bShutdown) return;
+  // At the end of its data the reader may still hold converted samples (its resampler's
+  // tail, beyond the seconds asked for): they are audio too.
+  if (!m_bShutdown && st.sFileFailure.empty() && m_oInFile && m_oOutFile && !m_oOutFile->HandleOutOfProcess()) {
+    for (int iDrain = 0; iDrain < 4; ++iDrain) {
+      const int32_t lRead = m_oInFile->ReadAudioData(st.hBuffer.data(), 1.0f);
+      if (lRead <= 0) break;
+      errno = 0;
+      if (int32_t lWritten = m_oOutFile->WriteAudioData(st.hBuffer.data(), lRead); lWritten < 0) {
+        const int iErr = errno;
+        st.sFileFailure = fmt::format("Cannot write audio file {}/{}: {}", st.sHourFolder, st.sOutFile,
+                                      iErr ? Win32Helper::ErrorText(iErr) : fmt::format("error {}", lWritten));
+        break;
+      }
+    }
+  }
 
   DebugMsg("End of File", -1, 0);
   ++st.iFilesDone;

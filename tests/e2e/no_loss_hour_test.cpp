@@ -117,3 +117,19 @@ TEST_F(NoLossHourTest, AnHourStandardisedAndArchivedKeepsEverySampleAtEveryJoin)
   ASSERT_EQ(IniValue(sInf, "ArchiveAudioAt"), "-1");
   ExpectWholeHour("adpcm_ima_wav", 22050, 22050, lStandardBlock);
 }
+
+// A recording at another rate than the processor's own is read through a resampler: the
+// samples it still holds at the end of each file (beyond the seconds asked for) are
+// written too. Segments of a tone written by sox, 16000 frames each.
+TEST_F(NoLossHourTest, AnHourReadThroughTheResamplerKeepsItsLastSamples) {
+  AddLogger(1, true, {Periods(Wav(8000, 1, 1), Wav(8000, 1, 17), Wav(8000, 1, 17))});
+  WriteRegistry();
+  AddHour(1, "20261122", "13", kPast, kLater, kLater, kSegments, 2.0);
+  const std::string sHour = In(1, "20261122/1300/"), sTone = PathIn("tone.wav");
+  ASSERT_EQ(RunProgram("sox -n -r 8000 -c 1 -b 16 " + Quote(sTone) + " synth 2 sine 440 vol 0.5"), 0);
+  for (int i = 0; i < kSegments; ++i)
+    fs::copy_file(sTone, sHour + fmt::format("13{:02}00A.wav", i), fs::copy_options::overwrite_existing);
+  ASSERT_TRUE(RunProcessor());
+  ASSERT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
+  ExpectWholeHour("adpcm_ima_wav", 8000, 16000, 0);
+}
