@@ -16,12 +16,7 @@
 
 namespace {
 
-constexpr uint32_t kWAVE = mmioFOURCC('W', 'A', 'V', 'E');
-constexpr uint32_t kFmt = mmioFOURCC('f', 'm', 't', ' ');
-constexpr uint32_t kData = mmioFOURCC('d', 'a', 't', 'a');
-constexpr uint32_t kSuggestPinned = Acm::ACM_FORMATSUGGESTF_WFORMATTAG |
-                                    Acm::ACM_FORMATSUGGESTF_NCHANNELS |
-                                    Acm::ACM_FORMATSUGGESTF_NSAMPLESPERSEC;  // 0x70000
+constexpr uint32_t kSuggestPinned = Acm::ACM_FORMATSUGGESTF_PINNED;  // 0x70000
 
 // The GUID of an EXTENSIBLE sub-format behind its first two bytes (the format tag):
 // "-0000-0010-8000-00AA00389B71".

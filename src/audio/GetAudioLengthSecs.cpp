@@ -24,9 +24,9 @@ double WavLengthSecs(const std::string& sFile) {
   RiffFile oFile;
   if (oFile.Open(sFile, false) != 0) return -1.0;
   MMCKINFO ckRiff, ckFmt, ckData;
-  ckRiff.fccType = mmioFOURCC('W', 'A', 'V', 'E');
+  ckRiff.fccType = kWAVE;
   if (oFile.Descend(ckRiff, nullptr, MMIO_FINDRIFF) != 0) return -1.0;
-  ckFmt.ckid = mmioFOURCC('f', 'm', 't', ' ');
+  ckFmt.ckid = kFmt;
   uint8_t aFmt[20] = {};
   if (oFile.Descend(ckFmt, &ckRiff, MMIO_FINDCHUNK) != 0 || ckFmt.cksize < 16) return -1.0;
   const int64_t n = std::min<int64_t>(ckFmt.cksize, sizeof aFmt);
@@ -36,7 +36,7 @@ double WavLengthSecs(const std::string& sFile) {
   if (lTag == 1) lFramesPerBlock = 1;
   else if ((lTag == 2 || lTag == 17) && n >= 20) lFramesPerBlock = Le(aFmt + 18, 2);
   if (lRate == 0 || lAlign == 0 || lFramesPerBlock == 0) return -1.0;
-  ckData.ckid = mmioFOURCC('d', 'a', 't', 'a');
+  ckData.ckid = kData;
   if (oFile.Descend(ckData, &ckRiff, MMIO_FINDCHUNK) != 0 || ckData.cksize == 0) return -1.0;
   return static_cast<double>(ckData.cksize / lAlign) * lFramesPerBlock / lRate;
 }

@@ -33,6 +33,12 @@ constexpr uint32_t mmioFOURCC(char a, char b, char c, char d) {
          (static_cast<uint32_t>(static_cast<uint8_t>(d)) << 24);
 }
 
+// The chunk ids of a WAVE file.
+constexpr uint32_t kWAVE = mmioFOURCC('W', 'A', 'V', 'E');
+constexpr uint32_t kFmt = mmioFOURCC('f', 'm', 't', ' ');
+constexpr uint32_t kFact = mmioFOURCC('f', 'a', 'c', 't');
+constexpr uint32_t kData = mmioFOURCC('d', 'a', 't', 'a');
+
 class RiffFile {
  public:
   RiffFile() = default;

@@ -98,4 +98,25 @@ inline void CheckConversion(const std::string& sSrc, int64_t llFrames, int iSrcR
   }
 }
 
+// A source of the matrix: a tone of dSecs at iRate with iCh channels.
+struct SourceCase {
+  double dSecs;
+  int iRate;
+  int iCh;
+};
+
+inline std::string SourceName(const SourceCase& c) {
+  return std::to_string(static_cast<int>(c.dSecs * 100)) + "cs_" + std::to_string(c.iRate) + "_" +
+         std::to_string(c.iCh) + "ch";
+}
+
+// Makes the source in sWork and checks its conversion to each target.
+inline void CheckSource(const SourceCase& c, const std::vector<Target>& aTargets, const std::string& sWork) {
+  const std::string sSrc = sWork + "/src.wav";
+  codectest::MakeToneWav(sSrc, c.iRate, c.iCh, c.dSecs);
+  const int64_t llFrames = DataFrames(sSrc);
+  ASSERT_NEAR(static_cast<double>(llFrames), c.dSecs * c.iRate, 1.0);
+  for (const Target& t : aTargets) CheckConversion(sSrc, llFrames, c.iRate, t, sWork);
+}
+
 }  // namespace wavmatrix

@@ -20,32 +20,21 @@ using wavmatrix::Target;
 
 // ------------------------------------------------------------------ conversion matrix
 
-struct SourceCase {
-  double dSecs;
-  int iRate;
-  int iCh;
-};
+using wavmatrix::SourceCase;
 
 class WavExactMatrix : public codectest::ScratchTest, public ::testing::WithParamInterface<SourceCase> {};
 
 TEST_P(WavExactMatrix, EverySourceSampleIsKeptAndTheFactCountIsExact) {
-  const auto c = GetParam();
-  const std::string sSrc = P("src.wav");
-  codectest::MakeToneWav(sSrc, c.iRate, c.iCh, c.dSecs);
-  const int64_t llFrames = wavmatrix::DataFrames(sSrc);
-  ASSERT_NEAR(static_cast<double>(llFrames), c.dSecs * c.iRate, 1.0);
-  for (const Target& t : {Target{1, 48000, 2}, Target{17, 22050, 1}, Target{17, 44100, 2},
-                          Target{2, 8000, 1}, Target{2, 22050, 2}})
-    wavmatrix::CheckConversion(sSrc, llFrames, c.iRate, t, Root());
+  wavmatrix::CheckSource(GetParam(),
+                         {Target{1, 48000, 2}, Target{17, 22050, 1}, Target{17, 44100, 2}, Target{2, 8000, 1},
+                          Target{2, 22050, 2}},
+                         Root());
 }
 
 INSTANTIATE_TEST_SUITE_P(Quick, WavExactMatrix,
                          ::testing::Values(SourceCase{1.0, 44100, 2}, SourceCase{59.99, 44100, 2},
                                            SourceCase{1.0, 8000, 1}, SourceCase{59.99, 22050, 1}),
-                         [](const auto& i) {
-                           return std::to_string(static_cast<int>(i.param.dSecs * 100)) + "cs_" +
-                                  std::to_string(i.param.iRate) + "_" + std::to_string(i.param.iCh) + "ch";
-                         });
+                         [](const auto& i) { return wavmatrix::SourceName(i.param); });
 
 // ------------------------------------------------------------------ unusual sources
 

@@ -14,6 +14,7 @@
 #include <QCoreApplication>
 
 #include "audio/CAudioACM.h"
+#include "common/AudioCount.h"
 #include "common/TempRoot.h"
 #include "config/ClogPeriods.h"
 #include "engine/Globals.h"
@@ -153,26 +154,8 @@ struct Decoded {
 };
 
 inline Decoded Decode(const std::string& sPath) {
-  Decoded d;
-  const std::string sRaw = sPath + ".probe.raw";
-  std::string sOut;
-  const int rc = RunProgram("ffmpeg -hide_banner -nostdin -y -i '" + sPath + "' -ac 1 -ar 8000 -f s16le '" + sRaw + "'", &sOut);
-  // "Stream #0:0: Audio: adpcm_ima_wav ([17][0][0][0] / 0x0011), 22050 Hz, mono, s16p, 88 kb/s"
-  const size_t i = sOut.find("Audio: ");
-  if (i != std::string::npos) {
-    const std::string sLine = sOut.substr(i + 7, sOut.find('\n', i) - i - 7);
-    d.sCodec = sLine.substr(0, sLine.find_first_of(" ,("));
-    const size_t iHz = sLine.find(" Hz, ");
-    if (iHz != std::string::npos) {
-      d.iRate = std::atoi(sLine.c_str() + sLine.rfind(", ", iHz) + 2);
-      const std::string sLayout = sLine.substr(iHz + 5, sLine.find(',', iHz + 5) - iHz - 5);
-      d.iChannels = sLayout == "mono" ? 1 : sLayout == "stereo" ? 2 : std::atoi(sLayout.c_str());
-    }
-  }
-  std::error_code ec;
-  if (rc == 0) d.dSeconds = static_cast<double>(std::filesystem::file_size(sRaw, ec)) / 2 / 8000.0;
-  std::filesystem::remove(sRaw, ec);
-  return d;
+  const audiocount::Counted c = audiocount::CountFrames(sPath);
+  return {c.sCodec, c.iRate, c.iChannels, c.Seconds()};
 }
 
 // The file decodes as sCodec to dSeconds (within dTolerance).
