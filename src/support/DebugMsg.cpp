@@ -8,6 +8,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "support/AppGlobal.h"
@@ -202,3 +203,29 @@ void ResetForTesting() {
 int32_t Indent() { return g_indent; }
 
 }  // namespace DebugLog
+
+TraceScope::TraceScope(std::string sName, int32_t lLevel) : TraceScope(sName, sName, lLevel) {}
+
+TraceScope::TraceScope(std::string sName, std::string sEndName, int32_t lLevel)
+    : m_sEndName(std::move(sEndName)), m_lLevel(lLevel) {
+  DebugMsg("Start " + sName, m_lLevel, 1);
+}
+
+TraceScope::~TraceScope() {
+  if (!m_bOpen) return;
+  try {
+    DebugMsg("End " + m_sEndName, m_lLevel, 2);
+  } catch (...) {
+    // The trace is best effort; a destructor never throws.
+  }
+}
+
+void TraceScope::Exit(const std::string& sReason) {
+  Close(sReason.empty() ? "Exit " + m_sEndName : "Exit " + m_sEndName + " (" + sReason + ")");
+}
+
+void TraceScope::Close(const std::string& sLine) {
+  if (!m_bOpen) return;
+  m_bOpen = false;
+  DebugMsg(sLine, m_lLevel, 2);
+}

@@ -61,6 +61,27 @@ TEST_F(DebugMsgTest, LineFormatIndentAndLevels) {
                                       "13:05:09 End Sub Main", "13:05:09 End again", "13:05:09 resync"}));
 }
 
+TEST_F(DebugMsgTest, TraceScopeClosesOnEveryWayOut) {
+  AppGlobal::SetDebugMode(5);
+  {
+    TraceScope oOuter("Outer");
+    { TraceScope oEarly("Early", "EarlySub"); oEarly.Exit("no file"); }
+    try {
+      TraceScope oThrows("Throws");
+      throw std::runtime_error("x");
+    } catch (const std::runtime_error&) {
+    }
+    TraceScope oOwn("Own");
+    oOwn.Close("Done with Own");
+    oOwn.Exit("ignored: already closed");
+  }
+  EXPECT_EQ(Lines(DefaultFile()),
+            (std::vector<std::string>{"13:05:09 Start Outer", "13:05:09     Start Early",
+                                      "13:05:09     Exit EarlySub (no file)", "13:05:09     Start Throws",
+                                      "13:05:09     End Throws", "13:05:09     Start Own", "13:05:09     Done with Own",
+                                      "13:05:09 End Outer"}));
+}
+
 TEST_F(DebugMsgTest, OffWritesNothingAndFullWritesMemoryColumns) {
   AppGlobal::SetDebugMode(0);
   DebugMsg("nothing", 5);
