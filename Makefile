@@ -3,10 +3,12 @@ JOBS ?= $(shell nproc)
 BUILD ?= build
 TEST_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
+BENCH_BUILD ?= build-bench
 PACKAGE_BUILD ?= build-package
 CTEST_ARGS ?=
+BUILD_ARGS ?=
 
-.PHONY: all deps build test demo fuzz bench clean package
+.PHONY: all deps build test test-slow demo fuzz bench lint format clean package
 
 all: build
 
@@ -15,7 +17,7 @@ deps:
 
 # Release build of the programs into build/bin.
 build: deps
-	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF > /dev/null
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF $(BUILD_ARGS) > /dev/null
 	cmake --build $(BUILD) -j $(JOBS)
 
 # The whole test suite in a build with AddressSanitizer and UndefinedBehaviorSanitizer.
@@ -42,15 +44,28 @@ package: deps
 	cp $(PACKAGE_BUILD)/kestrane-logproc_*.deb .
 	lintian --fail-on error $$(ls -t kestrane-logproc_*.deb | head -n 1)
 
-# libFuzzer targets, built with clang. Run one with e.g.
+# libFuzzer targets, built with clang. Run one on a copy of its seed corpus (the fuzzer
+# adds what it finds to the first folder), e.g.
+#   mkdir -p fuzz-corpus/registry && cp fuzz/corpus/registry/* fuzz-corpus/registry/
 #   build-fuzz/bin/fuzz_registry -max_total_time=300 fuzz-corpus/registry
+# `make test` replays each over its seed corpus and mutations of it (ctest -L fuzz).
 fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKN_FUZZ=ON -DKN_TESTS=OFF > /dev/null
-	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzzers
 
+# The benchmarks (bench/), built into $(BENCH_BUILD)/bin; each is run by hand.
 bench: deps
-	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF -DKN_BENCH=ON > /dev/null
-	cmake --build build-bench -j $(JOBS)
+	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF -DKN_BENCH=ON > /dev/null
+	cmake --build $(BENCH_BUILD) -j $(JOBS)
+
+# Format and clang-tidy's checks on the C++ files changed against LINT_BASE (default: the
+# merge-base with main; HEAD~1 on main), with the test build's compile_commands.json.
+lint: deps
+	bash scripts/lint.sh $(TEST_BUILD)
+
+# Formats every tracked C++ file in place (.clang-format).
+format: deps
+	git ls-files -z '*.cpp' '*.h' ':!:tests/layers/upward/*' | xargs -0 clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(PACKAGE_BUILD) build-bench
+	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(PACKAGE_BUILD) $(BENCH_BUILD)

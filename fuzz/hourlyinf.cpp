@@ -67,8 +67,7 @@ bool Acceptable(const std::string& s) {
     if (!sLine.empty() && sLine[0] == '[') {
       const size_t iClose = sLine.rfind(']');
       // Only the first section of a name counts, and any such line opens one.
-      if (iClose != std::string_view::npos &&
-          TextRules::Trim(sLine.substr(1, iClose - 1), " \t\x1A") == "ACTIONDATES")
+      if (iClose != std::string_view::npos && TextRules::Trim(sLine.substr(1, iClose - 1), " \t\x1A") == "ACTIONDATES")
         return true;
     }
     i = j + 1;
@@ -95,8 +94,9 @@ void CheckPoint(const std::shared_ptr<LogInfo>& p) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  char tmpl[] = "/tmp/knfuzz-inf.XXXXXX";
-  if (char* made = mkdtemp(tmpl)) g_sRoot = made;
+  const char* pTmp = std::getenv("TMPDIR");
+  std::string sTemplate = std::string(pTmp && *pTmp ? pTmp : "/tmp") + "/knfuzz-inf.XXXXXX";
+  if (char* made = mkdtemp(sTemplate.data())) g_sRoot = made;
   setenv("KESTRANE_ROOT", g_sRoot.c_str(), 1);
   const std::string sCmd = "mkdir -p '" + g_sRoot + "/L/20100314/1300'";
   if (std::system(sCmd.c_str()) != 0) return 0;

@@ -16,8 +16,9 @@ std::string g_sRoot;
 }
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  char tmpl[] = "/tmp/knfuzz.XXXXXX";
-  if (char* made = mkdtemp(tmpl)) g_sRoot = made;
+  const char* pTmp = std::getenv("TMPDIR");
+  std::string sTemplate = std::string(pTmp && *pTmp ? pTmp : "/tmp") + "/knfuzz.XXXXXX";
+  if (char* made = mkdtemp(sTemplate.data())) g_sRoot = made;
   setenv("KESTRANE_ROOT", g_sRoot.c_str(), 1);
   std::string cmd = "mkdir -p '" + g_sRoot + "/drive_d/L'";
   if (std::system(cmd.c_str()) != 0) return 0;
