@@ -1,17 +1,11 @@
 // The registry file: reading exports of the Windows registry editor, rewriting them
 // without losing what is not understood, and safe writes between processes.
 #include <gtest/gtest.h>
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <random>
-#include <thread>
 
+#include "SupportTestUtil.h"
 #include "common/TempRoot.h"
 #include "support/ConfigAccess.h"
 #include "support/Faults.h"
@@ -278,12 +272,11 @@ TEST_F(RegistryAccess, WritesAreUtf8ExportsAndReadsSeeTheDisk) {
   EXPECT_EQ(ConfigAccess::GetRegString(kCapture, "LogCount", ""), "-1");
   EXPECT_TRUE(ConfigAccess::RegValueExists(kLogger1, "name"));
   // Writing the stored value again leaves the file alone; a new value replaces it.
-  auto inode = [] { struct stat st {}; return ::stat(Machine::RegistryFile().c_str(), &st) == 0 ? st.st_ino : 0; };
-  const ino_t ino = inode();
+  const ino_t ino = InodeOf(Machine::RegistryFile());
   ASSERT_TRUE(ConfigAccess::SetRegString(kLogger1, "NAME", "One"));
-  EXPECT_EQ(inode(), ino);
+  EXPECT_EQ(InodeOf(Machine::RegistryFile()), ino);
   ASSERT_TRUE(ConfigAccess::SetRegString(kLogger1, "NAME", "Three"));
-  EXPECT_NE(inode(), ino);
+  EXPECT_NE(InodeOf(Machine::RegistryFile()), ino);
   // Another program changes the file: the next read sees it.
   WriteFile("registry.reg", "REGEDIT4\n[HKLM\\" + std::string(kLogger1) + "]\n\"Name\"=\"Two\"\n");
   EXPECT_EQ(ConfigAccess::GetRegString(kLogger1, "Name", ""), "Two");
@@ -292,15 +285,11 @@ TEST_F(RegistryAccess, WritesAreUtf8ExportsAndReadsSeeTheDisk) {
 }
 
 TEST_F(RegistryAccess, CachedReadsFollowEveryChange) {
-  auto setMtime = [&](time_t t) {
-    struct timespec ts[2] = {{t, 0}, {t, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, Machine::RegistryFile().c_str(), ts, 0), 0);
-  };
   WriteFile("registry.reg", "REGEDIT4\n[HKLM\\S]\n\"a\"=\"1\"\n");
-  setMtime(1000000);
+  SetMtime(Machine::RegistryFile(), 1000000);
   EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "1");
   WriteFile("registry.reg", "REGEDIT4\n[HKLM\\S]\n\"a\"=\"2\"\n");  // same size, in place
-  setMtime(1000005);
+  SetMtime(Machine::RegistryFile(), 1000005);
   EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "2");
   ASSERT_TRUE(ConfigAccess::SetRegString("S", "a", "3"));
   EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "3");
@@ -362,22 +351,17 @@ TEST_F(RegistryAccess, TwoProcessesNeverLoseEachOthersValues) {
 
 TEST_F(RegistryAccess, KilledWriterLeavesAWholeFile) {
   for (int i = 0; i < 50; ++i) ConfigAccess::SetRegString("S\\Base", "v" + std::to_string(i), std::string(40, 'a' + i % 26));
-  std::mt19937 gen(11);
-  for (int round = 0; round < 30; ++round) {
-    const pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      for (int n = 0;; ++n) ConfigAccess::SetRegString("S\\Busy", "n", std::string(static_cast<size_t>(n % 300), 'x'));
-    }
-    std::this_thread::sleep_for(std::chrono::microseconds(2000 + gen() % 20000));
-    kill(pid, SIGKILL);
-    int st = 0;
-    ASSERT_EQ(waitpid(pid, &st, 0), pid);
-    const RegistryFile r = RegistryFile::Parse(ReadFile("registry.reg"));
-    ASSERT_TRUE(r.Problems().empty()) << "round " << round << ": " << r.Problems()[0].sText;
-    for (int i = 0; i < 50; ++i)
-      ASSERT_EQ(Text(r, "S\\Base", "v" + std::to_string(i)), std::string(40, 'a' + i % 26)) << "round " << round;
-  }
+  KillWritersAtRandom(
+      11, 21000,
+      [] {
+        for (int n = 0;; ++n) ConfigAccess::SetRegString("S\\Busy", "n", std::string(static_cast<size_t>(n % 300), 'x'));
+      },
+      [&](int round) {
+        const RegistryFile r = RegistryFile::Parse(ReadFile("registry.reg"));
+        ASSERT_TRUE(r.Problems().empty()) << "round " << round << ": " << r.Problems()[0].sText;
+        for (int i = 0; i < 50; ++i)
+          ASSERT_EQ(Text(r, "S\\Base", "v" + std::to_string(i)), std::string(40, 'a' + i % 26)) << "round " << round;
+      });
   // The next writer clears what the killed ones left: only the file and its lock stay.
   ASSERT_TRUE(ConfigAccess::SetRegString("S\\Busy", "n", "done"));
   EXPECT_EQ(FilesInRoot(), 2u);
