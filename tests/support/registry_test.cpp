@@ -108,6 +108,11 @@ TEST(RegistryFileRead, MalformedLinesAreSkippedAndReported) {
       "[HKEY_LOCAL_MACHINE\\T\n"
       "\"orphan\"=\"belongs to no key\"\n";
   RegistryFile r = RegistryFile::Parse(s);
+  std::vector<std::string> aReasons;
+  for (const auto& p : r.Problems()) aReasons.push_back(p.sReason);
+  EXPECT_EQ(aReasons, (std::vector<std::string>{"dword value is not 1 to 8 hex digits", "string without closing quote",
+                                                "unreadable hex bytes", "unreadable line", "unknown value type",
+                                                "key line without closing bracket", "value outside a key"}));
   ASSERT_EQ(r.Problems().size(), 7u);
   EXPECT_EQ(r.Problems()[0].iLine, 4);
   EXPECT_EQ(r.Problems()[0].sText, "\"bad1\"=dword:xyz");
