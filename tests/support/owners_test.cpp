@@ -1,5 +1,5 @@
-// The owners of descriptors and directory streams: what they hold is closed exactly
-// once, by whoever holds it last.
+// The owner of a descriptor: what it holds is closed exactly once, by whoever holds it
+// last.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -44,15 +44,4 @@ TEST(UniqueFdTest, TheLastHolderClosesOnce) {
   UniqueFd stale(NewFd());
   ::close(stale.Get());
   EXPECT_FALSE(stale.Close());
-}
-
-TEST(UniqueFdTest, DirectoryStreamClosesItsDescriptor) {
-  int fd = -1;
-  {
-    UniqueDir d(::opendir("/"));
-    ASSERT_TRUE(d);
-    fd = ::dirfd(d.get());
-    EXPECT_TRUE(IsOpenFd(fd));
-  }
-  EXPECT_FALSE(IsOpenFd(fd));
 }

@@ -2,6 +2,8 @@
 // functions, and safe, cached access to the files on disk.
 #include <gtest/gtest.h>
 #include <grp.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -239,22 +241,4 @@ TEST_F(ProfileAccess, FailedWritesLeaveTheOldFile) {
   Faults::DisarmAll();
   EXPECT_EQ(ReadFile("h.inf"), "[Hour]\nStandard=5\n");
   EXPECT_EQ(std::distance(fs::directory_iterator(Root()), fs::directory_iterator()), 1);
-}
-
-TEST_F(ProfileAccess, KilledWriterLeavesAWholeFile) {
-  const std::string sFile = PathIn("k.inf");
-  for (int i = 0; i < 60; ++i)
-    ASSERT_TRUE(ConfigAccess::WriteProfileString("Base", "k" + std::to_string(i), std::string(30, 'a' + i % 26), sFile));
-  KillWritersAtRandom(
-      5, 15000,
-      [&] {
-        for (int n = 1;; ++n)
-          ConfigAccess::WriteProfileString("Busy", "n", std::string(static_cast<size_t>(n % 500), 'x'), sFile);
-      },
-      [&](int round) {
-        const ProfileFile f = ProfileFile::Parse(ReadFile("k.inf"));
-        for (int i = 0; i < 60; ++i)
-          ASSERT_EQ(f.GetString("Base", "k" + std::to_string(i)), std::string(30, 'a' + i % 26)) << "round " << round;
-        ASSERT_EQ(f.GetString("Busy", "n").value_or("").find_first_not_of('x'), std::string::npos);
-      });
 }

@@ -1,9 +1,14 @@
 // The registry file: reading exports of the Windows registry editor, rewriting them
 // without losing what is not understood, and safe writes between processes.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <random>
+#include <thread>
 
 #include "SupportTestUtil.h"
 #include "common/TempRoot.h"
@@ -356,17 +361,22 @@ TEST_F(RegistryAccess, TwoProcessesNeverLoseEachOthersValues) {
 
 TEST_F(RegistryAccess, KilledWriterLeavesAWholeFile) {
   for (int i = 0; i < 50; ++i) ConfigAccess::SetRegString("S\\Base", "v" + std::to_string(i), std::string(40, 'a' + i % 26));
-  KillWritersAtRandom(
-      11, 21000,
-      [] {
-        for (int n = 0;; ++n) ConfigAccess::SetRegString("S\\Busy", "n", std::string(static_cast<size_t>(n % 300), 'x'));
-      },
-      [&](int round) {
-        const RegistryFile r = RegistryFile::Parse(ReadFile("registry.reg"));
-        ASSERT_TRUE(r.Problems().empty()) << "round " << round << ": " << r.Problems()[0].sText;
-        for (int i = 0; i < 50; ++i)
-          ASSERT_EQ(Text(r, "S\\Base", "v" + std::to_string(i)), std::string(40, 'a' + i % 26)) << "round " << round;
-      });
+  std::mt19937 gen(11);
+  for (int round = 0; round < 30; ++round) {
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      for (int n = 0;; ++n) ConfigAccess::SetRegString("S\\Busy", "n", std::string(static_cast<size_t>(n % 300), 'x'));
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(2000 + gen() % 20000));
+    kill(pid, SIGKILL);
+    int st = 0;
+    ASSERT_EQ(waitpid(pid, &st, 0), pid);
+    const RegistryFile r = RegistryFile::Parse(ReadFile("registry.reg"));
+    ASSERT_TRUE(r.Problems().empty()) << "round " << round << ": " << r.Problems()[0].sText;
+    for (int i = 0; i < 50; ++i)
+      ASSERT_EQ(Text(r, "S\\Base", "v" + std::to_string(i)), std::string(40, 'a' + i % 26)) << "round " << round;
+  }
   // The next writer clears what the killed ones left: only the file and its lock stay.
   ASSERT_TRUE(ConfigAccess::SetRegString("S\\Busy", "n", "done"));
   EXPECT_EQ(FilesInRoot(), 2u);
