@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "support/Faults.h"
+#include "support/UniqueFd.h"
 
 namespace {
 constexpr uint32_t kRIFF = mmioFOURCC('R', 'I', 'F', 'F');
@@ -21,23 +22,21 @@ void Put32(uint8_t* p, uint32_t v) {
 }
 }  // namespace
 
-RiffFile::~RiffFile() {
-  if (m_iFd >= 0) ::close(m_iFd);
-}
+RiffFile::~RiffFile() = default;
 
 int RiffFile::Open(const std::string& sPath, bool bCreate) {
-  if (m_iFd >= 0) Close();
+  if (m_iFd) Close();
   if (int e = Faults::Hit("audio.open")) return e;
-  int fd = bCreate ? ::open(sPath.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)
-                   : ::open(sPath.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno;
+  return OpenFile(sPath, bCreate);
+}
+
+int RiffFile::OpenFile(const std::string& sPath, bool bCreate) {
+  UniqueFd fd(bCreate ? ::open(sPath.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)
+                      : ::open(sPath.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) return errno;
   struct stat st {};
-  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    int e = S_ISREG(st.st_mode) ? errno : EISDIR;
-    ::close(fd);
-    return e;
-  }
-  m_iFd = fd;
+  if (::fstat(fd.Get(), &st) != 0 || !S_ISREG(st.st_mode)) return S_ISREG(st.st_mode) ? errno : EISDIR;
+  m_iFd = std::move(fd);
   m_bWritten = false;
   m_llPos = 0;
   m_llSize = st.st_size;
@@ -45,28 +44,39 @@ int RiffFile::Open(const std::string& sPath, bool bCreate) {
 }
 
 int RiffFile::Close() {
-  if (m_iFd < 0) return EBADF;
+  if (!m_iFd) return EBADF;
   int e = 0;
-  if (m_bWritten && ::fsync(m_iFd) != 0) e = errno;
-  if (::close(m_iFd) != 0 && e == 0) e = errno;
-  m_iFd = -1;
+  if (m_bWritten && ::fsync(m_iFd.Get()) != 0) e = errno;
+  if (!m_iFd.Close() && e == 0) e = errno;
   return e;
 }
 
-int RiffFile::GetInfo() const { return m_iFd >= 0 ? 0 : EBADF; }
+int RiffFile::GetInfo() const { return m_iFd ? 0 : EBADF; }
+
+int64_t RiffFile::ReadWaveFormat(const std::string& sPath, uint8_t* pFormat, int64_t llMax) {
+  RiffFile f;
+  if (int e = f.OpenFile(sPath, false)) return -e;
+  MMCKINFO ckRiff, ckFmt;
+  ckRiff.fccType = kWAVE;
+  ckFmt.ckid = kFmt;
+  if (f.Descend(ckRiff, nullptr, MMIO_FINDRIFF) != 0 || f.Descend(ckFmt, &ckRiff, MMIO_FINDCHUNK) != 0)
+    return 0;
+  const int64_t n = f.Read(pFormat, std::min<int64_t>(ckFmt.cksize, llMax));
+  return n < 0 ? -EIO : n;
+}
 
 int64_t RiffFile::Seek(int64_t llOffset) {
-  if (m_iFd < 0 || llOffset < 0) return -1;
+  if (!m_iFd || llOffset < 0) return -1;
   m_llPos = llOffset;
   return m_llPos;
 }
 
 int64_t RiffFile::Read(void* p, int64_t n) {
-  if (m_iFd < 0 || n < 0) return -1;
+  if (!m_iFd || n < 0) return -1;
   int64_t llDone = 0;
   auto* q = static_cast<uint8_t*>(p);
   while (llDone < n) {
-    ssize_t r = ::pread(m_iFd, q + llDone, static_cast<size_t>(n - llDone), m_llPos + llDone);
+    ssize_t r = ::pread(m_iFd.Get(), q + llDone, static_cast<size_t>(n - llDone), m_llPos + llDone);
     if (r < 0) {
       if (errno == EINTR) continue;
       return -1;
@@ -79,7 +89,7 @@ int64_t RiffFile::Read(void* p, int64_t n) {
 }
 
 int64_t RiffFile::Write(const void* p, int64_t n) {
-  if (m_iFd < 0 || n < 0) {
+  if (!m_iFd || n < 0) {
     errno = EBADF;
     return -1;
   }
@@ -91,7 +101,7 @@ int64_t RiffFile::Write(const void* p, int64_t n) {
   int64_t llDone = 0;
   const auto* q = static_cast<const uint8_t*>(p);
   while (llDone < n) {
-    ssize_t r = ::pwrite(m_iFd, q + llDone, static_cast<size_t>(n - llDone), m_llPos + llDone);
+    ssize_t r = ::pwrite(m_iFd.Get(), q + llDone, static_cast<size_t>(n - llDone), m_llPos + llDone);
     if (r < 0) {
       if (errno == EINTR) continue;
       return -1;
@@ -118,7 +128,7 @@ int32_t RiffFile::CreateChunk(MMCKINFO& ck, uint32_t lFlags) {
 }
 
 int32_t RiffFile::Descend(MMCKINFO& ck, const MMCKINFO* pParent, uint32_t lFlags) {
-  if (m_iFd < 0) return MMIOERR_CANNOTSEEK;
+  if (!m_iFd) return MMIOERR_CANNOTSEEK;
   int64_t llEnd = m_llSize;
   if (pParent)
     llEnd = std::min<int64_t>(llEnd, static_cast<int64_t>(pParent->dwDataOffset) + pParent->cksize);
@@ -153,13 +163,13 @@ int32_t RiffFile::Descend(MMCKINFO& ck, const MMCKINFO* pParent, uint32_t lFlags
 
 uint32_t RiffFile::DeclaredSize(const MMCKINFO& ck) const {
   uint8_t b[4];
-  if (m_iFd < 0 || ck.dwDataOffset < 4) return 0;
-  if (::pread(m_iFd, b, 4, static_cast<off_t>(ck.dwDataOffset) - 4) != 4) return 0;
+  if (!m_iFd || ck.dwDataOffset < 4) return 0;
+  if (::pread(m_iFd.Get(), b, 4, static_cast<off_t>(ck.dwDataOffset) - 4) != 4) return 0;
   return Get32(b);
 }
 
 int32_t RiffFile::Ascend(MMCKINFO& ck) {
-  if (m_iFd < 0) return MMIOERR_CANNOTSEEK;
+  if (!m_iFd) return MMIOERR_CANNOTSEEK;
   if (ck.dwFlags & MMIO_DIRTY) {
     const int64_t llSize = m_llPos - static_cast<int64_t>(ck.dwDataOffset);
     if (llSize < 0 || llSize > 0xFFFFFFFFll) return MMIOERR_CANNOTWRITE;

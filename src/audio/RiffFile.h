@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include "support/UniqueFd.h"
+
 struct MMCKINFO {
   uint32_t ckid = 0;
   uint32_t cksize = 0;
@@ -52,7 +54,7 @@ class RiffFile {
   // Closes; a file that was written is flushed to disk first. 0 or an errno value (the
   // file is closed in any case).
   int Close();
-  bool IsOpen() const { return m_iFd >= 0; }
+  bool IsOpen() const { return m_iFd.Valid(); }
   // The status query: 0 while the file is usable.
   int GetInfo() const;
 
@@ -79,8 +81,16 @@ class RiffFile {
   // odd; the position moves behind the chunk.
   int32_t Ascend(MMCKINFO& ck);
 
+  // The format chunk of a WAVE file, up to llMax bytes of it, into pFormat: the bytes
+  // read (0 when the file has no RIFF WAVE form or no format chunk), or a negative errno
+  // value when the file cannot be opened or read. A look at a file, not an open of
+  // audio: no fault point is asked.
+  static int64_t ReadWaveFormat(const std::string& sPath, uint8_t* pFormat, int64_t llMax);
+
  private:
-  int m_iFd = -1;
+  int OpenFile(const std::string& sPath, bool bCreate);
+
+  UniqueFd m_iFd;
   bool m_bWritten = false;
   int64_t m_llPos = 0;
   int64_t m_llSize = 0;

@@ -11,6 +11,7 @@
 #include "support/DebugMsg.h"
 #include "support/FileHelper.h"
 #include "support/Journal.h"
+#include "support/UniqueFd.h"
 
 namespace {
 
@@ -88,13 +89,12 @@ void CopierRun::RemoveLeftovers(const std::string& sTarget) {
   const std::string sStart = "." + FileHelper::GetFileName(sTarget) + ".shuttle-";
   struct stat st{};
   if (::lstat(sTarget.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) FileHelper::DeleteFile(sTarget);
-  DIR* pDir = ::opendir(sFolder.empty() ? "." : sFolder.c_str());
+  UniqueDir pDir(::opendir(sFolder.empty() ? "." : sFolder.c_str()));
   if (!pDir) return;
-  while (const dirent* pEntry = ::readdir(pDir)) {
+  while (const dirent* pEntry = ::readdir(pDir.get())) {
     const std::string sName = pEntry->d_name;
     if (sName.compare(0, sStart.size(), sStart) != 0) continue;
     const std::string sPath = sFolder + "/" + sName;
     if (::lstat(sPath.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) FileHelper::DeleteFile(sPath);
   }
-  ::closedir(pDir);
 }

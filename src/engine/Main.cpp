@@ -24,6 +24,7 @@
 #include "support/Machine.h"
 #include "support/MsgBox.h"
 #include "support/ProcessTable.h"
+#include "support/UniqueFd.h"
 
 namespace {
 
@@ -41,22 +42,22 @@ RootLock TakeRootLock(std::string& sWhy) {
   ::mkdir(Machine::Root().c_str(), 0755);
   ::mkdir(sRun.c_str(), 0755);
   const std::string sLock = sRun + "/knlogproc.lock";
-  int fd = ::open(sLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+  UniqueFd fd(::open(sLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
   // A lock file that this user can't write (made by another user) still locks.
-  if (fd < 0 && (errno == EACCES || errno == EROFS)) fd = ::open(sLock.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  if (fd < 0) {
+  if (!fd && (errno == EACCES || errno == EROFS))
+    fd.Reset(::open(sLock.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (!fd) {
     sWhy = fmt::format("cannot open {}: {}", sLock, std::strerror(errno));
     return RootLock::Unavailable;
   }
-  while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+  while (::flock(fd.Get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno == EINTR) continue;
     const int e = errno;
-    ::close(fd);
     if (e == EWOULDBLOCK) return RootLock::Held;
     sWhy = fmt::format("cannot lock {}: {}", sLock, std::strerror(e));
     return RootLock::Unavailable;
   }
-  g_iRootLock = fd;
+  g_iRootLock = fd.Release();  // held for the life of the process
   return RootLock::Taken;
 }
 

@@ -21,6 +21,7 @@
 #include "support/Journal.h"
 #include "support/Machine.h"
 #include "support/ProfileFile.h"
+#include "support/UniqueFd.h"
 #include "support/VbDate.h"
 
 namespace {
@@ -41,11 +42,11 @@ constexpr int kNotRegularFile = -1;
 // of the failed read, or EFBIG for a file beyond kMaxFileSize. Tests inject read failures
 // at the point "inf.read".
 int ReadInfFile(const std::string& sPath, std::string& sBytes, CHourlyInf::FileStamp& oStamp) {
-  const int fd = ::open(sPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (fd < 0) return errno == ENOTDIR ? ENOENT : errno;
+  const UniqueFd fd(::open(sPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!fd) return errno == ENOTDIR ? ENOENT : errno;
   struct stat st {};
   int e = 0;
-  if (::fstat(fd, &st) != 0) {
+  if (::fstat(fd.Get(), &st) != 0) {
     e = errno;
   } else if (S_ISDIR(st.st_mode)) {
     e = ENOENT;
@@ -71,7 +72,7 @@ int ReadInfFile(const std::string& sPath, std::string& sBytes, CHourlyInf::FileS
         }
         sBytes.resize(sBytes.size() * 2);
       }
-      const ssize_t n = ::read(fd, sBytes.data() + iHave, sBytes.size() - iHave);
+      const ssize_t n = ::read(fd.Get(), sBytes.data() + iHave, sBytes.size() - iHave);
       if (n < 0) {
         if (errno == EINTR) continue;
         e = errno;
@@ -83,7 +84,6 @@ int ReadInfFile(const std::string& sPath, std::string& sBytes, CHourlyInf::FileS
     }
     sBytes.resize(iHave);
   }
-  ::close(fd);
   return e;
 }
 

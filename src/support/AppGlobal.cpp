@@ -15,6 +15,7 @@
 
 #include <fmt/format.h>
 
+#include "support/UniqueFd.h"
 #include "support/VbDate.h"
 
 extern char** environ;
@@ -165,12 +166,11 @@ void WaitAWhile(int iPidFd, int iMs) {
   }
 }
 
-}  // namespace
-
-RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>& aArgs,
-                     const RunControl& oControl) {
-  RunResult oResult;
-  const bool bOwnGroup = oControl.bOwnGroup;
+// Starts the program; its pid, or -1 when it could not be forked. bExecFailed: the
+// program was forked but could not be started (the exec failed).
+pid_t StartProgram(const std::string& sProgram, const std::vector<std::string>& aArgs,
+                   bool bOwnGroup, bool& bExecFailed) {
+  bExecFailed = false;
   std::vector<std::string> args = aArgs;
   args.insert(args.begin(), sProgram);
   std::vector<char*> argv;
@@ -180,21 +180,18 @@ RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>
   // The program learns of a failed start through a close-on-exec pipe: a
   // successful exec closes it empty, a failed one writes errno into it.
   int aPipe[2];
-  if (::pipe2(aPipe, O_CLOEXEC) != 0) return oResult;
+  if (::pipe2(aPipe, O_CLOEXEC) != 0) return -1;
+  UniqueFd oReadEnd(aPipe[0]), oWriteEnd(aPipe[1]);
   const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
-  if (pid < 0) {
-    ::close(aPipe[0]);
-    ::close(aPipe[1]);
-    return oResult;
-  }
+  if (pid < 0) return -1;
   if (pid == 0) {
     // Only async-signal-safe calls from here to exec. A child outlives a
     // killed parent by default; a copier left running would go on writing
     // into an hour that the next run of the parent works on, so it is told
     // to stop (SIGTERM, on which it removes its temporary file). The signal
     // follows the death of the calling thread: callers are on the main thread.
-    ::close(aPipe[0]);
+    oReadEnd.Reset();
     // A group of its own lets an end reach whatever the program started.
     if (bOwnGroup) ::setpgid(0, 0);
     sigset_t all;
@@ -204,19 +201,31 @@ RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>
     if (::getppid() != parent) ::_exit(127);  // the parent died before prctl
     ::execve(sProgram.c_str(), argv.data(), environ);
     const int iErr = errno;
-    [[maybe_unused]] ssize_t n = ::write(aPipe[1], &iErr, sizeof iErr);
+    [[maybe_unused]] ssize_t n = ::write(oWriteEnd.Get(), &iErr, sizeof iErr);
     ::_exit(127);
   }
   if (bOwnGroup) ::setpgid(pid, pid);  // either side may come first; the other fails harmlessly
-  ::close(aPipe[1]);
+  oWriteEnd.Reset();
   int iExecErr = 0;
   ssize_t nRead;
   do {
-    nRead = ::read(aPipe[0], &iExecErr, sizeof iExecErr);
+    nRead = ::read(oReadEnd.Get(), &iExecErr, sizeof iExecErr);
   } while (nRead < 0 && errno == EINTR);
-  ::close(aPipe[0]);
+  bExecFailed = nRead > 0;
+  return pid;
+}
 
-  const int iPidFd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+}  // namespace
+
+RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>& aArgs,
+                     const RunControl& oControl) {
+  RunResult oResult;
+  const bool bOwnGroup = oControl.bOwnGroup;
+  bool bExecFailed = false;
+  const pid_t pid = StartProgram(sProgram, aArgs, bOwnGroup, bExecFailed);
+  if (pid < 0) return oResult;
+
+  UniqueFd oPidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
   const auto tStart = SteadyClock::now();
   SteadyClock::time_point tTerm{};
   enum { Running, Terminating, Killed } ePhase = Running;
@@ -231,11 +240,8 @@ RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>
     siginfo_t info{};
     const int r = ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
     if (r == 0 && info.si_pid == pid) break;
-    if (r < 0 && errno != EINTR) {
-      if (iPidFd >= 0) ::close(iPidFd);
-      return oResult;
-    }
-    if (ePhase == Running && nRead <= 0) {
+    if (r < 0 && errno != EINTR) return oResult;
+    if (ePhase == Running && !bExecFailed) {
       if (oControl.fnStopRequested && oControl.fnStopRequested()) eEnded = RunOutcome::Stopped;
       else if (oControl.lTimeoutSecs > 0 && MillisecondsSince(tStart) >= int64_t{oControl.lTimeoutSecs} * 1000)
         eEnded = RunOutcome::TimedOut;
@@ -249,14 +255,14 @@ RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>
       ePhase = Killed;
     }
     if (oControl.fnWhileWaiting) oControl.fnWhileWaiting();
-    WaitAWhile(iPidFd, 50);
+    WaitAWhile(oPidFd.Get(), 50);
   }
-  if (iPidFd >= 0) ::close(iPidFd);
+  oPidFd.Reset();
   // Whatever the program left running in its group goes with it.
   if (bOwnGroup && ePhase != Running) ::kill(-pid, SIGKILL);
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
-  if (nRead > 0) return oResult;  // the program could not be started
+  if (bExecFailed) return oResult;  // the program could not be started
   if (eEnded != RunOutcome::Exited) {
     oResult.eOutcome = eEnded;
   } else if (WIFEXITED(status)) {
@@ -279,12 +285,10 @@ std::string PadLeftText(const std::string& s, int32_t lWidth, char chPad) {
 }
 
 bool AppendTextLine(const std::string& sFile, bool, const std::string& sText) {
-  int fd = ::open(sFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0) return false;
+  const UniqueFd fd(::open(sFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+  if (!fd) return false;
   std::string line = sText + "\r\n";
-  bool ok = ::write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size());
-  ::close(fd);
-  return ok;
+  return ::write(fd.Get(), line.data(), line.size()) == static_cast<ssize_t>(line.size());
 }
 
 // ROT47 over the printable characters: its own inverse, keeps text printable.
@@ -312,10 +316,6 @@ std::string ByteArrayText(const uint8_t* pBytes, size_t lCount) {
     out += fmt::format("{:02X}", pBytes[i]);
   }
   return out;
-}
-
-double LargeToDouble(uint32_t lLow, uint32_t lHigh) {
-  return static_cast<double>(lHigh) * 4294967296.0 + static_cast<double>(lLow);
 }
 
 void DoEvents() {

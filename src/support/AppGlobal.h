@@ -86,8 +86,6 @@ std::string NewGUID();
 // Bytes as text ("00 1A FF ...") for traces of codec data.
 std::string ByteArrayText(const uint8_t* pBytes, size_t lCount);
 
-double LargeToDouble(uint32_t lLow, uint32_t lHigh);
-
 template <class T> T Smaller(T a, T b) { return std::min(a, b); }
 template <class T> T Larger(T a, T b) { return std::max(a, b); }
 template <class T> T Clamp(T v, T lo, T hi) { return v < lo ? lo : (v > hi ? hi : v); }

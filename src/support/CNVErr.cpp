@@ -2,12 +2,6 @@
 
 #include "support/DebugMsg.h"
 
-RaisedError::RaisedError(int32_t lNumber, std::string sSource, std::string sDescription)
-    : std::runtime_error(sDescription),
-      Number(lNumber),
-      Source(std::move(sSource)),
-      Description(std::move(sDescription)) {}
-
 CNVErr::CNVErr() {
   DebugMsg("Start CNVErr::Initialise", 5, 1);
   DebugMsg("End CNVErr::Initialise", 5, 2);

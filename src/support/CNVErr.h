@@ -1,18 +1,10 @@
 #pragma once
-// The error value of the system, and the raised error that carries one.
+// The error value of the system, raised as a RaisedError and loaded back from one. A
+// raised error is caught by the local handler of the routine that must go on.
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 
-// A raised error: number, source and description. Thrown where the system raises an
-// error; caught by the local handler of the routine that must go on.
-class RaisedError : public std::runtime_error {
- public:
-  RaisedError(int32_t lNumber, std::string sSource, std::string sDescription);
-  int32_t Number;
-  std::string Source;
-  std::string Description;
-};
+#include "support/RaisedError.h"
 
 class CNVErr {
  public:

@@ -11,7 +11,6 @@
 namespace {
 
 std::mutex g_mutex;
-std::function<double()> g_source;
 bool g_fixed = false;
 double g_fixedValue = 0;
 double g_offsetDays = 0;  // added to the real clock (KESTRANE_CLOCK_START, Advance)
@@ -43,19 +42,12 @@ namespace Clock {
 double Now() {
   std::call_once(g_envOnce, LoadFromEnvironment);
   std::lock_guard<std::mutex> lock(g_mutex);
-  if (g_source) return g_source();
   if (g_fixed) return g_fixedValue;
   return RealNow() + g_offsetDays;
 }
 
-void SetSource(std::function<double()> fn) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  g_source = std::move(fn);
-}
-
 void SetFixed(double dDate) {
   std::lock_guard<std::mutex> lock(g_mutex);
-  g_source = nullptr;
   g_fixed = true;
   g_fixedValue = dDate;
 }
@@ -69,7 +61,6 @@ void Advance(double dSeconds) {
 void Reset() {
   std::call_once(g_envOnce, LoadFromEnvironment);
   std::lock_guard<std::mutex> lock(g_mutex);
-  g_source = nullptr;
   g_fixed = false;
   g_offsetDays = 0;
 }

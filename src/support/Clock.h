@@ -3,14 +3,10 @@
 // Tests set it: a fixed moment, or a moment from which time runs on at real speed.
 // A whole process can be started at a chosen moment with the environment variable
 // KESTRANE_CLOCK_START="yyyy-mm-dd hh:nn:ss" (time then runs on from there).
-#include <functional>
-
 namespace Clock {
 
 double Now();
 
-// Tests: every Now() returns what `fn` returns, until Reset().
-void SetSource(std::function<double()> fn);
 // Tests: Now() returns dDate and stays there until changed.
 void SetFixed(double dDate);
 // Tests: move a fixed or running clock by a number of seconds.

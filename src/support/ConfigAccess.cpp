@@ -23,6 +23,7 @@
 #include "support/Machine.h"
 #include "support/ProfileFile.h"
 #include "support/RegistryFile.h"
+#include "support/UniqueFd.h"
 
 namespace ConfigAccess {
 
@@ -61,17 +62,17 @@ void ReportOnce(const std::string& sWhat, const std::string& sText) {
 // kErrNotRegularFile for a pipe, a device or a socket: such a name is refused, and never
 // opened for a read that could block (the open itself doesn't wait for a writer).
 int ReadWithStatus(const std::string& sFile, std::string& sBytes, struct stat& st) {
-  const int fd = ::open(sFile.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (fd < 0) return errno;
+  const UniqueFd fd(::open(sFile.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!fd) return errno;
   int e = 0;
-  if (::fstat(fd, &st) != 0) e = errno;
+  if (::fstat(fd.Get(), &st) != 0) e = errno;
   else if (S_ISDIR(st.st_mode)) e = EISDIR;
   else if (!S_ISREG(st.st_mode)) e = kErrNotRegularFile;
   std::string s;
   if (!e && st.st_size > 0) s.reserve(static_cast<size_t>(st.st_size));
   char aBuf[65536];
   while (!e) {
-    const ssize_t n = ::read(fd, aBuf, sizeof aBuf);
+    const ssize_t n = ::read(fd.Get(), aBuf, sizeof aBuf);
     if (n < 0) {
       if (errno != EINTR) e = errno;
       continue;
@@ -79,7 +80,6 @@ int ReadWithStatus(const std::string& sFile, std::string& sBytes, struct stat& s
     if (n == 0) break;
     s.append(aBuf, static_cast<size_t>(n));
   }
-  ::close(fd);
   if (!e) sBytes = std::move(s);
   return e;
 }
@@ -187,13 +187,11 @@ bool ChangeRegistry(const std::function<bool(RegistryFile&)>& fnChange) {
   const std::string sPath = Machine::RegistryFile();
   std::error_code ec;
   std::filesystem::create_directories(Machine::Root(), ec);
-  const int fdLock = ::open((sPath + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-  if (fdLock < 0) return false;
-  while (::flock(fdLock, LOCK_EX) != 0) {
-    if (errno != EINTR) {
-      ::close(fdLock);
-      return false;
-    }
+  // Closing the lock file releases the lock, on every way out.
+  const UniqueFd fdLock(::open((sPath + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+  if (!fdLock) return false;
+  while (::flock(fdLock.Get(), LOCK_EX) != 0) {
+    if (errno != EINTR) return false;
   }
   // Under the lock no other writer is at work: a temporary file is a killed writer's.
   RemoveAtomicLeftovers(sPath);
@@ -211,7 +209,6 @@ bool ChangeRegistry(const std::function<bool(RegistryFile&)>& fnChange) {
   } else {
     ReportUnreadable(sPath, e);
   }
-  ::close(fdLock);  // releases the lock
   return bOk;
 }
 

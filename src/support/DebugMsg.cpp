@@ -19,6 +19,7 @@
 #include "support/Machine.h"
 #include "support/MsgBox.h"
 #include "support/OsInfo.h"
+#include "support/UniqueFd.h"
 #include "support/VbDate.h"
 
 namespace {
@@ -144,17 +145,16 @@ void DebugMsg(const std::string& sMessage, int32_t lLevel, int32_t lMark) {
   line += sMessage;
   line += "\r\n";
 
-  int fd = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  if (fd >= 0) {
+  const UniqueFd fd(::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+  if (fd) {
     const char* p = line.data();
     size_t left = line.size();
     while (left > 0) {
-      ssize_t n = ::write(fd, p, left);
+      ssize_t n = ::write(fd.Get(), p, left);
       if (n <= 0) break;
       p += n;
       left -= static_cast<size_t>(n);
     }
-    ::close(fd);
   }
   if (lMark == 1) ++g_indent;
 }

@@ -93,11 +93,6 @@ void Arm(const std::string& sPoint, int iErrno, int iSkip, int iCount) {
   ArmLocked(sPoint, iErrno, iSkip, iCount);
 }
 
-void Disarm(const std::string& sPoint) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  if (g_points) g_points->erase(sPoint);
-}
-
 void DisarmAll() {
   std::lock_guard<std::mutex> lock(g_mutex);
   if (g_points) g_points->clear();

@@ -22,7 +22,6 @@ int Hit(const char* sPoint);
 // Arm a point: the first `iSkip` hits pass, then `iCount` hits fail with `iErrno`
 // (iCount < 0: every hit from then on).
 void Arm(const std::string& sPoint, int iErrno, int iSkip = 0, int iCount = -1);
-void Disarm(const std::string& sPoint);
 void DisarmAll();
 
 }  // namespace Faults

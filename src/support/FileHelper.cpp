@@ -17,6 +17,7 @@
 
 #include "support/Faults.h"
 #include "support/Machine.h"
+#include "support/UniqueFd.h"
 
 namespace {
 
@@ -69,17 +70,14 @@ bool IsDirectory(const std::string& sPath) {
   return ::stat(sPath.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-// Removes everything inside the open folder fd (and closes fd). Entries are looked at
+// Removes everything inside the open folder fd. Entries are looked at
 // without following links, and sub-folders are opened with O_NOFOLLOW, so that nothing
 // outside the folder is ever reached; a sub-folder on another device (a mount point) is
 // left alone and reported as EXDEV. Goes on past failures; returns the first.
-int32_t RemoveContentsAt(int fd, dev_t device) {
-  DIR* d = ::fdopendir(fd);
-  if (!d) {
-    const int e = errno;
-    ::close(fd);
-    return e;
-  }
+int32_t RemoveContentsAt(UniqueFd oFd, dev_t device) {
+  const UniqueDir d(::fdopendir(oFd.Get()));
+  if (!d) return errno;
+  const int fd = oFd.Release();  // the directory stream closes it now
   int32_t lFirst = 0;
   auto note = [&lFirst](int32_t e) {
     if (e && !lFirst) lFirst = e;
@@ -88,7 +86,7 @@ int32_t RemoveContentsAt(int fd, dev_t device) {
   std::vector<std::string> aNames;
   for (;;) {
     errno = 0;
-    dirent* e = ::readdir(d);
+    dirent* e = ::readdir(d.get());
     if (!e) {
       note(errno);
       break;
@@ -110,16 +108,15 @@ int32_t RemoveContentsAt(int fd, dev_t device) {
       note(EXDEV);
       continue;
     }
-    const int sub = ::openat(fd, sName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (sub < 0) {
+    UniqueFd sub(::openat(fd, sName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!sub) {
       note(errno);
       continue;
     }
-    const int32_t e = RemoveContentsAt(sub, device);
+    const int32_t e = RemoveContentsAt(std::move(sub), device);
     note(e);
     if (!e && ::unlinkat(fd, sName.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) note(errno);
   }
-  ::closedir(d);  // closes fd
   return lFirst;
 }
 
@@ -174,9 +171,9 @@ int32_t DeleteFolder(const std::string& sPath, const std::string&, intptr_t, int
   }
   if (!S_ISDIR(st.st_mode)) return ENOTDIR;
   if (int e = Faults::Hit("folder.delete")) return e;
-  const int fd = ::open(sPath.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return errno;
-  int32_t lError = RemoveContentsAt(fd, st.st_dev);
+  UniqueFd fd(::open(sPath.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!fd) return errno;
+  int32_t lError = RemoveContentsAt(std::move(fd), st.st_dev);
   if (lError) return lError;
   if (::rmdir(sPath.c_str()) != 0) return errno;
   return 0;
@@ -208,7 +205,7 @@ std::string FindFirst(const std::string& sPattern, int32_t lAttrMask, FindHandle
   if (mask.empty()) return "";
   const bool wantFolders = (lAttrMask & kAttrDirectory) != 0;
 
-  DIR* d = ::opendir(folder.c_str());
+  const UniqueDir d(::opendir(folder.c_str()));
   if (!d) {
     g_lastFindError = errno ? errno : EIO;
     return "";
@@ -218,7 +215,7 @@ std::string FindFirst(const std::string& sPattern, int32_t lAttrMask, FindHandle
   while (!iReadError) {
     // readdir gives NULL both at the end and on a failure; only errno tells them apart.
     errno = 0;
-    dirent* e = ::readdir(d);
+    dirent* e = ::readdir(d.get());
     if (!e) {
       iReadError = errno;
       break;
@@ -232,7 +229,6 @@ std::string FindFirst(const std::string& sPattern, int32_t lAttrMask, FindHandle
     if (isDir && !wantFolders) continue;
     s.Names.push_back(std::move(name));
   }
-  ::closedir(d);
   if (iReadError) {
     // A folder read in part is no list: a caller that took it for the whole would judge
     // the folder by names it never saw.

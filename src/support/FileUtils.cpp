@@ -22,32 +22,32 @@
 #include "support/Faults.h"
 #include "support/Machine.h"
 #include "support/MsgBox.h"
+#include "support/UniqueFd.h"
 
-namespace {
-
-std::string FolderOf(const std::string& sPath) {
+std::string PathFolder(const std::string& sPath) {
   const size_t i = sPath.rfind('/');
   if (i == std::string::npos) return ".";
   if (i == 0) return "/";
   return sPath.substr(0, i);
 }
 
-std::string NameOf(const std::string& sPath) {
+std::string PathName(const std::string& sPath) {
   const size_t i = sPath.rfind('/');
   return i == std::string::npos ? sPath : sPath.substr(i + 1);
 }
 
-int SyncPath(const std::string& sPath, int iFlags) {
-  const int fd = ::open(sPath.c_str(), iFlags | O_CLOEXEC);
-  if (fd < 0) return errno;
+int FsyncPath(const std::string& sPath, bool bFolder) {
+  const UniqueFd fd(::open(sPath.c_str(), (bFolder ? O_RDONLY | O_DIRECTORY : O_RDONLY) | O_CLOEXEC));
+  if (!fd) return errno;
   int e = 0;
-  if (::fsync(fd) != 0) e = errno;
+  if (::fsync(fd.Get()) != 0) e = errno;
   // A folder or a read-only handle may refuse fsync on some file systems; that is no
   // failure of ours.
   if (e == EINVAL || e == EROFS) e = 0;
-  ::close(fd);
   return e;
 }
+
+namespace {
 
 int WriteAll(int fd, const std::string& s) {
   size_t iDone = 0;
@@ -74,11 +74,7 @@ std::string CreateTempName(const std::string& sFolder, const std::string& sPrefi
   for (unsigned iTry = 0; iTry < 0xFFFF; ++iTry) {
     const unsigned uUnique = s_next.fetch_add(1) % 0xFFFF + 1;
     std::string sName = fmt::format("{}/{}{:X}.TMP", sFolder == "/" ? "" : sFolder, sPrefix, uUnique);
-    const int fd = ::open(sName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd >= 0) {
-      ::close(fd);
-      return sName;
-    }
+    if (UniqueFd(::open(sName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666))) return sName;
     if (errno != EEXIST) return "";
   }
   return "";
@@ -146,51 +142,47 @@ void CloseFind(FileHelper::FindHandle& hFind) {
 }
 
 int ReadWholeFile(const std::string& sPath, std::string& sContent) {
-  const int fd = ::open(sPath.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno;
+  const UniqueFd fd(::open(sPath.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) return errno;
   std::string s;
   struct stat st {};
-  if (::fstat(fd, &st) == 0 && st.st_size > 0) s.reserve(static_cast<size_t>(st.st_size));
+  if (::fstat(fd.Get(), &st) == 0 && st.st_size > 0) s.reserve(static_cast<size_t>(st.st_size));
   char aBuf[65536];
   for (;;) {
-    const ssize_t n = ::read(fd, aBuf, sizeof aBuf);
+    const ssize_t n = ::read(fd.Get(), aBuf, sizeof aBuf);
     if (n < 0) {
       if (errno == EINTR) continue;
-      const int e = errno;
-      ::close(fd);
-      return e;
+      return errno;
     }
     if (n == 0) break;
     s.append(aBuf, static_cast<size_t>(n));
   }
-  ::close(fd);
   sContent = std::move(s);
   return 0;
 }
 
 int SyncFileAndFolder(const std::string& sPath) {
-  if (int e = SyncPath(sPath, O_RDONLY)) return e;
-  return SyncPath(FolderOf(sPath), O_RDONLY | O_DIRECTORY);
+  if (int e = FsyncPath(sPath, false)) return e;
+  return FsyncPath(PathFolder(sPath), true);
 }
 
 // The temporary file of a write of sTarget: ".<name>.<8 hex digits>" in its folder.
 std::string AtomicTempName(const std::string& sTarget) {
-  const std::string sFolder = FolderOf(sTarget);
-  return fmt::format("{}/.{}.{:08x}", sFolder == "/" ? "" : sFolder, NameOf(sTarget), RandomNumber());
+  const std::string sFolder = PathFolder(sTarget);
+  return fmt::format("{}/.{}.{:08x}", sFolder == "/" ? "" : sFolder, PathName(sTarget), RandomNumber());
 }
 
 void RemoveAtomicLeftovers(const std::string& sPath) {
-  const std::string sFolder = FolderOf(sPath);
-  const std::string sStart = "." + NameOf(sPath) + ".";
-  DIR* pDir = ::opendir(sFolder.c_str());
+  const std::string sFolder = PathFolder(sPath);
+  const std::string sStart = "." + PathName(sPath) + ".";
+  const UniqueDir pDir(::opendir(sFolder.c_str()));
   if (!pDir) return;
-  while (const dirent* pEntry = ::readdir(pDir)) {
+  while (const dirent* pEntry = ::readdir(pDir.get())) {
     const std::string sName = pEntry->d_name;
     if (sName.size() != sStart.size() + 8 || sName.compare(0, sStart.size(), sStart) != 0) continue;
     if (sName.find_first_not_of("0123456789abcdef", sStart.size()) != std::string::npos) continue;
     ::unlink((sFolder + "/" + sName).c_str());
   }
-  ::closedir(pDir);
 }
 
 int WriteFileAtomically(const std::string& sPath, const std::string& sContent) {
@@ -207,28 +199,29 @@ int WriteFileAtomically(const std::string& sPath, const std::string& sContent) {
   const bool bHaveMode = ::stat(sTarget.c_str(), &st) == 0;
   if (bHaveMode && S_ISDIR(st.st_mode)) return EISDIR;
 
-  const std::string sFolder = FolderOf(sTarget);
+  const std::string sFolder = PathFolder(sTarget);
   std::string sTemp;
-  int fd = -1;
-  for (int iTry = 0; iTry < 100 && fd < 0; ++iTry) {
+  UniqueFd fd;
+  for (int iTry = 0; iTry < 100 && !fd; ++iTry) {
     sTemp = AtomicTempName(sTarget);
-    fd = ::open(sTemp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0 && errno != EEXIST) return errno;
+    fd.Reset(::open(sTemp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!fd && errno != EEXIST) return errno;
   }
-  if (fd < 0) return EEXIST;
-  if (bHaveMode) (void)::fchmod(fd, st.st_mode & 07777);
+  if (!fd) return EEXIST;
+  if (bHaveMode) (void)::fchmod(fd.Get(), st.st_mode & 07777);
 
   int e = Faults::Hit("file.write");
-  if (!e) e = WriteAll(fd, sContent);
-  if (!e && ::fsync(fd) != 0) e = errno;
-  if (::close(fd) != 0 && !e) e = errno;
+  if (!e) e = WriteAll(fd.Get(), sContent);
+  if (!e && ::fsync(fd.Get()) != 0) e = errno;
+  // The close is checked: a write the file system takes late can still fail there.
+  if (!fd.Close() && !e) e = errno;
   if (!e) e = Faults::Hit("file.rename");
   if (!e && ::rename(sTemp.c_str(), sTarget.c_str()) != 0) e = errno;  // replaces the target: the rewrite itself
   if (e) {
     ::unlink(sTemp.c_str());
     return e;
   }
-  return SyncPath(sFolder, O_RDONLY | O_DIRECTORY);
+  return FsyncPath(sFolder, true);
 }
 
 int RenameNoReplace(const std::string& sFrom, const std::string& sTo) {

@@ -23,6 +23,12 @@ int WriteFileAtomically(const std::string& sPath, const std::string& sContent);
 void RemoveAtomicLeftovers(const std::string& sPath);
 // Reads a whole file. 0 on success (also sets sContent), else an errno value.
 int ReadWholeFile(const std::string& sPath, std::string& sContent);
+// The folder of a path ("." for a bare name, "/" at the top) and its last part.
+std::string PathFolder(const std::string& sPath);
+std::string PathName(const std::string& sPath);
+// fsync of a file or a folder. 0 on success, else an errno value; a file system that
+// refuses fsync for such a handle (EINVAL, EROFS) is no failure.
+int FsyncPath(const std::string& sPath, bool bFolder);
 // fsync of a file and of its folder. 0 on success, else an errno value.
 int SyncFileAndFolder(const std::string& sPath);
 // Renames sFrom to sTo, never replacing a file that is already at sTo: EEXIST then, and

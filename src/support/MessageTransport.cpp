@@ -72,12 +72,10 @@ bool SendFrom(int iFd, const std::string& sFolder, int iDirFd, const std::string
 
 // A socket file that nobody has bound any more refuses connections.
 bool IsStale(const sockaddr_un& addr, socklen_t len) {
-  int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return false;
-  int rc = connect(fd, reinterpret_cast<const sockaddr*>(&addr), len);
-  int err = errno;
-  close(fd);
-  return rc != 0 && err == ECONNREFUSED;
+  const UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!fd) return false;
+  int rc = connect(fd.Get(), reinterpret_cast<const sockaddr*>(&addr), len);
+  return rc != 0 && errno == ECONNREFUSED;
 }
 
 }  // namespace
@@ -88,58 +86,54 @@ bool MessageEndpoint::Bind(const std::string& sName) {
   Close();
   const std::string sFolder = Machine::MessageFolder();
   if (!EnsureMessageFolder(sFolder)) return false;
-  m_dirfd = OpenFolder(sFolder);
-  if (m_dirfd < 0) return false;
+  m_dirfd.Reset(OpenFolder(sFolder));
+  if (!m_dirfd) return false;
   sockaddr_un addr;
   socklen_t len = 0;
-  if (!MakeAddress(sFolder, m_dirfd, sName, addr, len)) {
+  if (!MakeAddress(sFolder, m_dirfd.Get(), sName, addr, len)) {
     Close();
     return false;
   }
-  m_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (m_fd < 0) {
+  m_fd.Reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (!m_fd) {
     Close();
     return false;
   }
-  int rc = bind(m_fd, reinterpret_cast<sockaddr*>(&addr), len);
+  int rc = bind(m_fd.Get(), reinterpret_cast<sockaddr*>(&addr), len);
   if (rc != 0 && errno == EADDRINUSE && IsStale(addr, len)) {
-    unlinkat(m_dirfd, sName.c_str(), 0);
-    rc = bind(m_fd, reinterpret_cast<sockaddr*>(&addr), len);
+    unlinkat(m_dirfd.Get(), sName.c_str(), 0);
+    rc = bind(m_fd.Get(), reinterpret_cast<sockaddr*>(&addr), len);
   }
   if (rc != 0) {
     Close();
     return false;
   }
   // The folder is 0700 already; the socket itself is for this user alone as well.
-  fchmodat(m_dirfd, sName.c_str(), 0600, 0);
+  fchmodat(m_dirfd.Get(), sName.c_str(), 0600, 0);
   m_sName = sName;
   return true;
 }
 
 void MessageEndpoint::Close() {
-  if (m_fd >= 0) {
-    close(m_fd);
-    m_fd = -1;
+  if (m_fd) {
+    m_fd.Reset();
     // Remove our socket file. Nobody else can have taken the name over: Bind replaces
     // only sockets that refuse connections, and ours accepted them until now.
-    if (m_dirfd >= 0 && !m_sName.empty()) unlinkat(m_dirfd, m_sName.c_str(), 0);
+    if (m_dirfd && !m_sName.empty()) unlinkat(m_dirfd.Get(), m_sName.c_str(), 0);
   }
-  if (m_dirfd >= 0) {
-    close(m_dirfd);
-    m_dirfd = -1;
-  }
+  m_dirfd.Reset();
   m_sName.clear();
 }
 
 std::optional<MessageEndpoint::Message> MessageEndpoint::Receive() {
-  if (m_fd < 0) return std::nullopt;
+  if (!m_fd) return std::nullopt;
   std::vector<char> buf(kMaxMessage);
   sockaddr_un from;
   socklen_t fromLen = sizeof from;
   std::memset(&from, 0, sizeof from);
   ssize_t n;
   do {
-    n = recvfrom(m_fd, buf.data(), buf.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&from),
+    n = recvfrom(m_fd.Get(), buf.data(), buf.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&from),
                  &fromLen);
   } while (n < 0 && errno == EINTR);
   if (n < 0) return std::nullopt;
@@ -155,9 +149,9 @@ std::optional<MessageEndpoint::Message> MessageEndpoint::Receive() {
 }
 
 std::optional<MessageEndpoint::Message> MessageEndpoint::Wait(int iTimeoutMs) {
-  if (m_fd < 0) return std::nullopt;
+  if (!m_fd) return std::nullopt;
   if (auto m = Receive()) return m;
-  pollfd p{m_fd, POLLIN, 0};
+  pollfd p{m_fd.Get(), POLLIN, 0};
   int rc;
   do {
     rc = poll(&p, 1, iTimeoutMs);
@@ -167,21 +161,18 @@ std::optional<MessageEndpoint::Message> MessageEndpoint::Wait(int iTimeoutMs) {
 }
 
 bool MessageEndpoint::Send(const std::string& sHandler, const std::string& sText) {
-  if (m_fd < 0) return MessageTransport::Send(sHandler, sText);
-  return SendFrom(m_fd, Machine::MessageFolder(), m_dirfd, sHandler, sText);
+  if (!m_fd) return MessageTransport::Send(sHandler, sText);
+  return SendFrom(m_fd.Get(), Machine::MessageFolder(), m_dirfd.Get(), sHandler, sText);
 }
 
 namespace MessageTransport {
 
 bool Send(const std::string& sHandler, const std::string& sText) {
   const std::string sFolder = Machine::MessageFolder();
-  int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return false;
-  int dirfd = OpenFolder(sFolder);  // absent folder: nobody listens, the send fails
-  bool bSent = dirfd >= 0 && SendFrom(fd, sFolder, dirfd, sHandler, sText);
-  if (dirfd >= 0) close(dirfd);
-  close(fd);
-  return bSent;
+  const UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!fd) return false;
+  const UniqueFd dirfd(OpenFolder(sFolder));  // absent folder: nobody listens, the send fails
+  return dirfd && SendFrom(fd.Get(), sFolder, dirfd.Get(), sHandler, sText);
 }
 
 }  // namespace MessageTransport

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "support/UniqueFd.h"
+
 class MessageEndpoint {
  public:
   MessageEndpoint() = default;
@@ -15,8 +17,8 @@ class MessageEndpoint {
   // Binds the socket of handler `sName` (replacing a stale one). False on failure.
   bool Bind(const std::string& sName);
   void Close();
-  bool IsBound() const { return m_fd >= 0; }
-  int Fd() const { return m_fd; }  // for an event loop's notifier
+  bool IsBound() const { return m_fd.Valid(); }
+  int Fd() const { return m_fd.Get(); }  // for an event loop's notifier
   const std::string& Name() const { return m_sName; }
 
   struct Message {
@@ -32,8 +34,8 @@ class MessageEndpoint {
   bool Send(const std::string& sHandler, const std::string& sText);
 
  private:
-  int m_fd = -1;
-  int m_dirfd = -1;
+  UniqueFd m_fd;
+  UniqueFd m_dirfd;
   std::string m_sName;
 };
 

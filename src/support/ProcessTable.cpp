@@ -10,6 +10,8 @@
 #include <fstream>
 #include <string>
 
+#include "support/UniqueFd.h"
+
 namespace {
 
 bool IsAllDigits(const char* s) {
@@ -58,10 +60,10 @@ uint32_t FindProcess(const std::string& sFolder, const std::string& sExeName, bo
   const uint32_t lSelf = static_cast<uint32_t>(getpid());
   const std::string sSelfUser = AnyUser ? std::string() : GetProcessUser(lSelf);
 
-  DIR* d = opendir("/proc");
+  UniqueDir d(opendir("/proc"));
   if (!d) return 0;
   uint32_t lFound = 0;
-  while (dirent* e = readdir(d)) {
+  while (dirent* e = readdir(d.get())) {
     if (!IsAllDigits(e->d_name)) continue;
     const uint32_t lPid = static_cast<uint32_t>(std::strtoul(e->d_name, nullptr, 10));
     if (!IncludeSelf && lPid == lSelf) continue;
@@ -74,7 +76,6 @@ uint32_t FindProcess(const std::string& sFolder, const std::string& sExeName, bo
     lFound = lPid;
     break;
   }
-  closedir(d);
   return lFound;
 }
 

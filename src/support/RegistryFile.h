@@ -83,10 +83,19 @@ class RegistryFile {
   static std::vector<std::string> PathOf(const std::string& sKey);
   static bool IsPrefix(const std::vector<std::string>& aPrefix, const std::vector<std::string>& aPath);
   void ClassifyLines(const std::vector<std::string_view>& aPhysical);
+  // The steps of ClassifyLines: each fills L from the trimmed line t and gives the reason
+  // it cannot be read, or "". A hex value takes its continuation lines (moving i).
+  static std::string ClassifyKey(std::string_view t, Line& L);
+  std::string ClassifyValue(std::string_view t, bool bInKey,
+                            const std::vector<std::string_view>& aPhysical, size_t& i, Line& L) const;
+  std::string ReadHexValue(std::string_view sType, const std::vector<std::string_view>& aPhysical,
+                           size_t& i, Line& L) const;
   // Index of the line that holds the value now in force, or -1.
   long FindValue(const std::vector<std::string>& aPath, const std::string& sNameUpper) const;
   // Sets a value; an existing value keeps the spelling of its name.
   bool PutValue(const std::string& sKey, const std::string& sName, const Value& oValue);
+  // Puts a new section of the key, holding the value line NL, where PutValue found none.
+  void InsertKeyWith(const std::string& sKey, const std::vector<std::string>& aPath, Line NL);
   static std::vector<std::string> ValueLines(const std::string& sName, const Value& oValue);
   bool IsBlockStart(size_t i) const;
   size_t BlockEnd(size_t iHeader) const;

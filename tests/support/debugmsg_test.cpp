@@ -103,24 +103,15 @@ TEST_F(DebugMsgTest, OffWritesNothingAndFullWritesMemoryColumns) {
   EXPECT_EQ(Lines(DefaultFile()).back(), "13:05:09 everything");
 }
 
-TEST_F(DebugMsgTest, FolderFromRegistryWithOrWithoutBackslash) {
-  for (std::string value : {"E:\\Traces", "E:\\Traces\\"}) {
-    ConfigAccess::SetRegString("SOFTWARE\\Norvane", "DebugPath", value);
-    AppGlobal::SetDebugPath("");
-    DebugLog::ResetForTesting();
-    AppGlobal::SetDebugMode(5);
-    DebugMsg("x " + value);
-    EXPECT_EQ(AppGlobal::DebugPath(), "E:\\Traces\\");
-    EXPECT_EQ(Lines(Root() + "/drive_e/Traces/knlogproc.20100314.log").back(), "13:05:09 x " + value);
-  }
-}
-
-// A folder of this machine is used as it stands, closed by "/" (never by a backslash that
-// would become part of the folder's name); a relative one lies in the machine root.
-TEST_F(DebugMsgTest, LinuxAndRelativeFoldersFromRegistry) {
+// A stored folder may end in a backslash or not. A folder of this machine is used as it
+// stands, closed by "/" (never by a backslash that would become part of the folder's
+// name); a relative one lies in the machine root.
+TEST_F(DebugMsgTest, FolderFromRegistry) {
   const struct {
     std::string sValue, sPath, sFolder;
   } aCases[] = {
+      {"E:\\Traces", "E:\\Traces\\", Root() + "/drive_e/Traces"},
+      {"E:\\Traces\\", "E:\\Traces\\", Root() + "/drive_e/Traces"},
       {Root() + "/var/log/kestrane", Root() + "/var/log/kestrane/", Root() + "/var/log/kestrane"},
       {Root() + "/var/log/kn/", Root() + "/var/log/kn/", Root() + "/var/log/kn"},
       {"logs\\debug", Root() + "/logs/debug/", Root() + "/logs/debug"},
@@ -132,9 +123,9 @@ TEST_F(DebugMsgTest, LinuxAndRelativeFoldersFromRegistry) {
     AppGlobal::SetDebugPath("");
     DebugLog::ResetForTesting();
     AppGlobal::SetDebugMode(5);
-    DebugMsg("y");
+    DebugMsg("y " + c.sValue);
     EXPECT_EQ(AppGlobal::DebugPath(), c.sPath);
-    EXPECT_EQ(Lines(c.sFolder + "/knlogproc.20100314.log").back(), "13:05:09 y");
+    EXPECT_EQ(Lines(c.sFolder + "/knlogproc.20100314.log").back(), "13:05:09 y " + c.sValue);
   }
   EXPECT_FALSE(std::filesystem::exists(Root() + "/var/log/kestrane\\"));
 }

@@ -1,19 +1,14 @@
 // Settings and hour info files: the read and write rules of the Windows profile
 // functions, and safe, cached access to the files on disk.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <fcntl.h>
 #include <grp.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <random>
-#include <thread>
 
+#include "SupportTestUtil.h"
 #include "common/TempRoot.h"
 #include "support/ConfigAccess.h"
 #include "support/Faults.h"
@@ -140,14 +135,6 @@ class ProfileAccess : public TempRootTest {
     TempRootTest::TearDown();
   }
   std::string File() const { return PathIn("L3/Kestrane.ini"); }
-  void SetMtime(const std::string& sPath, time_t t) const {
-    struct timespec ts[2] = {{t, 0}, {t, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, sPath.c_str(), ts, 0), 0);
-  }
-  ino_t Inode(const std::string& sPath) const {
-    struct stat st {};
-    return ::stat(sPath.c_str(), &st) == 0 ? st.st_ino : 0;
-  }
 };
 
 TEST_F(ProfileAccess, ReadsAndWritesTheFile) {
@@ -163,9 +150,9 @@ TEST_F(ProfileAccess, ReadsAndWritesTheFile) {
             std::tuple("Studio", 2));
   EXPECT_EQ(ConfigAccess::GetProfileSection("dab", File()), "A=1\0B=2\0\0"s);
 
-  const ino_t ino = Inode(File());
+  const ino_t ino = InodeOf(File());
   EXPECT_TRUE(ConfigAccess::WriteProfileString("General", "Name", "Studio", File()));
-  EXPECT_EQ(Inode(File()), ino);  // equal value: file untouched
+  EXPECT_EQ(InodeOf(File()), ino);  // equal value: file untouched
   const auto aFiles = std::distance(fs::directory_iterator(PathIn("L3")), fs::directory_iterator());
   EXPECT_EQ(aFiles, 1);  // no temporary files left
 }
@@ -254,27 +241,4 @@ TEST_F(ProfileAccess, FailedWritesLeaveTheOldFile) {
   Faults::DisarmAll();
   EXPECT_EQ(ReadFile("h.inf"), "[Hour]\nStandard=5\n");
   EXPECT_EQ(std::distance(fs::directory_iterator(Root()), fs::directory_iterator()), 1);
-}
-
-TEST_F(ProfileAccess, KilledWriterLeavesAWholeFile) {
-  const std::string sFile = PathIn("k.inf");
-  for (int i = 0; i < 60; ++i)
-    ASSERT_TRUE(ConfigAccess::WriteProfileString("Base", "k" + std::to_string(i), std::string(30, 'a' + i % 26), sFile));
-  std::mt19937 gen(5);
-  for (int round = 0; round < 30; ++round) {
-    const pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      for (int n = 1;; ++n) ConfigAccess::WriteProfileString("Busy", "n", std::string(static_cast<size_t>(n % 500), 'x'), sFile);
-    }
-    std::this_thread::sleep_for(std::chrono::microseconds(1000 + gen() % 15000));
-    kill(pid, SIGKILL);
-    int st = 0;
-    ASSERT_EQ(waitpid(pid, &st, 0), pid);
-    const ProfileFile f = ProfileFile::Parse(ReadFile("k.inf"));
-    for (int i = 0; i < 60; ++i)
-      ASSERT_EQ(f.GetString("Base", "k" + std::to_string(i)), std::string(30, 'a' + i % 26)) << "round " << round;
-    const std::string sBusy = f.GetString("Busy", "n").value_or("");
-    ASSERT_EQ(sBusy.find_first_not_of('x'), std::string::npos);
-  }
 }

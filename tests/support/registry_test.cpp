@@ -1,9 +1,7 @@
 // The registry file: reading exports of the Windows registry editor, rewriting them
 // without losing what is not understood, and safe writes between processes.
 #include <gtest/gtest.h>
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +10,7 @@
 #include <random>
 #include <thread>
 
+#include "SupportTestUtil.h"
 #include "common/TempRoot.h"
 #include "support/ConfigAccess.h"
 #include "support/Faults.h"
@@ -114,6 +113,11 @@ TEST(RegistryFileRead, MalformedLinesAreSkippedAndReported) {
       "[HKEY_LOCAL_MACHINE\\T\n"
       "\"orphan\"=\"belongs to no key\"\n";
   RegistryFile r = RegistryFile::Parse(s);
+  std::vector<std::string> aReasons;
+  for (const auto& p : r.Problems()) aReasons.push_back(p.sReason);
+  EXPECT_EQ(aReasons, (std::vector<std::string>{"dword value is not 1 to 8 hex digits", "string without closing quote",
+                                                "unreadable hex bytes", "unreadable line", "unknown value type",
+                                                "key line without closing bracket", "value outside a key"}));
   ASSERT_EQ(r.Problems().size(), 7u);
   EXPECT_EQ(r.Problems()[0].iLine, 4);
   EXPECT_EQ(r.Problems()[0].sText, "\"bad1\"=dword:xyz");
@@ -278,12 +282,11 @@ TEST_F(RegistryAccess, WritesAreUtf8ExportsAndReadsSeeTheDisk) {
   EXPECT_EQ(ConfigAccess::GetRegString(kCapture, "LogCount", ""), "-1");
   EXPECT_TRUE(ConfigAccess::RegValueExists(kLogger1, "name"));
   // Writing the stored value again leaves the file alone; a new value replaces it.
-  auto inode = [] { struct stat st {}; return ::stat(Machine::RegistryFile().c_str(), &st) == 0 ? st.st_ino : 0; };
-  const ino_t ino = inode();
+  const ino_t ino = InodeOf(Machine::RegistryFile());
   ASSERT_TRUE(ConfigAccess::SetRegString(kLogger1, "NAME", "One"));
-  EXPECT_EQ(inode(), ino);
+  EXPECT_EQ(InodeOf(Machine::RegistryFile()), ino);
   ASSERT_TRUE(ConfigAccess::SetRegString(kLogger1, "NAME", "Three"));
-  EXPECT_NE(inode(), ino);
+  EXPECT_NE(InodeOf(Machine::RegistryFile()), ino);
   // Another program changes the file: the next read sees it.
   WriteFile("registry.reg", "REGEDIT4\n[HKLM\\" + std::string(kLogger1) + "]\n\"Name\"=\"Two\"\n");
   EXPECT_EQ(ConfigAccess::GetRegString(kLogger1, "Name", ""), "Two");
@@ -292,15 +295,11 @@ TEST_F(RegistryAccess, WritesAreUtf8ExportsAndReadsSeeTheDisk) {
 }
 
 TEST_F(RegistryAccess, CachedReadsFollowEveryChange) {
-  auto setMtime = [&](time_t t) {
-    struct timespec ts[2] = {{t, 0}, {t, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, Machine::RegistryFile().c_str(), ts, 0), 0);
-  };
   WriteFile("registry.reg", "REGEDIT4\n[HKLM\\S]\n\"a\"=\"1\"\n");
-  setMtime(1000000);
+  SetMtime(Machine::RegistryFile(), 1000000);
   EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "1");
   WriteFile("registry.reg", "REGEDIT4\n[HKLM\\S]\n\"a\"=\"2\"\n");  // same size, in place
-  setMtime(1000005);
+  SetMtime(Machine::RegistryFile(), 1000005);
   EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "2");
   ASSERT_TRUE(ConfigAccess::SetRegString("S", "a", "3"));
   EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "3");

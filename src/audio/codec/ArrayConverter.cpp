@@ -12,9 +12,7 @@ extern "C" {
 
 ArrayConverter::~ArrayConverter() { Close(); }
 
-void ArrayConverter::Close() {
-  if (m_pSwr) swr_free(&m_pSwr);
-}
+void ArrayConverter::Close() { m_pSwr.reset(); }
 
 void ArrayConverter::SetArrayFormat(int32_t lSampleRate, int32_t iChannels) {
   m_lArrayRate = lSampleRate;
@@ -44,8 +42,10 @@ int32_t ArrayConverter::Open(bool bEncoder) {
   AVChannelLayout in{}, out{};
   av_channel_layout_default(&in, iInCh);
   av_channel_layout_default(&out, iOutCh);
-  int rc = swr_alloc_set_opts2(&m_pSwr, &out, AV_SAMPLE_FMT_S16, iOutRate, &in, AV_SAMPLE_FMT_S16,
+  SwrContext* pSwr = nullptr;
+  int rc = swr_alloc_set_opts2(&pSwr, &out, AV_SAMPLE_FMT_S16, iOutRate, &in, AV_SAMPLE_FMT_S16,
                                iInRate, 0, nullptr);
+  m_pSwr.reset(pSwr);
   av_channel_layout_uninit(&in);
   av_channel_layout_uninit(&out);
   if (rc < 0) {
@@ -56,12 +56,12 @@ int32_t ArrayConverter::Open(bool bEncoder) {
   // both: no level change either way.
   if (iInCh == 2 && iOutCh == 1) {
     const double m[2] = {0.5, 0.5};
-    rc = swr_set_matrix(m_pSwr, m, 2);
+    rc = swr_set_matrix(pSwr, m, 2);
   } else if (iInCh == 1 && iOutCh == 2) {
     const double m[2] = {1.0, 1.0};
-    rc = swr_set_matrix(m_pSwr, m, 1);
+    rc = swr_set_matrix(pSwr, m, 1);
   }
-  if (rc >= 0) rc = swr_init(m_pSwr);
+  if (rc >= 0) rc = swr_init(pSwr);
   if (rc < 0) {
     Close();
     return rc;
@@ -73,7 +73,7 @@ int64_t ArrayConverter::Run(const uint8_t* pIn, size_t lFrames, int iOutCh,
                             std::vector<uint8_t>* pBytes, std::vector<int16_t>* pSamples) {
   if (!m_pSwr) return AVERROR(EINVAL);
   if (lFrames > static_cast<size_t>(INT32_MAX / 4)) return AVERROR(EINVAL);
-  int iCap = swr_get_out_samples(m_pSwr, static_cast<int>(lFrames));
+  int iCap = swr_get_out_samples(m_pSwr.get(), static_cast<int>(lFrames));
   if (iCap < 0) return iCap;
   const size_t lCapBytes = static_cast<size_t>(iCap) * iOutCh * 2;
   uint8_t* pOut;
@@ -86,7 +86,7 @@ int64_t ArrayConverter::Run(const uint8_t* pIn, size_t lFrames, int iOutCh,
   }
   const uint8_t* in[1] = {pIn};
   uint8_t* out[1] = {pOut};
-  int n = swr_convert(m_pSwr, out, iCap, lFrames ? in : nullptr, static_cast<int>(lFrames));
+  int n = swr_convert(m_pSwr.get(), out, iCap, lFrames ? in : nullptr, static_cast<int>(lFrames));
   if (n >= 0) {
     m_llFramesIn += static_cast<int64_t>(lFrames);
     m_llFramesOut += n;

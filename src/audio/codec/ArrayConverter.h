@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <vector>
 
-struct SwrContext;
+#include "audio/codec/AvHandles.h"
 
 class ArrayConverter {
  public:
@@ -54,7 +54,7 @@ class ArrayConverter {
   int32_t m_lArrayRate = 44100, m_iArrayChannels = 2;
   int32_t m_lPcmRate = 44100, m_iPcmChannels = 2, m_iPcmBits = 16;
   bool m_bEncoder = false;
-  SwrContext* m_pSwr = nullptr;
+  SwrPtr m_pSwr;
   // Frames in and out since the open.
   int64_t m_llFramesIn = 0, m_llFramesOut = 0;
 };

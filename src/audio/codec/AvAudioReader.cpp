@@ -15,6 +15,7 @@ extern "C" {
 #include <memory>
 
 #include "audio/codec/AudioLengthProbe.h"
+#include "audio/codec/AvHandles.h"
 #include "audio/codec/CodecError.h"
 
 namespace {
@@ -73,8 +74,7 @@ int64_t MeasureAsfFrames(const std::string& sPath) {
   int rc = avformat_open_input(&pFormat, sPath.c_str(), nullptr, &pOpts);
   av_dict_free(&pOpts);
   if (rc < 0) return -1;
-  std::unique_ptr<AVFormatContext, void (*)(AVFormatContext*)> pOwnFormat(
-      pFormat, [](AVFormatContext* p) { avformat_close_input(&p); });
+  AvInputPtr pOwnFormat(pFormat);
   const AVCodec* pCodec = nullptr;
   int iStream = av_find_best_stream(pFormat, AVMEDIA_TYPE_AUDIO, -1, -1, &pCodec, 0);
   if (iStream < 0 || !pCodec) return -1;
@@ -83,9 +83,8 @@ int64_t MeasureAsfFrames(const std::string& sPath) {
     if (static_cast<int>(i) != iStream) pFormat->streams[i]->discard = AVDISCARD_ALL;
   bool bCount = (par->codec_id == AV_CODEC_ID_WMAV1 || par->codec_id == AV_CODEC_ID_WMAV2) &&
                 par->block_align > 0 && !WmaUsesBitReservoir(par);
-  std::unique_ptr<AVCodecContext, void (*)(AVCodecContext*)> pDecoder(
-      nullptr, [](AVCodecContext* p) { avcodec_free_context(&p); });
-  std::unique_ptr<AVFrame, void (*)(AVFrame*)> pFrame(nullptr, [](AVFrame* p) { av_frame_free(&p); });
+  AvCodecPtr pDecoder;
+  AvFramePtr pFrame;
   if (!bCount) {
     pDecoder.reset(avcodec_alloc_context3(pCodec));
     pFrame.reset(av_frame_alloc());
@@ -93,8 +92,7 @@ int64_t MeasureAsfFrames(const std::string& sPath) {
         avcodec_open2(pDecoder.get(), pCodec, nullptr) < 0)
       return -1;
   }
-  std::unique_ptr<AVPacket, void (*)(AVPacket*)> pPacket(av_packet_alloc(),
-                                                        [](AVPacket* p) { av_packet_free(&p); });
+  AvPacketPtr pPacket(av_packet_alloc());
   if (!pPacket) return -1;
   int64_t lPackets = 0, lSamples = 0;
   auto drain = [&] {
@@ -147,17 +145,13 @@ int64_t AvAudioReader::MeasureFrames(const AVStream* pStream) const {
 AvAudioReader::AvAudioReader() { SilenceCodecLoggingByDefault(); }
 AvAudioReader::~AvAudioReader() { Close(); }
 
-std::string AvAudioReader::CodecName() const {
-  if (!m_pDecoder || !m_pDecoder->codec) return "";
-  return m_pDecoder->codec->name;
-}
-
 void AvAudioReader::Reset() {
-  if (m_pSwr) swr_free(&m_pSwr);
-  if (m_pDecoder) avcodec_free_context(&m_pDecoder);
-  if (m_pFormat) avformat_close_input(&m_pFormat);
-  if (m_pPacket) av_packet_free(&m_pPacket);
-  if (m_pFrame) av_frame_free(&m_pFrame);
+  // The resampler and decoder go before the demuxer whose stream they were made for.
+  m_pSwr.reset();
+  m_pDecoder.reset();
+  m_pFormat.reset();
+  m_pPacket.reset();
+  m_pFrame.reset();
   m_iStream = -1;
   m_iSwrInRate = 0;
   m_iSwrInFormat = -1;
@@ -177,54 +171,74 @@ void AvAudioReader::Close() {
   m_bEstimated = false;
 }
 
+namespace {
+[[noreturn]] void OpenFailed(const std::string& sPath, const std::string& sWhy) {
+  throw CodecError(CodecErr::kOpenFailed, "Cannot open " + sPath + ": " + sWhy);
+}
+}  // namespace
+
 void AvAudioReader::Open(const std::string& sPath) {
   const int64_t lKnownFrames = m_lKnownFrames;
   m_lKnownFrames = -1;
   Close();
-  auto fail = [&](const std::string& sWhy) {
+  try {
+    const AVCodec* pCodec = OpenInput(sPath);
+    AVStream* pStream = m_pFormat->streams[m_iStream];
+    const KnownCodec* pKnown = FindKnown(pStream->codecpar->codec_id);
+    if (!pKnown) OpenFailed(sPath, "unsupported codec");
+    for (unsigned i = 0; i < m_pFormat->nb_streams; ++i)
+      if (static_cast<int>(i) != m_iStream) m_pFormat->streams[i]->discard = AVDISCARD_ALL;
+    OpenDecoder(sPath, pCodec, pStream);
+    m_pPacket.reset(av_packet_alloc());
+    m_pFrame.reset(av_frame_alloc());
+    if (!m_pPacket || !m_pFrame) OpenFailed(sPath, "out of memory");
+    m_sPath = sPath;
+    ReadStreamFacts(pStream, pKnown->lTag);
+    ReadLength(pStream, lKnownFrames);
+  } catch (...) {
     Close();
-    throw CodecError(CodecErr::kOpenFailed, "Cannot open " + sPath + ": " + sWhy);
-  };
+    throw;
+  }
+}
+
+const AVCodec* AvAudioReader::OpenInput(const std::string& sPath) {
   AVDictionary* pOpts = nullptr;
   av_dict_set(&pOpts, "format_whitelist", "mp3,ogg,wav,asf", 0);
   av_dict_set(&pOpts, "protocol_whitelist", "file", 0);
-  int rc = avformat_open_input(&m_pFormat, sPath.c_str(), nullptr, &pOpts);
+  AVFormatContext* pFormat = nullptr;
+  int rc = avformat_open_input(&pFormat, sPath.c_str(), nullptr, &pOpts);
   av_dict_free(&pOpts);
-  if (rc < 0) {
-    m_pFormat = nullptr;
-    fail("not a known audio file");
-  }
+  if (rc < 0) OpenFailed(sPath, "not a known audio file");
+  m_pFormat.reset(pFormat);
   m_pFormat->flags |= AVFMT_FLAG_DISCARD_CORRUPT;
-  if (avformat_find_stream_info(m_pFormat, nullptr) < 0) fail("no stream information");
+  if (avformat_find_stream_info(m_pFormat.get(), nullptr) < 0)
+    OpenFailed(sPath, "no stream information");
   const AVCodec* pCodec = nullptr;
-  m_iStream = av_find_best_stream(m_pFormat, AVMEDIA_TYPE_AUDIO, -1, -1, &pCodec, 0);
-  if (m_iStream < 0 || !pCodec) fail("no audio stream");
-  AVStream* pStream = m_pFormat->streams[m_iStream];
-  const KnownCodec* pKnown = FindKnown(pStream->codecpar->codec_id);
-  if (!pKnown) fail("unsupported codec");
-  for (unsigned i = 0; i < m_pFormat->nb_streams; ++i)
-    if (static_cast<int>(i) != m_iStream) m_pFormat->streams[i]->discard = AVDISCARD_ALL;
+  m_iStream = av_find_best_stream(m_pFormat.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &pCodec, 0);
+  if (m_iStream < 0 || !pCodec) OpenFailed(sPath, "no audio stream");
+  return pCodec;
+}
 
-  m_pDecoder = avcodec_alloc_context3(pCodec);
-  if (!m_pDecoder) fail("out of memory");
-  if (avcodec_parameters_to_context(m_pDecoder, pStream->codecpar) < 0) fail("bad parameters");
+void AvAudioReader::OpenDecoder(const std::string& sPath, const AVCodec* pCodec,
+                                const AVStream* pStream) {
+  m_pDecoder.reset(avcodec_alloc_context3(pCodec));
+  if (!m_pDecoder) OpenFailed(sPath, "out of memory");
+  if (avcodec_parameters_to_context(m_pDecoder.get(), pStream->codecpar) < 0)
+    OpenFailed(sPath, "bad parameters");
   m_pDecoder->pkt_timebase = pStream->time_base;
   AVDictionary* pCodecOpts = nullptr;
   av_dict_set(&pCodecOpts, "codec_whitelist", pCodec->name, 0);
-  rc = avcodec_open2(m_pDecoder, pCodec, &pCodecOpts);
+  int rc = avcodec_open2(m_pDecoder.get(), pCodec, &pCodecOpts);
   av_dict_free(&pCodecOpts);
-  if (rc < 0) fail("decoder refused the stream");
+  if (rc < 0) OpenFailed(sPath, "decoder refused the stream");
   m_lFileRate = m_pDecoder->sample_rate;
   m_lFileChannels = m_pDecoder->ch_layout.nb_channels;
   if (m_lFileRate <= 0 || m_lFileRate > kMaxRate || m_lFileChannels <= 0 ||
       m_lFileChannels > kMaxChannels)
-    fail("unusable sample rate or channel count");
+    OpenFailed(sPath, "unusable sample rate or channel count");
+}
 
-  m_pPacket = av_packet_alloc();
-  m_pFrame = av_frame_alloc();
-  if (!m_pPacket || !m_pFrame) fail("out of memory");
-  m_sPath = sPath;
-
+void AvAudioReader::ReadStreamFacts(const AVStream* pStream, int32_t lKnownTag) {
   // Bit rate: the stream's, else the container's, else worked out for PCM.
   int64_t lBits = pStream->codecpar->bit_rate;
   if (lBits <= 0) lBits = m_pFormat->bit_rate;
@@ -232,11 +246,13 @@ void AvAudioReader::Open(const std::string& sPath) {
     lBits = static_cast<int64_t>(m_lFileRate) * m_lFileChannels *
             pStream->codecpar->bits_per_coded_sample;
   m_lBitRate = static_cast<int32_t>(std::clamp<int64_t>(lBits, 0, INT32_MAX));
-  m_lFormatTag = pKnown->lTag;
+  m_lFormatTag = lKnownTag;
   if (std::strcmp(m_pFormat->iformat->name, "wav") == 0 && pStream->codecpar->codec_tag)
     m_lFormatTag = static_cast<int32_t>(pStream->codecpar->codec_tag);
+}
 
-  // Length: the stream's, else the container's; both may be estimates from the bit rate.
+void AvAudioReader::ReadLength(const AVStream* pStream, int64_t lKnownFrames) {
+  // The stream's, else the container's; both may be estimates from the bit rate.
   m_dSeconds = 0.0;
   if (pStream->duration != AV_NOPTS_VALUE && pStream->duration > 0)
     m_dSeconds = static_cast<double>(pStream->duration) * av_q2d(pStream->time_base);
@@ -273,7 +289,7 @@ int64_t AvAudioReader::LengthMs() const {
 void AvAudioReader::ConfigureResampler(const AVFrame* pFrame) {
   if (m_pSwr) {
     FlushResampler();
-    swr_free(&m_pSwr);
+    m_pSwr.reset();
   }
   AVChannelLayout outLayout;
   av_channel_layout_default(&outLayout, m_lOutChannels);
@@ -283,15 +299,17 @@ void AvAudioReader::ConfigureResampler(const AVFrame* pFrame) {
     av_channel_layout_default(&inLayout, pFrame->ch_layout.nb_channels);
   else
     av_channel_layout_copy(&inLayout, &pFrame->ch_layout);
-  int rc = swr_alloc_set_opts2(&m_pSwr, &outLayout, AV_SAMPLE_FMT_S16, m_lOutRate, &inLayout,
+  SwrContext* pSwr = nullptr;
+  int rc = swr_alloc_set_opts2(&pSwr, &outLayout, AV_SAMPLE_FMT_S16, m_lOutRate, &inLayout,
                                static_cast<AVSampleFormat>(pFrame->format),
                                pFrame->sample_rate, 0, nullptr);
+  SwrPtr pOwnSwr(pSwr);
   av_channel_layout_uninit(&inLayout);
   av_channel_layout_uninit(&outLayout);
-  if (rc < 0 || swr_init(m_pSwr) < 0) {
-    swr_free(&m_pSwr);
+  if (rc < 0 || swr_init(pSwr) < 0) {
     throw CodecError(CodecErr::kReadFailed, "Cannot convert the audio of " + m_sPath);
   }
+  m_pSwr = std::move(pOwnSwr);
   m_iSwrInRate = pFrame->sample_rate;
   m_iSwrInFormat = pFrame->format;
   m_iSwrInChannels = pFrame->ch_layout.nb_channels;
@@ -301,12 +319,12 @@ void AvAudioReader::ConfigureResampler(const AVFrame* pFrame) {
 void AvAudioReader::FlushResampler() {
   if (!m_pSwr) return;
   for (;;) {
-    int lOut = swr_get_out_samples(m_pSwr, 0);
+    int lOut = swr_get_out_samples(m_pSwr.get(), 0);
     if (lOut <= 0) break;
     size_t lOld = m_aPending.size();
     m_aPending.resize(lOld + static_cast<size_t>(lOut) * m_lOutChannels);
     uint8_t* pOut = reinterpret_cast<uint8_t*>(m_aPending.data() + lOld);
-    int n = swr_convert(m_pSwr, &pOut, lOut, nullptr, 0);
+    int n = swr_convert(m_pSwr.get(), &pOut, lOut, nullptr, 0);
     m_aPending.resize(lOld + static_cast<size_t>(std::max(n, 0)) * m_lOutChannels);
     if (n <= 0) break;
   }
@@ -321,12 +339,12 @@ void AvAudioReader::Convert(const AVFrame* pFrame) {
   if (!m_pSwr || pFrame->sample_rate != m_iSwrInRate || pFrame->format != m_iSwrInFormat ||
       pFrame->ch_layout.nb_channels != m_iSwrInChannels || uMask != m_uSwrInMask)
     ConfigureResampler(pFrame);
-  int lOut = swr_get_out_samples(m_pSwr, pFrame->nb_samples);
+  int lOut = swr_get_out_samples(m_pSwr.get(), pFrame->nb_samples);
   if (lOut <= 0) return;
   size_t lOld = m_aPending.size();
   m_aPending.resize(lOld + static_cast<size_t>(lOut) * m_lOutChannels);
   uint8_t* pOut = reinterpret_cast<uint8_t*>(m_aPending.data() + lOld);
-  int n = swr_convert(m_pSwr, &pOut, lOut, const_cast<const uint8_t**>(pFrame->extended_data),
+  int n = swr_convert(m_pSwr.get(), &pOut, lOut, const_cast<const uint8_t**>(pFrame->extended_data),
                       pFrame->nb_samples);
   m_aPending.resize(lOld + static_cast<size_t>(std::max(n, 0)) * m_lOutChannels);
 }
@@ -335,10 +353,10 @@ bool AvAudioReader::DecodeMore() {
   int iBad = 0;
   for (;;) {
     if (m_bDecoderEnd) return false;
-    int rc = avcodec_receive_frame(m_pDecoder, m_pFrame);
+    int rc = avcodec_receive_frame(m_pDecoder.get(), m_pFrame.get());
     if (rc == 0) {
-      Convert(m_pFrame);
-      av_frame_unref(m_pFrame);
+      Convert(m_pFrame.get());
+      av_frame_unref(m_pFrame.get());
       return true;
     }
     if (rc == AVERROR_EOF) {
@@ -355,20 +373,20 @@ bool AvAudioReader::DecodeMore() {
     }
     if (m_bDemuxEnd) {
       // Drain: a second null packet is harmless (it gives AVERROR_EOF).
-      avcodec_send_packet(m_pDecoder, nullptr);
+      avcodec_send_packet(m_pDecoder.get(), nullptr);
       continue;
     }
-    rc = av_read_frame(m_pFormat, m_pPacket);
+    rc = av_read_frame(m_pFormat.get(), m_pPacket.get());
     if (rc < 0) {
       m_bDemuxEnd = true;
-      avcodec_send_packet(m_pDecoder, nullptr);
+      avcodec_send_packet(m_pDecoder.get(), nullptr);
       continue;
     }
     if (m_pPacket->stream_index == m_iStream) {
-      rc = avcodec_send_packet(m_pDecoder, m_pPacket);
+      rc = avcodec_send_packet(m_pDecoder.get(), m_pPacket.get());
       if (rc < 0 && rc != AVERROR(EAGAIN)) {
         if (++iBad > kMaxBadPackets) {
-          av_packet_unref(m_pPacket);
+          av_packet_unref(m_pPacket.get());
           m_bDecoderEnd = true;
           return false;
         }
@@ -376,7 +394,7 @@ bool AvAudioReader::DecodeMore() {
         iBad = 0;
       }
     }
-    av_packet_unref(m_pPacket);
+    av_packet_unref(m_pPacket.get());
   }
 }
 

@@ -8,11 +8,9 @@
 #include <string>
 #include <vector>
 
-struct AVFormatContext;
-struct AVCodecContext;
-struct SwrContext;
-struct AVPacket;
-struct AVFrame;
+#include "audio/codec/AvHandles.h"
+
+struct AVCodec;
 struct AVStream;
 
 class AvAudioReader {
@@ -52,10 +50,14 @@ class AvAudioReader {
   int32_t Channels() const { return m_lFileChannels; }
   int32_t BitRate() const { return m_lBitRate; }    // bits a second
   int32_t FormatTag() const { return m_lFormatTag; }  // wave format tag of the codec
-  std::string CodecName() const;
 
  private:
   void Reset();
+  // The steps of Open; each raises CodecError (kOpenFailed) and leaves the rest to Open.
+  const AVCodec* OpenInput(const std::string& sPath);  // demuxer and audio stream
+  void OpenDecoder(const std::string& sPath, const AVCodec* pCodec, const AVStream* pStream);
+  void ReadStreamFacts(const AVStream* pStream, int32_t lKnownTag);  // bit rate, format tag
+  void ReadLength(const AVStream* pStream, int64_t lKnownFrames);
   bool DecodeMore();  // false at the end
   void Convert(const AVFrame* pFrame);
   void FlushResampler();
@@ -66,11 +68,11 @@ class AvAudioReader {
   // pages or packets; -1 where its form is not measured.
   int64_t MeasureFrames(const AVStream* pStream) const;
 
-  AVFormatContext* m_pFormat = nullptr;
-  AVCodecContext* m_pDecoder = nullptr;
-  SwrContext* m_pSwr = nullptr;
-  AVPacket* m_pPacket = nullptr;
-  AVFrame* m_pFrame = nullptr;
+  AvInputPtr m_pFormat;
+  AvCodecPtr m_pDecoder;
+  SwrPtr m_pSwr;
+  AvPacketPtr m_pPacket;
+  AvFramePtr m_pFrame;
   int m_iStream = -1;
   std::string m_sPath;
 

@@ -5,12 +5,9 @@
 #include <cstdint>
 #include <string>
 
-struct AVFormatContext;
-struct AVCodecContext;
-struct SwrContext;
-struct AVAudioFifo;
-struct AVPacket;
-struct AVFrame;
+#include "audio/codec/AvHandles.h"
+
+struct AVCodec;
 
 struct AvEncodeSettings {
   std::string sMuxer;     // "wav", "mp3", "ogg", "mp2", "asf"
@@ -42,6 +39,10 @@ class AvAudioWriter {
 
  private:
   void Abandon();
+  // The steps of Create; each raises CodecError (kCreateFailed) and leaves the rest to it.
+  void OpenEncoder(const std::string& sPath, const AVCodec* pCodec, const AvEncodeSettings& s);
+  void WriteHeader(const std::string& sPath);  // the stream, the file and its header
+  void MakeBuffers(const std::string& sPath, const AVCodec* pCodec, const AvEncodeSettings& s);
   void SetUpResampler();
   void EncodeFrames(bool bFinal);
   void SendFrame(AVFrame* pFrame);
@@ -52,14 +53,14 @@ class AvAudioWriter {
   uint8_t** ConversionBuffer(int iFrames);
   void FreeConversionBuffer();
 
-  AVFormatContext* m_pFormat = nullptr;
-  AVCodecContext* m_pEncoder = nullptr;
-  SwrContext* m_pSwr = nullptr;
-  AVAudioFifo* m_pFifo = nullptr;
-  AVPacket* m_pPacket = nullptr;
-  AVFrame* m_pFrame = nullptr;
+  AvOutputPtr m_pFormat;
+  AvCodecPtr m_pEncoder;
+  SwrPtr m_pSwr;
+  AvFifoPtr m_pFifo;
+  AvPacketPtr m_pPacket;
+  AvFramePtr m_pFrame;
   int m_iFrameSize = 0;
-  uint8_t** m_ppConv = nullptr;
+  AvSamplesPtr m_ppConv;
   int m_iConvFrames = 0;
   int64_t m_lNextPts = 0;
   int64_t m_lInputFrames = 0;

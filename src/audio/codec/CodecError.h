@@ -1,16 +1,17 @@
 #pragma once
-// The error that the codec back ends raise: a number and a description. The audio
-// classes catch it where they ignore or trace a component's failure.
+// The error that the codec back ends raise: a raised error of their own source, with a
+// number of CodecErr. The audio classes catch it where they ignore or trace a component's
+// failure.
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 
-class CodecError : public std::runtime_error {
+#include "support/RaisedError.h"
+
+class CodecError : public RaisedError {
  public:
+  static constexpr const char* kSource = "Codec";
   CodecError(int32_t lNumber, const std::string& sDescription)
-      : std::runtime_error(sDescription), Number(lNumber), Description(sDescription) {}
-  int32_t Number;
-  std::string Description;
+      : RaisedError(lNumber, kSource, sDescription) {}
 };
 
 // Error numbers of the codec back ends.

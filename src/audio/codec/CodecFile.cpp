@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
 
+#include "audio/RiffFile.h"
 #include "audio/codec/AvAudioReader.h"
 #include "audio/codec/AvAudioWriter.h"
 #include "audio/codec/CodecError.h"
@@ -145,27 +144,11 @@ void CodecFile::SetArrayFormat(int32_t lSampleRate, int32_t lChannels) {
 }
 
 void CodecFile::SetFormatLikeSample(const std::string& sWavFile) {
-  FILE* f = std::fopen(sWavFile.c_str(), "rb");
-  if (!f) throw CodecError(CodecErr::kOpenFailed, "Cannot open sample file " + sWavFile);
-  uint8_t head[12];
-  bool bOk = std::fread(head, 1, 12, f) == 12 && std::memcmp(head, "RIFF", 4) == 0 &&
-             std::memcmp(head + 8, "WAVE", 4) == 0;
   uint8_t fmt[18] = {};
-  bool bFound = false;
-  while (bOk && !bFound) {
-    uint8_t ch[8];
-    if (std::fread(ch, 1, 8, f) != 8) break;
-    uint32_t lSize = Le32(ch + 4);
-    if (std::memcmp(ch, "fmt ", 4) == 0) {
-      if (lSize < 16) break;
-      size_t n = std::fread(fmt, 1, std::min<size_t>(lSize, sizeof fmt), f);
-      bFound = n >= 16;
-    } else if (std::fseek(f, static_cast<long>(lSize + (lSize & 1)), SEEK_CUR) != 0) {
-      break;
-    }
-  }
-  std::fclose(f);
-  if (!bFound) throw CodecError(CodecErr::kOpenFailed, "No format in sample file " + sWavFile);
+  const int64_t n = RiffFile::ReadWaveFormat(sWavFile, fmt, sizeof fmt);
+  if (n < 0)
+    throw CodecError(CodecErr::kOpenFailed, "Cannot open sample file " + sWavFile);
+  if (n < 16) throw CodecError(CodecErr::kOpenFailed, "No format in sample file " + sWavFile);
   uint16_t wTag = Le16(fmt);
   int32_t lChannels = Le16(fmt + 2);
   int32_t lRate = static_cast<int32_t>(Le32(fmt + 4));
