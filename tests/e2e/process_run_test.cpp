@@ -77,10 +77,14 @@ TEST_F(ProcessRunTest, AWholeCycleStandardisesArchivesDeletesAndTidiesUp) {
   EXPECT_TRUE(Heard("IDLE"));
 }
 
-TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndTheRestOfTheHourIsConverted) {
+// Bad files of hour 13 end in their own result and the rest of the hour is converted;
+// hour 11, due for both standard and archive, is archived once and never standardised.
+TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndAnHourDueTwiceIsArchivedOnce) {
   AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17))});
   WriteRegistry();
   AddHour(1, "20261122", "13", kPast, kLater, kLater, 2, 2.0);
+  AddHour(1, "20261122", "11", kPast, kPast, kLater, 2, 2.0);
+  const std::string s11 = In(1, "20261122/1100/");
   const std::string sHour = In(1, "20261122/1300/");
   // Not audio; names that break the 7-character rule; a truncated segment whose header
   // claims 4 s of which 1 s is there.
@@ -113,23 +117,15 @@ TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndTheRestOfTheHourIsConverted
   // A segment that is no audio keeps the hour due, and says so.
   EXPECT_NE(HourLog(1).find(" Cannot open audio file " + sHour + "130500A.wav: "), std::string::npos) << HourLog(1);
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), kPast);
-}
 
-TEST_F(ProcessRunTest, AnHourArchivedWhileAlsoDueForStandardIsNeverStandardisedAfterwards) {
-  AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17))});
-  WriteRegistry();
-  AddHour(1, "20261122", "13", kPast, kPast, kLater, 2, 2.0);
-  const std::string sHour = In(1, "20261122/1300/");
+  const std::string sArchived = ReadBytes(s11 + "110000A.wav");
+  EXPECT_EQ(Decode(s11 + "110000A.wav").iChannels, 1);
+  EXPECT_EQ(std::tuple(IniValue(s11 + "110000.inf", "ArchiveAudioAt"), IniValue(s11 + "110000.inf", "StandardAudioAt")),
+            std::tuple("-1", "-1"));
   ASSERT_TRUE(RunProcessor());
-  const std::string sArchived = ReadBytes(sHour + "130000A.wav");
-  EXPECT_EQ(Decode(sHour + "130000A.wav").iChannels, 1);
-  EXPECT_EQ(IniValue(sHour + "130000.inf", "ArchiveAudioAt"), "-1");
-  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
-
-  ASSERT_TRUE(RunProcessor());
-  EXPECT_TRUE(ReadBytes(sHour + "130000A.wav") == sArchived) << "130000A.wav changed";
+  EXPECT_TRUE(ReadBytes(s11 + "110000A.wav") == sArchived) << "110000A.wav changed";
   const std::string sLog = HourLog(1);
-  EXPECT_EQ(sLog.find("Start Processing Hour 2026-11-22 13:00"), sLog.rfind("Start Processing Hour 2026-11-22 13:00"))
+  EXPECT_EQ(sLog.find("Start Processing Hour 2026-11-22 11:00"), sLog.rfind("Start Processing Hour 2026-11-22 11:00"))
       << sLog;
 }
 

@@ -4,6 +4,7 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <random>
 #include <regex>
@@ -16,52 +17,40 @@ namespace fs = std::filesystem;
 
 using StartupTest = ProcessorTest;
 
-TEST_F(StartupTest, DebugRunTracesWaitsForLoggersAndStopsOnSigterm) {
-  RunningProgram oProc;
-  ASSERT_TRUE(oProc.Start(m_sProgram, {"/DEBUG"}, PathIn("out.txt")));
-  ASSERT_TRUE(WaitForTrace("No Logs Found: Reset wait timer")) << Trace();
-
-  const std::string sTrace = Trace();
-  EXPECT_TRUE(std::regex_search(sTrace, std::regex(R"(\d\d:\d\d:\d\d Start Sub Main\r\n\d\d:\d\d:\d\d     DebugMode = 5\r\n)"),
-                                std::regex_constants::match_continuous))
-      << sTrace;
-  EXPECT_NE(sTrace.find("     sLogListLoc = SOFTWARE\\Norvane\\Kestrane v4\\Capture\r\n"), std::string::npos);
-  EXPECT_NE(sTrace.find(" End Sub Main\r\n"), std::string::npos);
-  // The debug file carries the date of the day in its name.
-  bool bNamed = false;
-  for (auto& e : fs::directory_iterator(PathIn("drive_c/DebugFiles")))
-    bNamed |= std::regex_match(e.path().filename().string(), std::regex(R"(knlogproc\.\d{8}\.log)"));
-  EXPECT_TRUE(bNamed);
-
-  // It goes on waiting: no logger ever ends the program by itself.
-  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-  ASSERT_TRUE(oProc.Running());
-
-  oProc.Signal(SIGTERM);
-  // The wait timer ticks once a second; the stop comes at its next tick.
-  ASSERT_TRUE(oProc.WaitEnd(5000));
-  EXPECT_EQ(oProc.ExitCode(), 0) << ReadFile("out.txt");
-  const std::string sEnd = Trace();
-  EXPECT_NE(sEnd.find("Shutdown Message Received"), std::string::npos);
-  EXPECT_NE(sEnd.find(" End frmProcessLogs_Unload\r\n"), std::string::npos);
-  EXPECT_NE(sEnd.find("Clear Exception Filter"), std::string::npos);
-  EXPECT_FALSE(Bound());
-}
-
-// SIGINT and SIGHUP stop it too; with a platform named it runs as a windowed application
-// with the same engine.
-TEST_F(StartupTest, OtherSignalsAndPlatformsRunAndStopAlike) {
-  for (const auto& [iSignal, sEnv] : {std::pair{SIGINT, ""}, std::pair{SIGHUP, "QT_QPA_PLATFORM=offscreen"}}) {
+// A debug run traces its start, waits for loggers and stops at SIGTERM, SIGINT or SIGHUP;
+// with a platform named it runs as a windowed application with the same engine.
+TEST_F(StartupTest, DebugRunTracesWaitsForLoggersAndStopsOnASignal) {
+  for (const auto& [iSignal, sEnv] :
+       {std::pair{SIGTERM, ""}, std::pair{SIGINT, ""}, std::pair{SIGHUP, "QT_QPA_PLATFORM=offscreen"}}) {
     SCOPED_TRACE(iSignal);
     fs::remove_all(PathIn("drive_c/DebugFiles"));
     RunningProgram oProc;
     ASSERT_TRUE(oProc.Start(m_sProgram, {"/DEBUG"}, PathIn("out.txt"),
                             *sEnv ? std::vector<std::string>{sEnv} : std::vector<std::string>{}));
     ASSERT_TRUE(WaitForTrace("No Logs Found: Reset wait timer")) << ReadFile("out.txt");
+    const std::string sTrace = Trace();
+    EXPECT_TRUE(std::regex_search(sTrace,
+                                  std::regex(R"(\d\d:\d\d:\d\d Start Sub Main\r\n\d\d:\d\d:\d\d     DebugMode = 5\r\n)"),
+                                  std::regex_constants::match_continuous))
+        << sTrace;
+    EXPECT_NE(sTrace.find("     sLogListLoc = SOFTWARE\\Norvane\\Kestrane v4\\Capture\r\n"), std::string::npos);
+    EXPECT_NE(sTrace.find(" End Sub Main\r\n"), std::string::npos);
+    // The debug file carries the date of the day in its name.
+    EXPECT_TRUE(std::any_of(fs::directory_iterator(PathIn("drive_c/DebugFiles")), fs::directory_iterator(),
+                            [](const fs::directory_entry& e) {
+                              return std::regex_match(e.path().filename().string(), std::regex(R"(knlogproc\.\d{8}\.log)"));
+                            }));
+    // It goes on waiting: no logger ever ends the program by itself.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    ASSERT_TRUE(oProc.Running());
+    // The wait timer ticks once a second; the stop comes at its next tick.
     oProc.Signal(iSignal);
     ASSERT_TRUE(oProc.WaitEnd(5000));
     EXPECT_EQ(oProc.ExitCode(), 0) << ReadFile("out.txt");
-    EXPECT_NE(Trace().find("End frmProcessLogs_Unload"), std::string::npos);
+    const std::string sEnd = Trace();
+    for (const char* s : {"Shutdown Message Received", " End frmProcessLogs_Unload\r\n", "Clear Exception Filter"})
+      EXPECT_NE(sEnd.find(s), std::string::npos) << s;
+    EXPECT_FALSE(Bound());
   }
 }
 
