@@ -68,6 +68,38 @@ bool StartsWithUpper(const std::string& sKey, const char* sWord) {
 
 std::string ThreeDigits(int32_t n) { return fmt::format("{:03d}", n); }
 
+// The [Serial] section: the count, then three entries for each line that exists.
+std::string SerialSection(int32_t lCount, const std::vector<std::shared_ptr<SerialLine>>& aSerial) {
+  const std::string Z(1, '\0');
+  std::string s = "Count=" + std::to_string(lCount) + Z;
+  for (int32_t n = 1; n <= lCount && static_cast<size_t>(n) < aSerial.size(); ++n) {
+    auto& l = aSerial[static_cast<size_t>(n)];
+    if (!l) continue;
+    s += "Logging" + ThreeDigits(n) + "=" + VbConvert::FlagText(l->Logging) + Z;
+    s += "Description" + ThreeDigits(n) + "=" + l->Description + Z;
+    s += "ServiceTags" + ThreeDigits(n) + "=" + l->ServiceTags + Z;
+  }
+  return s;
+}
+
+// The [LogicLines] section: the logged lines of the three banks of 16.
+std::string LogicLinesSection(const std::vector<std::shared_ptr<HardwareLine>>& aLines) {
+  const std::string Z(1, '\0');
+  std::string s;
+  for (int32_t bank = 0; bank < 300; bank += 100) {
+    for (int32_t n = bank; n < bank + 16; ++n) {
+      if (static_cast<size_t>(n) >= aLines.size()) break;
+      auto& l = aLines[static_cast<size_t>(n)];
+      if (!l || !l->IsLogged()) continue;
+      std::string d = TrimBlanks(l->Description());
+      if (!d.empty()) s += "Description" + ThreeDigits(n) + "=" + d + Z;
+      if (l->Colour() != 0) s += "Colour" + ThreeDigits(n) + "=" + std::to_string(l->Colour()) + Z;
+      s += "Logging" + ThreeDigits(n) + "=1" + Z;
+    }
+  }
+  return s + Z;
+}
+
 }  // namespace
 
 std::string CLog::SettingsFile(const std::string& LogPath) {
@@ -351,33 +383,8 @@ void CLog::SaveLog(const std::string& LogPath, int32_t eSaveFlags) {
                     "PassServicePass=" + AppGlobal::ScrambleText(DABPassServicePassword, true) + Z;
     WriteProfileSection("DAB", s, f);
   }
-  if (eSaveFlags & svSerial) {
-    std::string s = "Count=" + std::to_string(m_lSerialCount) + Z;
-    for (int32_t n = 1; n <= m_lSerialCount && static_cast<size_t>(n) < m_aSerial.size(); ++n) {
-      auto& l = m_aSerial[static_cast<size_t>(n)];
-      if (!l) continue;
-      s += "Logging" + ThreeDigits(n) + "=" + VbConvert::FlagText(l->Logging) + Z;
-      s += "Description" + ThreeDigits(n) + "=" + l->Description + Z;
-      s += "ServiceTags" + ThreeDigits(n) + "=" + l->ServiceTags + Z;
-    }
-    WriteProfileSection("Serial", s, f);
-  }
-  if (eSaveFlags & svLogicLines) {
-    std::string s;
-    for (int32_t bank = 0; bank < 300; bank += 100) {
-      for (int32_t n = bank; n < bank + 16; ++n) {
-        if (static_cast<size_t>(n) >= m_aHWLines.size()) break;
-        auto& l = m_aHWLines[static_cast<size_t>(n)];
-        if (!l || !l->IsLogged()) continue;
-        std::string d = TrimBlanks(l->Description());
-        if (!d.empty()) s += "Description" + ThreeDigits(n) + "=" + d + Z;
-        if (l->Colour() != 0) s += "Colour" + ThreeDigits(n) + "=" + std::to_string(l->Colour()) + Z;
-        s += "Logging" + ThreeDigits(n) + "=1" + Z;
-      }
-    }
-    s += Z;
-    WriteProfileSection("LogicLines", s, f);
-  }
+  if (eSaveFlags & svSerial) WriteProfileSection("Serial", SerialSection(m_lSerialCount, m_aSerial), f);
+  if (eSaveFlags & svLogicLines) WriteProfileSection("LogicLines", LogicLinesSection(m_aHWLines), f);
   // An empty position is written empty, so that it reads back as empty.
   auto posText = [&](const std::shared_ptr<LogInfo>& li) {
     if (!li || li->IsEmpty()) return std::string();

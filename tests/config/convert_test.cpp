@@ -5,21 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "common/TestUtil.h"
 #include "config/VbConvert.h"
-#include "support/CNVErr.h"
 
 using namespace VbConvert;
-
-namespace {
-int32_t ErrorOf(const std::function<void()>& fn) {
-  try {
-    fn();
-  } catch (const RaisedError& e) {
-    return e.Number;
-  }
-  return 0;
-}
-}  // namespace
 
 TEST(ValTest, TakesTheLeadingNumberOnly) {
   for (auto [s, dWant] : {std::pair{"42", 42.0}, {"  7x", 7}, {"2,5", 2}, {"2.5", 2.5}, {"-3.25e2", -325}, {".5", 0.5},

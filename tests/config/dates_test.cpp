@@ -7,39 +7,42 @@
 #include "support/VbDate.h"
 
 namespace {
-// Days from 1970-01-01 of a proleptic Gregorian date (an independent reckoning).
-int64_t DaysFromCivil(int64_t y, unsigned m, unsigned d) {
-  y -= m <= 2;
-  const int64_t era = (y >= 0 ? y : y - 399) / 400;
-  const unsigned yoe = static_cast<unsigned>(y - era * 400);
-  const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  return era * 146097 + static_cast<int64_t>(doe) - 719468;
-}
-const int64_t kDay0 = DaysFromCivil(1899, 12, 30);
-
 class ClockGuard : public ::testing::Test {
  protected:
   void TearDown() override { Clock::Reset(); }
 };
 }  // namespace
 
-TEST(DaySerialTest, AgreesWithTheCalendarFrom1900To2100) {
+// Days counted from 30 December 1899, as the calendar has them: leap days, the century
+// years that are not leap years (1900, 2100) and the one that is (2000).
+TEST(DaySerialTest, KnownDaysOfTheCalendar) {
   CLog log;
-  static const unsigned kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  for (int y = 1900; y <= 2100; ++y) {
-    bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
-    for (unsigned m = 1; m <= 12; ++m) {
-      unsigned last = kDays[m - 1] + (m == 2 && leap ? 1 : 0);
-      for (unsigned d : {1u, 15u, last}) {
-        int64_t want = DaysFromCivil(y, m, d) - kDay0;
-        ASSERT_EQ(VbDate::DateSerial(y, static_cast<int>(m), static_cast<int>(d)), want) << y << "-" << m << "-" << d;
-        std::string serial = fmt::format("{:04d}{:02d}{:02d}", y, m, d);
-        ASSERT_EQ(log.GetDayFromSerial(serial), want) << serial;
-        ASSERT_EQ(log.GetDateFolder(static_cast<int32_t>(want)), serial);
-      }
-    }
+  for (auto [y, m, d, lWant] : {std::tuple{1900, 1, 1, 2}, {1900, 2, 28, 60}, {1900, 3, 1, 61}, {1999, 12, 31, 36525},
+                                {2000, 2, 29, 36585}, {2000, 3, 1, 36586}, {2010, 3, 14, 40251}, {2024, 2, 29, 45351},
+                                {2038, 1, 19, 50424}, {2100, 2, 28, 73109}, {2100, 3, 1, 73110}, {2100, 12, 31, 73415}}) {
+    const std::string serial = fmt::format("{:04d}{:02d}{:02d}", y, m, d);
+    EXPECT_EQ(VbDate::DateSerial(y, m, d), lWant) << serial;
+    EXPECT_EQ(log.GetDayFromSerial(serial), lWant) << serial;
+    EXPECT_EQ(log.GetDateFolder(lWant), serial);
   }
+}
+
+// From 1900 to 2100 the last day of each month is followed by the first of the next, and
+// every day's folder name reads back as that day.
+TEST(DaySerialTest, MonthsFollowEachOtherFrom1900To2100) {
+  CLog log;
+  static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  for (int y = 1900; y <= 2100; ++y)
+    for (int m = 1; m <= 12; ++m) {
+      const bool bLeap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+      const int iLast = kDays[m - 1] + (m == 2 && bLeap ? 1 : 0);
+      const std::string sLast = fmt::format("{:04d}{:02d}{:02d}", y, m, iLast);
+      const std::string sNext = m == 12 ? fmt::format("{:04d}0101", y + 1) : fmt::format("{:04d}{:02d}01", y, m + 1);
+      const int32_t lLast = log.GetDayFromSerial(sLast);
+      ASSERT_EQ(log.GetDayFromSerial(sNext), lLast + 1) << sLast;
+      ASSERT_EQ(log.GetDateFolder(lLast), sLast);
+      ASSERT_EQ(VbDate::DateSerial(y, m, iLast), lLast) << sLast;
+    }
 }
 
 TEST(DaySerialTest, KnownDaysAndRollOver) {

@@ -19,6 +19,7 @@
 #include "audio/CAudioWMA.h"
 #include "audio/ChooseAudioClass.h"
 #include "common/TempRoot.h"
+#include "common/TestUtil.h"
 #include "config/CLog.h"
 #include "engine/ProcessTestUtil.h"
 #include "support/ConfigAccess.h"
@@ -27,6 +28,10 @@
 namespace e2eproc {
 
 namespace fs = std::filesystem;
+
+// Action points of an hour info file: one passed at the processor's clock, one weeks ahead.
+inline constexpr const char* kPast = "2026-11-22 14:00";
+inline constexpr const char* kLater = "2026-12-30 00:00";
 
 using proctest::Periods;
 using proctest::Wav;
@@ -49,7 +54,7 @@ class ProcessRunTest : public ProcessorTest {
     const std::string sShared = PathIn("drive_c/Program Files/Common Files/Norvane Shared");
     fs::create_directories(sShared + "/Sound Shuttle");
     fs::copy_file(BinPath("SoundShuttle"), sShared + "/Sound Shuttle/SoundShuttle");
-    proctest::WriteBytes(sShared + "/Kestrane v4/nvkn4.prx", "[Profiles]\r\n23 = 22050, 1, 32, Mono speech\r\n");
+    WriteBytes(sShared + "/Kestrane v4/nvkn4.prx", "[Profiles]\r\n23 = 22050, 1, 32, Mono speech\r\n");
     ASSERT_TRUE(m_oCapture.Bind("KNCaptureMsgHandler"));
   }
   void TearDown() override {
@@ -77,6 +82,16 @@ class ProcessRunTest : public ProcessorTest {
     oLog.Terminate();
     // The hour of the clock, where the hour log lines go.
     fs::create_directories(LogDir(iNum) + "/20261123/1000");
+  }
+  // A logger with four outputs archived through the copier: MP2, MP3, Ogg and WMA
+  // (letters A to D).
+  void AddCopierLogger(int iNum) {
+    const auto Archived = [](const std::shared_ptr<IAudioFormat>& oTo) {
+      return Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), oTo);
+    };
+    AddLogger(iNum, true,
+              {Archived(Compressed(FormatMP2, 44100, 128, 2)), Archived(Compressed(FormatMP3, 44100, 128, 2)),
+               Archived(Compressed(FormatOGG, 44100, 128, 2)), Archived(Wma(23))});
   }
   // The registry of the loggers added so far; the processor's ticks come back to back
   // unless iProcessInterval (ms) says otherwise.
@@ -127,7 +142,7 @@ class ProcessRunTest : public ProcessorTest {
     while (auto m = m_oCapture.Receive()) m_aHeard.push_back(m->Text);
     return std::find(m_aHeard.begin(), m_aHeard.end(), s) != m_aHeard.end();
   }
-  std::string HourLog(int iNum) const { return proctest::ReadBytes(In(iNum, "20261123/1000/100000.LOG")); }
+  std::string HourLog(int iNum) const { return ReadBytes(In(iNum, "20261123/1000/100000.LOG")); }
 
   std::string m_sLoggers;
   int m_iLogCount = 0;

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "common/TempRoot.h"
+#include "common/TestUtil.h"
 #include "engine/ProcessTestUtil.h"
 
 extern char** environ;
@@ -133,7 +134,7 @@ class ProcessorTest : public TempRootTest {
       if (e.path().filename().string().rfind("knlogproc.", 0) == 0) aFiles.push_back(e.path());
     std::sort(aFiles.begin(), aFiles.end());
     std::string sAll;
-    for (auto& p : aFiles) sAll += proctest::ReadBytes(p.string());
+    for (auto& p : aFiles) sAll += ReadBytes(p.string());
     return sAll;
   }
   bool WaitForTrace(const std::string& sText, int iMs = 20000) const {

@@ -16,12 +16,8 @@
 
 using namespace e2eproc;
 using proctest::IniValue;
-using proctest::ReadBytes;
 
 namespace {
-
-constexpr const char* kPast = "2026-11-22 14:00";
-constexpr const char* kLater = "2026-12-30 00:00";
 
 class CopierTest : public ProcessRunTest {
  protected:

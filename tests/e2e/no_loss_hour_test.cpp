@@ -15,9 +15,6 @@ using namespace e2eproc;
 using proctest::IniValue;
 
 namespace {
-
-constexpr const char* kPast = "2026-11-22 14:00";
-constexpr const char* kLater = "2026-12-30 00:00";
 constexpr int kSegments = 60;
 
 // The first few of a list of files, and how many more there are.
@@ -41,20 +38,13 @@ struct WavHeader {
 };
 
 WavHeader ReadHeader(const std::string& sPath) {
-  const std::string s = proctest::ReadBytes(sPath);
+  const std::string s = ReadBytes(sPath);
   WavHeader h;
-  for (size_t i = 12; i + 8 <= s.size();) {
-    const std::string sId = s.substr(i, 4);
-    const uint32_t lSize = Le(s, i + 4, 4);
-    if (sId == "fmt " && i + 8 + 20 <= s.size()) {
-      const uint32_t iTag = Le(s, i + 8, 2);
-      h.lBlockFrames = iTag == 1 ? 1 : static_cast<long>(Le(s, i + 8 + 18, 2));
-    } else if (sId == "fact" && lSize >= 4) {
+  for (size_t i = 12; i + 8 <= s.size() && s.compare(i, 4, "data") != 0; i += 8 + Le(s, i + 4, 4) + (Le(s, i + 4, 4) & 1)) {
+    if (s.compare(i, 4, "fmt ") == 0 && i + 28 <= s.size())
+      h.lBlockFrames = Le(s, i + 8, 2) == 1 ? 1 : static_cast<long>(Le(s, i + 26, 2));
+    else if (s.compare(i, 4, "fact") == 0 && Le(s, i + 4, 4) >= 4)
       h.lFact = Le(s, i + 8, 4);
-    } else if (sId == "data") {
-      break;
-    }
-    i += 8 + lSize + (lSize & 1);
   }
   return h;
 }

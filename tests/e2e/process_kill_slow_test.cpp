@@ -27,12 +27,8 @@
 using namespace e2eproc;
 using audiocount::CountFrames;
 using proctest::IniValue;
-using proctest::ReadBytes;
 
 namespace {
-
-constexpr const char* kPast = "2026-11-22 14:00";
-constexpr const char* kLater = "2026-12-30 00:00";
 constexpr double kSeconds = 1.5;
 
 // Whether a process runs whose executable is sPath (an orphaned copier).

@@ -11,14 +11,6 @@ using namespace e2eproc;
 using proctest::Decode;
 using proctest::ExpectAudio;
 using proctest::IniValue;
-using proctest::ReadBytes;
-
-namespace {
-
-constexpr const char* kPast = "2026-11-22 14:00";
-constexpr const char* kLater = "2026-12-30 00:00";
-
-}  // namespace
 
 TEST_F(ProcessRunTest, AWholeCycleStandardisesArchivesDeletesAndTidiesUp) {
   // Logger 1: WAV, standardised to 22.05 kHz stereo IMA ADPCM, archived to mono.
@@ -26,11 +18,7 @@ TEST_F(ProcessRunTest, AWholeCycleStandardisesArchivesDeletesAndTidiesUp) {
   // Logger 2 is disabled: its tree is never looked at.
   AddLogger(2, false, {Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17))});
   // Logger 3: four outputs archived through the copier.
-  AddLogger(3, true,
-            {Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatMP2, 44100, 128, 2)),
-             Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatMP3, 44100, 128, 2)),
-             Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatOGG, 44100, 128, 2)),
-             Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Wma(23))});
+  AddCopierLogger(3);
   WriteRegistry();
 
   AddHour(1, "20261122", "13", kPast, kLater, kLater, 3, 4.0);
@@ -89,22 +77,26 @@ TEST_F(ProcessRunTest, AWholeCycleStandardisesArchivesDeletesAndTidiesUp) {
   EXPECT_TRUE(Heard("IDLE"));
 }
 
-TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndTheRestOfTheHourIsConverted) {
+// Bad files of hour 13 end in their own result and the rest of the hour is converted;
+// hour 11, due for both standard and archive, is archived once and never standardised.
+TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndAnHourDueTwiceIsArchivedOnce) {
   AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17))});
   WriteRegistry();
   AddHour(1, "20261122", "13", kPast, kLater, kLater, 2, 2.0);
+  AddHour(1, "20261122", "11", kPast, kPast, kLater, 2, 2.0);
+  const std::string s11 = In(1, "20261122/1100/");
   const std::string sHour = In(1, "20261122/1300/");
   // Not audio; names that break the 7-character rule; a truncated segment whose header
   // claims 4 s of which 1 s is there.
-  proctest::WriteBytes(sHour + "130500A.wav", "this is no RIFF file");
+  WriteBytes(sHour + "130500A.wav", "this is no RIFF file");
   proctest::WriteToneWav(sHour + "13060A.wav", 1.0);
   proctest::WriteToneWav(sHour + "1307000A.wav", 1.0);
   proctest::WriteToneWav(sHour + "130800A.wav", 4.0);
   std::filesystem::resize_file(sHour + "130800A.wav", 44 + 176400);
   // Files the hour's mask finds that are no segment of the logger: another extension, an
   // output letter beyond its formats.
-  proctest::WriteBytes(sHour + "130400A.txt", "unknown extension");
-  proctest::WriteBytes(sHour + "130300C.wav", "a letter beyond the logger's formats");
+  WriteBytes(sHour + "130400A.txt", "unknown extension");
+  WriteBytes(sHour + "130300C.wav", "a letter beyond the logger's formats");
 
   ASSERT_TRUE(RunProcessor());
 
@@ -125,32 +117,20 @@ TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndTheRestOfTheHourIsConverted
   // A segment that is no audio keeps the hour due, and says so.
   EXPECT_NE(HourLog(1).find(" Cannot open audio file " + sHour + "130500A.wav: "), std::string::npos) << HourLog(1);
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), kPast);
-}
 
-TEST_F(ProcessRunTest, AnHourArchivedWhileAlsoDueForStandardIsNeverStandardisedAfterwards) {
-  AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17))});
-  WriteRegistry();
-  AddHour(1, "20261122", "13", kPast, kPast, kLater, 2, 2.0);
-  const std::string sHour = In(1, "20261122/1300/");
+  const std::string sArchived = ReadBytes(s11 + "110000A.wav");
+  EXPECT_EQ(Decode(s11 + "110000A.wav").iChannels, 1);
+  EXPECT_EQ(std::tuple(IniValue(s11 + "110000.inf", "ArchiveAudioAt"), IniValue(s11 + "110000.inf", "StandardAudioAt")),
+            std::tuple("-1", "-1"));
   ASSERT_TRUE(RunProcessor());
-  const std::string sArchived = ReadBytes(sHour + "130000A.wav");
-  EXPECT_EQ(Decode(sHour + "130000A.wav").iChannels, 1);
-  EXPECT_EQ(IniValue(sHour + "130000.inf", "ArchiveAudioAt"), "-1");
-  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
-
-  ASSERT_TRUE(RunProcessor());
-  EXPECT_TRUE(ReadBytes(sHour + "130000A.wav") == sArchived) << "130000A.wav changed";
+  EXPECT_TRUE(ReadBytes(s11 + "110000A.wav") == sArchived) << "110000A.wav changed";
   const std::string sLog = HourLog(1);
-  EXPECT_EQ(sLog.find("Start Processing Hour 2026-11-22 13:00"), sLog.rfind("Start Processing Hour 2026-11-22 13:00"))
+  EXPECT_EQ(sLog.find("Start Processing Hour 2026-11-22 11:00"), sLog.rfind("Start Processing Hour 2026-11-22 11:00"))
       << sLog;
 }
 
 TEST_F(ProcessRunTest, CopierLeftoversArePromotedOnlyWhenAudioAndItsCutOffFilesGo) {
-  AddLogger(1, true,
-            {Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatMP2, 44100, 128, 2)),
-             Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatMP3, 44100, 128, 2)),
-             Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatOGG, 44100, 128, 2)),
-             Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Wma(23))});
+  AddCopierLogger(1);
   WriteRegistry();
   AddHour(1, "20261115", "09", "-1", kPast, kLater, 1, 2.0, "ABCD");
   const std::string sHour = In(1, "20261115/0900/");
@@ -159,8 +139,8 @@ TEST_F(ProcessRunTest, CopierLeftoversArePromotedOnlyWhenAudioAndItsCutOffFilesG
   // are left. Beside them a note under such a name, and a copier run cut off.
   const std::vector<std::string> aNames = {"090000A.mp2", "090000B.mp3", "090000C.ogg", "090000D.wma"};
   for (const std::string& sName : aNames) std::filesystem::rename(sHour + sName, sHour + "arc" + sName);
-  proctest::WriteBytes(sHour + "arc090100A.mp2", "41 bytes of text that are not any audio.");
-  proctest::WriteBytes(sHour + ".arc090200A.mp2.shuttle-Qw3rT9", "half a file");
+  WriteBytes(sHour + "arc090100A.mp2", "41 bytes of text that are not any audio.");
+  WriteBytes(sHour + ".arc090200A.mp2.shuttle-Qw3rT9", "half a file");
   proctest::WriteInf(sHour + "090000.inf", "-1", kPast, kLater);
 
   ASSERT_TRUE(RunProcessor());
@@ -175,29 +155,6 @@ TEST_F(ProcessRunTest, CopierLeftoversArePromotedOnlyWhenAudioAndItsCutOffFilesG
             std::string::npos)
       << HourLog(1);
   EXPECT_EQ(IniValue(sHour + "090000.inf", "ArchiveAudioAt"), "-1");
-}
-
-TEST_F(ProcessRunTest, AFullDiskRejectsTheFileKeepsTheSourceAndTheNextRunFinishes) {
-  AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17))});
-  WriteRegistry();
-  AddHour(1, "20261122", "13", kPast, kLater, kLater, 3, 20.0);
-  const std::string sHour = In(1, "20261122/1300/");
-  const std::string sFirst = ReadBytes(sHour + "130000A.wav");
-
-  // Every audio write after the first few fails as on a full disk.
-  ASSERT_TRUE(RunProcessor({"KESTRANE_FAULTS=audio.write=ENOSPC@8"}));
-  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sFirst);
-  EXPECT_FALSE(std::filesystem::exists(sHour + "std130000A.wav"));
-  EXPECT_TRUE(Heard("FileArchiveError:" + sHour + "130000A.wav"));
-  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), kPast);
-  for (const char* sName : {"130000A.wav", "130100A.wav", "130200A.wav"})
-    EXPECT_NEAR(Decode(sHour + sName).dSeconds, 20.0, 0.05) << sName;
-
-  // Space again: the next run converts what is left and marks the hour.
-  ASSERT_TRUE(RunProcessor());
-  for (const char* sName : {"130000A.wav", "130100A.wav", "130200A.wav"})
-    ExpectAudio(sHour + sName, "adpcm_ima_wav", 20.0);
-  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
 }
 
 TEST_F(ProcessRunTest, AnUndeletableSourceKeepsBothFilesAndTheHourDue) {
@@ -218,28 +175,4 @@ TEST_F(ProcessRunTest, AnUndeletableSourceKeepsBothFilesAndTheHourDue) {
   EXPECT_FALSE(std::filesystem::exists(sHour + "arc090000A.mp2"));
   EXPECT_NEAR(Decode(sHour + "090000A.mp2").dSeconds, 2.0, 0.15);
   EXPECT_EQ(IniValue(sHour + "090000.inf", "ArchiveAudioAt"), "-1");
-}
-
-TEST_F(ProcessRunTest, ShutdownDuringAConversionEndsTheRunAndLeavesTheSource) {
-  AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17))});
-  // One tick a second: the first file takes a few of them.
-  WriteRegistry(1000);
-  AddHour(1, "20261122", "13", kPast, kLater, kLater, 2, 30.0);
-  const std::string sHour = In(1, "20261122/1300/");
-  const std::string sFirst = ReadBytes(sHour + "130000A.wav");
-
-  RunningProgram oProc;
-  ASSERT_TRUE(Start(oProc, {"/DEBUG"}));
-  ASSERT_TRUE(WaitFor([&] { return Trace().find("Processing Loop (Pass: 1)") != std::string::npos ||
-                                   Trace().find("Start converting audio file") != std::string::npos; },
-                      30000));
-  ASSERT_TRUE(MessageTransport::Send("KNLogProcMsgHandler", "SHUTDOWN"));
-  ASSERT_TRUE(oProc.WaitEnd(20000));
-  EXPECT_TRUE(WIFEXITED(oProc.Status()));
-
-  EXPECT_EQ(ReadBytes(sHour + "130000A.wav"), sFirst);
-  EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), kPast);
-  EXPECT_EQ(HourLog(1).find("Finished Archiving Audio"), std::string::npos);
-  EXPECT_TRUE(Heard("IDLE"));
-  EXPECT_EQ(Trace().find("Start PerformFolderTidyup"), std::string::npos);
 }

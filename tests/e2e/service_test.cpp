@@ -17,6 +17,7 @@
 #include <fmt/format.h>
 
 #include "RunningProgram.h"
+#include "common/SummaryTsv.h"
 #include "engine/StatusReport.h"
 #include "support/FileUtils.h"
 #include "support/MessageTransport.h"
@@ -240,24 +241,18 @@ TEST_F(ServiceTest, PlanChangesNothingAndListsWhatTheRunThenDoes) {
   EXPECT_EQ(r.iCycles, 1);
   ASSERT_EQ(r.aLoggers.size(), 2u);
   const std::map<std::string, int> mIndex = {{"Delete", 0}, {"Standardise", 1}, {"Archive", 2}};
-  std::istringstream tsv(sTsv);
-  int iRows = 0;
+  SummaryRows mRows;
+  ASSERT_EQ(ParseSummaryTsv(sTsv, mRows), "");
+  EXPECT_EQ(mRows.size(), 6u);
   long long lWon = 0;
-  while (std::getline(tsv, sLine)) {
-    std::istringstream ls(sLine);
-    int iLog;
-    std::string sAction;
-    ActionFigures f;
-    ls >> iLog >> sAction >> f.iDue >> f.iDone >> f.iFilesConverted >> f.iFilesRemoved >> f.lBytesBefore >> f.lBytesAfter;
-    ASSERT_FALSE(ls.fail()) << sLine;
-    ASSERT_TRUE(iLog == 1 || iLog == 2) << sLine;
-    const ActionFigures& s = r.aLoggers[static_cast<size_t>(iLog - 1)].aAction[static_cast<size_t>(mIndex.at(sAction))];
-    EXPECT_EQ(s, f) << "logger " << iLog << " " << sAction;
-    EXPECT_GT(f.iDone, 0) << sLine;
+  for (const auto& [oKey, f] : mRows) {
+    const auto& [iLog, sAction] = oKey;
+    ASSERT_TRUE(iLog == 1 || iLog == 2) << iLog;
+    EXPECT_EQ(r.aLoggers[static_cast<size_t>(iLog - 1)].aAction[static_cast<size_t>(mIndex.at(sAction))], f)
+        << "logger " << iLog << " " << sAction;
+    EXPECT_GT(f.iDone, 0) << iLog << " " << sAction;
     lWon += f.SpaceWon();
-    ++iRows;
   }
-  EXPECT_EQ(iRows, 6);
   EXPECT_EQ(r.lBytesWonTotal, lWon);
   const std::string sProm = ReadFile("run/knlogproc.prom");
   EXPECT_NE(sProm.find(fmt::format("kestrane_logproc_space_won_bytes_total {}\n", lWon)), std::string::npos);

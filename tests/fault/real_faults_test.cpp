@@ -31,12 +31,8 @@
 using namespace e2eproc;
 using audiocount::CountFrames;
 using proctest::IniValue;
-using proctest::ReadBytes;
 
 namespace {
-
-constexpr const char* kPast = "2026-11-22 14:00";
-constexpr const char* kLater = "2026-12-30 00:00";
 constexpr long kPage = 4096;
 
 // Mounts made here stay in a mount namespace of this test process where possible, so

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <string>
 
+#include "common/TestUtil.h"
 #include "config/ConfigTestUtil.h"
 #include "hours/CHourlyInf.h"
 #include "support/CNVErr.h"
@@ -36,22 +37,17 @@ TEST_F(PointTextTest, AllWrittenFormsOfOneMomentReadAlike) {
     ExpectPoint(CHourlyInf::ParsePoint(s), k14March2010, 13, 0, s);
 }
 
-TEST_F(PointTextTest, MarkReadsAsEmptyAndWritesBack) {
-  auto p = CHourlyInf::ParsePoint("-1");
-  ExpectPoint(p, -1, -1, -1, "-1");
-  EXPECT_EQ(CHourlyInf::FormatPoint(p), "-1");
+// The mark reads as the date -1 and writes back as "-1"; a point is written separated,
+// with a two-digit hour and zero minutes.
+TEST_F(PointTextTest, MarkAndPointsWriteBackAsRead) {
+  ExpectPoint(CHourlyInf::ParsePoint("-1"), -1, -1, -1, "-1");
+  EXPECT_EQ(CHourlyInf::FormatPoint(CHourlyInf::ParsePoint("-1")), "-1");
   EXPECT_EQ(CHourlyInf::FormatPoint(std::shared_ptr<LogInfo>()), "-1");
   // The mark is the date alone: an hour beside it doesn't make it a date.
-  LogInfo oMarked(-1, 13, 0);
+  LogInfo oMarked(-1, 13, 0), o(k14March2010, 7, 5);
   EXPECT_EQ(CHourlyInf::FormatPoint(&oMarked), "-1");
-}
-
-TEST_F(PointTextTest, FormatIsSeparatedWithTwoDigitHourAndZeroMinutes) {
-  LogInfo o(k14March2010, 7, 5);
   EXPECT_EQ(CHourlyInf::FormatPoint(&o), "2010-03-14 07:00");
-  LogInfo oLate(VbDate::DateSerial(2026, 12, 31), 23, 0);
-  EXPECT_EQ(CHourlyInf::FormatPoint(&oLate), "2026-12-31 23:00");
-  for (const char* s : {"2012-02-29 05:00", "1900-01-01 00:00", "9999-12-31 23:00"})
+  for (const char* s : {"2026-12-31 23:00", "2012-02-29 05:00", "1900-01-01 00:00", "9999-12-31 23:00"})
     EXPECT_EQ(CHourlyInf::FormatPoint(CHourlyInf::ParsePoint(s)), s);
 }
 
@@ -76,19 +72,28 @@ class HourlyInfTest : public ConfigTest {
     WriteFile(sRel, sContent);
     return PathIn(sRel);
   }
+  // Loading sPath raises "unreadable" with sWhy in its description, and no point of it
+  // reaches o.
+  static void ExpectRefused(CHourlyInf& o, const std::string& sPath, const std::string& sWhy) {
+    std::string sDescription;
+    EXPECT_EQ(ErrorOf([&] { o.FileName(sPath); }, &sDescription), CHourlyInf::kErrInfUnreadable) << sWhy;
+    EXPECT_NE(sDescription.find(sWhy), std::string::npos) << sDescription;
+    EXPECT_FALSE(o.DeletePoint());
+  }
 };
 
 TEST_F(HourlyInfTest, ReadsEveryKeyInEitherSpellingOfTheSection) {
   for (const char* sSection : {"ActionDates", "Actiondates", "ACTIONDATES"}) {
     CHourlyInf o;
     o.FileName(Inf(std::string("[General]\r\nVersion=3.7\r\n[Segments]\r\nNumSegs=120\r\n[") + sSection +
-                   "]\r\nStandardAudioAt=20100316 1300\r\nArchiveAudioAt=2010-03-28 13:00\r\nDeleteAudioAt=-1\r\n"));
+                   "]\r\nStandardAudioAt=20100316 1300\r\nArchiveAudioAt=2010-03-28 13:00\r\nDeleteAudioAt=-1\r\n"
+                   "DeleteAudioAt=20300101 0000\r\n"));
     EXPECT_EQ(o.Version(), "3.7");
     EXPECT_EQ(o.SegmentsInHour(), 120);
     EXPECT_EQ(o.LogSegmentLength(), 30);
     ExpectPoint(o.StandardPoint(), k14March2010 + 2, 13, 0, sSection);
     ExpectPoint(o.ArchivePoint(), k14March2010 + 14, 13, 0, sSection);
-    ExpectPoint(o.DeletePoint(), -1, -1, -1, sSection);
+    ExpectPoint(o.DeletePoint(), -1, -1, -1, sSection);  // the first of two equal keys
   }
 }
 
@@ -183,15 +188,7 @@ TEST_F(HourlyInfTest, UnreadableFileRaisesInsteadOfReadingAsEmpty) {
   for (int iErr : {EIO, EACCES}) {
     CHourlyInf o;
     Faults::Arm("inf.read", iErr, 0, 1);
-    try {
-      o.FileName(sPath);
-      ADD_FAILURE() << "no error for errno " << iErr;
-    } catch (const RaisedError& e) {
-      EXPECT_EQ(e.Number, CHourlyInf::kErrInfUnreadable);
-      EXPECT_NE(e.Description.find(std::strerror(iErr)), std::string::npos) << e.Description;
-    }
-    // Nothing of a half-read file reached the object.
-    EXPECT_FALSE(o.DeletePoint());
+    ExpectRefused(o, sPath, std::strerror(iErr));
   }
   // The next read works again.
   CHourlyInf o;
@@ -213,14 +210,7 @@ TEST_F(HourlyInfTest, FolderCountsAsNoFileAndPipeIsRefusedWithoutBlocking) {
   std::filesystem::create_directories(PathIn("L/20100314/1400"));
   ASSERT_EQ(::mkfifo(sFifo.c_str(), 0600), 0);
   EXPECT_EQ(CHourlyInf::ProbeFile(sFifo, oStamp), 0);
-  try {
-    o.FileName(sFifo);
-    ADD_FAILURE() << "a pipe was read as an hour info file";
-  } catch (const RaisedError& e) {
-    EXPECT_EQ(e.Number, CHourlyInf::kErrInfUnreadable);
-    EXPECT_NE(e.Description.find("not a regular file"), std::string::npos) << e.Description;
-  }
-  EXPECT_FALSE(o.DeletePoint());
+  ExpectRefused(o, sFifo, "not a regular file");
 }
 
 // Files a recorder leaves when it loses power while writing, or that some other program
@@ -245,16 +235,8 @@ TEST_F(HourlyInfTest, FilesWithoutHourInfoAreRefusedNeverReadAsDeleteNow) {
   };
   for (const auto& c : aCases) {
     SCOPED_TRACE(c.sWhy);
-    const std::string sPath = Inf(c.sBytes);
     CHourlyInf o;
-    try {
-      o.FileName(sPath);
-      ADD_FAILURE() << "taken as an hour info file";
-    } catch (const RaisedError& e) {
-      EXPECT_EQ(e.Number, CHourlyInf::kErrInfUnreadable);
-      EXPECT_NE(e.Description.find(c.sWhy), std::string::npos) << e.Description;
-    }
-    EXPECT_FALSE(o.DeletePoint());
+    ExpectRefused(o, Inf(c.sBytes), c.sWhy);
   }
   // Tabs, 0x1A and a real section with keys missing stay readable.
   CHourlyInf o;
@@ -298,12 +280,6 @@ TEST_F(HourlyInfTest, Utf16FilesReadAndSaveInTheirOwnEncoding) {
     ExpectPoint(oBack.ArchivePoint(), -1, -1, -1, "archive after save");
     ExpectPoint(oBack.DeletePoint(), VbDate::DateSerial(2030, 1, 1), 0, 0, "delete after save");
   }
-}
-
-TEST_F(HourlyInfTest, OfTwoEqualKeysTheFirstCounts) {
-  CHourlyInf o;
-  o.FileName(Inf("[ActionDates]\nArchiveAudioAt=2030-01-01 05:00\nArchiveAudioAt=-1\n"));
-  ExpectPoint(o.ArchivePoint(), VbDate::DateSerial(2030, 1, 1), 5, 0, "first of two equal keys");
 }
 
 TEST_F(HourlyInfTest, CopyCarriesMemoryValuesInItsOwnPoints) {
@@ -352,12 +328,7 @@ class HourlyInfCacheTest : public HourlyInfTest {
   bool ServedWithoutRead(const std::string& sPath) {
     Faults::Arm("inf.read", EIO);
     CHourlyInf o;
-    bool bServed = true;
-    try {
-      o.FileName(sPath);
-    } catch (const RaisedError&) {
-      bServed = false;
-    }
+    const bool bServed = ErrorOf([&] { o.FileName(sPath); }) == 0;
     Faults::DisarmAll();
     return bServed;
   }

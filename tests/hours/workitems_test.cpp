@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "common/TestUtil.h"
 #include "config/CLog.h"
 #include "config/ConfigTestUtil.h"
 #include "hours/CLogProcessEntry.h"
@@ -27,16 +28,6 @@ std::shared_ptr<CLogProcessEntry> Entry(const std::shared_ptr<CLog>& oLog, int16
   if (!sInf.empty()) oInf->FileName(sInf);
   o->Fill(oLog, sInf.empty() ? nullptr : oInf, std::make_shared<LogInfo>(k14March2010, iHour, 0), actDelete);
   return o;
-}
-
-// The number of the error f raises, 0 when it raises none.
-int32_t ErrorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const RaisedError& e) {
-    return e.Number;
-  }
-  return 0;
 }
 
 std::vector<int16_t> Hours(const CProcessEntryList& l) {

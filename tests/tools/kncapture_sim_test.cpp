@@ -7,9 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <thread>
 
 #include "audio/AudioFormatHelpers.h"
 #include "audio/AudioTypes.h"
@@ -17,6 +15,7 @@
 #include "audio/GetAudioLengthSecs.h"
 #include "audio/IAudioFile.h"
 #include "common/TempRoot.h"
+#include "e2e/RunningProgram.h"
 #include "config/CLog.h"
 #include "config/CLogList.h"
 #include "config/CStream.h"
@@ -199,17 +198,10 @@ TEST_F(CaptureSimTest, HourInfoFilesHoldTheHourPlusTheLoggersHours) {
   // absent or "-1" delete point would delete the hour at once.
   EXPECT_EQ(points(sInf2), "-1|2010-03-15 07:00|1899-12-30 00:00|");
 
-  // The hour info class reads the points as the work-list preparation will see them.
+  // The hour info class reads them as the work-list preparation will.
   CHourlyInf oInf;
   oInf.FileName(sInf1);
-  ASSERT_TRUE(oInf.StandardPoint() && oInf.ArchivePoint() && oInf.DeletePoint());
-  EXPECT_EQ(std::tuple(oInf.SegmentsInHour(), oInf.LogSegmentLength()), std::tuple(4, 900));
-  EXPECT_EQ(*oInf.StandardPoint(), LogInfo(40251, 8, 0));
-  EXPECT_EQ(*oInf.ArchivePoint(), LogInfo(40252, 2, 0));
-  EXPECT_EQ(*oInf.DeletePoint(), LogInfo(40252, 18, 0));
-  CHourlyInf oNever;
-  oNever.FileName(sInf2);
-  EXPECT_EQ(std::tuple(oNever.StandardPoint()->Date, oNever.DeletePoint()->Date), std::tuple(-1, 0));
+  EXPECT_EQ(std::tuple(oInf.LogSegmentLength(), *oInf.DeletePoint()), std::tuple(900, LogInfo(40252, 18, 0)));
 }
 
 TEST_F(CaptureSimTest, AudioIsInTheRecordedFormatAndOfTheAskedLength) {
@@ -234,10 +226,7 @@ TEST_F(CaptureSimTest, AudioIsInTheRecordedFormatAndOfTheAskedLength) {
     oInFile->CloseAudioFile();
   }
   // The IMA file carries format tag 17 in its header.
-  std::ifstream f(sHour + "003000B.wav", std::ios::binary);
-  char hdr[22] = {};
-  f.read(hdr, sizeof hdr);
-  EXPECT_EQ(static_cast<unsigned char>(hdr[20]), 17);
+  EXPECT_EQ(ReadBytes(sHour + "003000B.wav").substr(20, 2), std::string("\x11\0", 2));
 }
 
 TEST_F(CaptureSimTest, AudioFollowsTheSeedAndTheKind) {
@@ -278,12 +267,8 @@ TEST_F(CaptureSimTest, InstallsTheCopierAndTheProfileFileWhereTheProcessorLooks)
   EXPECT_EQ(RunProgram(Quote(sCopier) + " --help", &sHelp), 0);
   EXPECT_NE(sHelp.find("DSTFORMAT"), std::string::npos);
   const std::string sPrx = sCommon + "/Norvane Shared/Kestrane v4/nvkn4.prx";
-  std::string sShipped, sInstalled;
-  std::ifstream a(std::string(KN_SOURCE_DIR) + "/data/nvkn4.prx"), b(sPrx);
-  std::getline(a, sShipped, '\0');
-  std::getline(b, sInstalled, '\0');
-  EXPECT_FALSE(sInstalled.empty());
-  EXPECT_EQ(sInstalled, sShipped);
+  EXPECT_FALSE(ReadBytes(sPrx).empty());
+  EXPECT_EQ(ReadBytes(sPrx), ReadBytes(std::string(KN_SOURCE_DIR) + "/data/nvkn4.prx"));
   // The processor's values are in the registry.
   EXPECT_EQ(ConfigAccess::GetRegLong("SOFTWARE\\Norvane\\Kestrane v4\\Log Processor", "ProcessTimerInterval", -1),
             500);
@@ -312,21 +297,15 @@ TEST_F(CaptureSimTest, BadRequestsFailClearlyAndLeaveRecordedAudioAlone) {
 }
 
 TEST_F(CaptureSimTest, ListenPrintsWhatArrivesForTheCaptureHandler) {
-  const std::string sOutFile = PathIn("listen.out");
-  const std::string sCmd = Quote(BinPath("kncapture-sim")) + " listen -n 2 -t 20 > " + Quote(sOutFile) + " 2>&1 &";
-  ASSERT_EQ(std::system(sCmd.c_str()), 0);
-  // Wait for the handler's socket, then send as the processor does.
-  const std::string sSocket = PathIn("run/msg/KNCaptureMsgHandler");
-  for (int i = 0; i < 250 && !fs::exists(sSocket); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  ASSERT_TRUE(fs::exists(sSocket));
+  RunningProgram oListen;
+  ASSERT_TRUE(oListen.Start(BinPath("kncapture-sim"), {"listen", "-n", "2", "-t", "20"}, PathIn("listen.out")));
+  // Once the handler's socket is there, send as the processor does: two messages end it.
+  ASSERT_TRUE(WaitFor([&] { return fs::exists(PathIn("run/msg/KNCaptureMsgHandler")); }, 5000));
   EXPECT_TRUE(MessageTransport::Send("KNCaptureMsgHandler", "ACTIVE3"));
   EXPECT_TRUE(MessageTransport::Send("KNCaptureMsgHandler", "IDLE"));
-  std::string sOut;
-  for (int i = 0; i < 250; ++i) {
-    sOut = ReadFile("listen.out");
-    if (sOut.find("IDLE") != std::string::npos) break;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+  ASSERT_TRUE(oListen.WaitEnd(5000));
+  EXPECT_EQ(oListen.ExitCode(), 0);
+  const std::string sOut = ReadFile("listen.out");
   size_t iActive = sOut.find(" ACTIVE3\n"), iIdle = sOut.find(" IDLE\n");
   ASSERT_NE(iIdle, std::string::npos) << sOut;
   EXPECT_LT(iActive, iIdle) << sOut;  // and ACTIVE3 was there

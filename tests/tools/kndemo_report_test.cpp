@@ -4,26 +4,12 @@
 
 #include <filesystem>
 #include <map>
-#include <sstream>
 
+#include "common/SummaryTsv.h"
 #include "common/TempRoot.h"
 #include "support/ConfigAccess.h"
 
 namespace fs = std::filesystem;
-
-namespace {
-
-struct Row {
-  int iDue = -1, iDone = -1, iConverted = -1, iRemoved = -1;
-  long long lBefore = -1, lAfter = -1;
-  bool operator==(const Row&) const = default;
-};
-void PrintTo(const Row& r, std::ostream* os) {
-  *os << r.iDue << " due " << r.iDone << " done " << r.iConverted << " converted " << r.iRemoved << " removed "
-      << r.lBefore << "->" << r.lAfter;
-}
-
-}  // namespace
 
 class DemoReportTest : public TempRootTest {
  protected:
@@ -49,16 +35,11 @@ class DemoReportTest : public TempRootTest {
     return PathIn("drive_d/Kestrane/Logger" + std::to_string(iLogger) + "/20100314/" + sHour);
   }
   // The summary of the two snapshots, by logger and action.
-  std::map<std::pair<int, std::string>, Row> Summary() {
-    std::map<std::pair<int, std::string>, Row> m;
+  SummaryRows Summary() {
+    SummaryRows m;
     EXPECT_EQ(Report("snapshot " + Quote(PathIn("after"))), 0) << m_sOut;
     EXPECT_EQ(Report("summary " + Quote(PathIn("before")) + " " + Quote(PathIn("after")) + " --tsv"), 0) << m_sOut;
-    std::istringstream in(m_sOut);
-    int iLog;
-    std::string sAction;
-    Row r;
-    while (in >> iLog >> sAction >> r.iDue >> r.iDone >> r.iConverted >> r.iRemoved >> r.lBefore >> r.lAfter)
-      m[{iLog, sAction}] = r;
+    EXPECT_EQ(ParseSummaryTsv(m_sOut, m), "");
     return m;
   }
   void Mark(const std::string& sInf, const std::string& sKey) {
@@ -85,13 +66,13 @@ TEST_F(DemoReportTest, HoursDoneAreToldFromTheirInfoFilesAndFilesFromTheirNames)
 
   auto m = Summary();
   ASSERT_EQ(m.size(), 6u) << m_sOut;
-  EXPECT_EQ((m[{1, "Delete"}]), (Row{1, 1, 0, 2, 2 * lSeg, 0}));
-  EXPECT_EQ((m[{1, "Archive"}]), (Row{1, 1, 1, 0, 2 * lSeg, 100 + lSeg}));
-  EXPECT_EQ((m[{1, "Standardise"}]), (Row{1, 1, 1, 1, 2 * lSeg, 1000}));
+  EXPECT_EQ((m[{1, "Delete"}]), (ActionFigures{1, 1, 0, 0, 2, 2 * lSeg, 0}));
+  EXPECT_EQ((m[{1, "Archive"}]), (ActionFigures{1, 1, 0, 1, 0, 2 * lSeg, 100 + lSeg}));
+  EXPECT_EQ((m[{1, "Standardise"}]), (ActionFigures{1, 1, 0, 1, 1, 2 * lSeg, 1000}));
   // Logger 2 was due for the same and nothing happened to it.
   for (const char* s : {"Delete", "Archive", "Standardise"}) {
-    const Row& r = m[{2, s}];
-    EXPECT_EQ(std::tuple(r.iDue, r.iDone, r.lBefore), std::tuple(1, 0, 0LL)) << s;
+    const ActionFigures& r = m[{2, s}];
+    EXPECT_EQ(std::tuple(r.iDue, r.iDone, r.lBytesBefore), std::tuple(1, 0, 0LL)) << s;
   }
 
   // The printed summary: space won per action, the hours left, the hour log.
@@ -110,8 +91,8 @@ TEST_F(DemoReportTest, AHourLeftAloneOrFailedCountsAsDueNotDone) {
   fs::remove(Hour(1, "0200/020000A.wav"));
   WriteFile("drive_d/Kestrane/Logger1/20100314/0200/020000A.wav", std::string(10, 'z'));
   auto m = Summary();
-  const Row& oStd = m[{1, "Standardise"}];
-  EXPECT_EQ(std::tuple(oStd.iDue, oStd.iDone, oStd.iConverted), std::tuple(1, 0, 0));
+  const ActionFigures& oStd = m[{1, "Standardise"}];
+  EXPECT_EQ(std::tuple(oStd.iDue, oStd.iDone, oStd.iFilesConverted), std::tuple(1, 0, 0));
   EXPECT_EQ((m[{1, "Delete"}].iDone), 0);
 }
 

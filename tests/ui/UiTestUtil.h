@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "common/TempRoot.h"
+#include "common/TestUtil.h"
 #include "support/ConfigAccess.h"
 
 // Qt's font set-up keeps fontconfig's caches for the life of the process.
@@ -36,17 +37,6 @@ inline QApplication& UiApp() {
   return *s_pApp;
 }
 
-// Runs the event loop until pred holds or iMs have passed.
-inline bool RunUntil(const std::function<bool()>& pred, int iMs = 5000) {
-  UiApp();
-  QElapsedTimer oTimer;
-  oTimer.start();
-  while (!pred()) {
-    if (oTimer.elapsed() > iMs) return false;
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-  }
-  return true;
-}
 
 // The registry of a machine with iLoggers loggers under D:\Kestrane\LoggerN, and the
 // timer intervals of the processor.

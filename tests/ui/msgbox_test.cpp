@@ -19,31 +19,30 @@ class QtMsgBoxTest : public ::testing::Test {
 };
 
 TEST_F(QtMsgBoxTest, TheStyleValueGivesIconButtonsAndDefault) {
-  auto pClose = QtMsgBox::Build("Are you sure you want to close the Log Processor?", vbYesNo | vbQuestion,
-                                "knlogproc");
-  EXPECT_EQ(pClose->icon(), QMessageBox::Question);
-  EXPECT_EQ(pClose->standardButtons(), QMessageBox::Yes | QMessageBox::No);
-  EXPECT_EQ(DefaultOf(*pClose), QMessageBox::Yes);
-  EXPECT_EQ(std::tuple(pClose->text(), pClose->windowTitle()),
-            std::tuple("Are you sure you want to close the Log Processor?", "knlogproc"));
-  EXPECT_EQ(pClose->windowModality(), Qt::ApplicationModal);
-
-  auto pCritical = QtMsgBox::Build("There is already a copy of the Log Processor running!", vbCritical, "t");
-  EXPECT_EQ(pCritical->icon(), QMessageBox::Critical);
-  EXPECT_EQ(pCritical->standardButtons(), QMessageBox::Ok);
-
-  auto pSecond = QtMsgBox::Build("x", vbYesNo | vbExclamation | vbDefaultButton2, "t");
-  EXPECT_EQ(pSecond->icon(), QMessageBox::Warning);
-  EXPECT_EQ(DefaultOf(*pSecond), QMessageBox::No);
-
+  using B = QMessageBox;
+  const struct {
+    int32_t lStyle;
+    B::Icon eIcon;
+    B::StandardButtons eButtons;
+    B::StandardButton eDefault;  // NoButton: not checked
+  } aCases[] = {
+      {vbYesNo | vbQuestion, B::Question, B::Yes | B::No, B::Yes},
+      {vbCritical, B::Critical, B::Ok, B::NoButton},
+      {vbYesNo | vbExclamation | vbDefaultButton2, B::Warning, B::Yes | B::No, B::No},
+      {3 | vbInformation, B::Information, B::Yes | B::No | B::Cancel, B::NoButton},
+      {5, B::NoIcon, B::Retry | B::Cancel, B::NoButton},
+  };
+  for (const auto& c : aCases) {
+    auto pBox = QtMsgBox::Build("Are you sure you want to close the Log Processor?", c.lStyle, "knlogproc");
+    EXPECT_EQ(std::tuple(pBox->icon(), pBox->standardButtons()), std::tuple(c.eIcon, c.eButtons)) << c.lStyle;
+    if (c.eDefault != B::NoButton) {
+      EXPECT_EQ(DefaultOf(*pBox), c.eDefault) << c.lStyle;
+    }
+    EXPECT_EQ(std::tuple(pBox->text(), pBox->windowTitle(), pBox->windowModality()),
+              std::tuple("Are you sure you want to close the Log Processor?", "knlogproc", Qt::ApplicationModal));
+  }
   auto pCancel = QtMsgBox::Build("x", 3 | vbInformation, "t");
-  EXPECT_EQ(pCancel->icon(), QMessageBox::Information);
-  EXPECT_EQ(pCancel->standardButtons(), QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
-  EXPECT_EQ(pCancel->standardButton(pCancel->escapeButton()), QMessageBox::Cancel);
-
-  auto pRetry = QtMsgBox::Build("x", 5, "t");
-  EXPECT_EQ(pRetry->icon(), QMessageBox::NoIcon);
-  EXPECT_EQ(pRetry->standardButtons(), QMessageBox::Retry | QMessageBox::Cancel);
+  EXPECT_EQ(pCancel->standardButton(pCancel->escapeButton()), B::Cancel);
   // A box's markup characters are shown as they stand.
   EXPECT_EQ(QtMsgBox::Build("<b>x</b>", 0, "t")->textFormat(), Qt::PlainText);
 }

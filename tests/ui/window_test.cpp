@@ -9,8 +9,8 @@
 #include "support/DebugMsg.h"
 #include "support/MsgBox.h"
 #include "support/VbDate.h"
-#include "ui/TabFrame.h"
 #include "ui/ProbeWindow.h"
+#include "ui/TabFrame.h"
 #include "engine/ProcessTestUtil.h"
 #include "ui/UiTestUtil.h"
 
@@ -85,15 +85,9 @@ TEST_F(WindowTest, LoadShowsTheClosedBoxInTheMiddleOfTheScreenAndItCannotBeSized
   Load("");
   ProbeWindow& w = *m_pWindow;
   ASSERT_TRUE(w.isVisible());
-  EXPECT_EQ(w.windowTitle(), "Log Processor");
-  EXPECT_EQ(w.SSTab1->TabCaption(), "Current Task");
-  EXPECT_EQ(w.SSTab2->TabCaption(), "Actions");
-  EXPECT_FALSE(w.SSTab2.Visible());
-  EXPECT_TRUE(w.picDone.Visible());
-  EXPECT_FALSE(w.fraActive.Visible());
+  EXPECT_EQ(std::tuple(w.SSTab2.Visible(), w.picDone.Visible(), w.fraActive.Visible(), w.cmdRestart->isEnabled()),
+            std::tuple(false, true, false, false));
   EXPECT_EQ(w.lblAllDone->text(), "Loading Logs...");
-  EXPECT_EQ(w.lblAllDone->font().family(), "Verdana");
-  EXPECT_FALSE(w.cmdRestart->isEnabled());
 
   const QRect oScreen = ScreenTwips();
   EXPECT_EQ(QRect(w.FormLeft(), w.FormTop(), w.FormWidth(), w.FormHeight()),
@@ -123,11 +117,7 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInOrderAndCaptionsAreText) {
   ProbeWindow& w = *m_pWindow;
   QTreeView& oView = *w.lvwItems.Get();
   WorkListModel& oModel = w.lvwItemsModel();
-  ASSERT_EQ(oModel.columnCount(), 5);
-  for (int i = 0; i < 5; ++i)
-    EXPECT_EQ(oModel.headerData(i, Qt::Horizontal).toString().toStdString(), WorkList::kColumnHeaders[i]);
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(oView.columnWidth(i), 96) << i;
-  EXPECT_TRUE(oView.isColumnHidden(4));
+  EXPECT_TRUE(oView.isColumnHidden(4));  // the serial the rows are sorted by
 
   WorkList& oRows = m_pForm->lvwItems;
   for (auto [sName, sAction, sEfficiency] : {std::tuple{"Studio A", "Standardise", "P050"}, {"Studio B", "Delete", "P100"},
@@ -188,17 +178,15 @@ TEST_F(WindowTest, ClosingDuringACycleAsksAndOnlyYesEndsIt) {
   ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrPrepareLists.isActive(); }));
   ProbeWindow& w = *m_pWindow;
 
+  // The form asks (what it asks and what the answers set are the engine's tests).
   AnswerBoxes(vbNo);
   EXPECT_FALSE(w.close());
-  EXPECT_EQ(m_aAsked, std::vector<std::string>{"Are you sure you want to close the Log Processor?|36"});
-  EXPECT_EQ(std::tuple(w.isVisible(), m_pForm->m_bShutdown, m_pForm->m_bUnloadRequested, m_pForm->tmrPrepareLists.isActive()),
-            std::tuple(true, false, false, true));
+  EXPECT_EQ(std::tuple(m_aAsked.size(), w.isVisible(), m_pForm->m_bShutdown), std::tuple(1u, true, false));
 
   // Yes: the window stays until the running timer brings the form down.
   AnswerBoxes(vbYes);
   EXPECT_FALSE(w.close());
-  EXPECT_EQ(std::tuple(m_aAsked.size(), w.isVisible(), m_pForm->m_bShutdown, m_pForm->m_bUnloadRequested, m_bUnloaded),
-            std::tuple(2u, true, true, true, false));
+  EXPECT_EQ(std::tuple(m_aAsked.size(), w.isVisible(), m_bUnloaded), std::tuple(2u, true, false));
   m_pForm->tmrPrepareLists.start(0);
   ASSERT_TRUE(RunUntil([&] { return m_bUnloaded; }));
   EXPECT_FALSE(w.isVisible());
@@ -230,30 +218,20 @@ class OpenWindowTest : public WindowTest {
     m_pWindow->show();
     m_pWindow->SetProcessorActive(true);
   }
-  // The horizontal positions that Form_Resize sets, for a client width.
-  void ExpectHorizontal(int SW) {
+  // What Form_Resize lays out for a client area: the list and the bars take the width
+  // beside the action tab, the list takes the height, and the bars stay at the bottom of
+  // their frame.
+  void ExpectLaidOut(int SW, int SH) {
     ProbeWindow& w = *m_pWindow;
-    for (const TwipControl* p : std::initializer_list<const TwipControl*>{&w.prgLog, &w.Label3, &w.prgFile, &w.Label2, &w.Label5, &w.lvwItems})
-      EXPECT_EQ(p->Left(), 0);
-    EXPECT_EQ(std::tuple(w.SSTab2.Left(), w.SSTab1.Width(), w.fraActive.Width(), w.picDone.Width(), w.cmdRestart.Left()),
-              std::tuple(SW - 60 - 1290, SW - 120, SW - 120 - 330, SW - 120 - 360, SW - 480 - 735)) << SW;
-    EXPECT_EQ(std::tuple(w.prgLog.Width(), w.prgFile.Width(), w.lvwItems.Width(), w.lblCurrentFile.Left(), w.lblCurrentFile.Width()),
-              std::tuple(SW - 450, SW - 450, SW - 450, 2175, SW - 450 - 2175)) << SW;
-  }
-  // The vertical positions, for a client height.
-  void ExpectVertical(int SH) {
-    ProbeWindow& w = *m_pWindow;
-    EXPECT_EQ(std::tuple(w.SSTab2.Height(), w.picActions.Height(), w.SSTab1.Height(), w.lvwItems.Top(), w.lvwItems.Height(),
-                         w.picDone.Height(), w.cmdRestart.Top()),
-              std::tuple(SH - 120, SH - 120 - 600, SH - 120, 0, SH - 1980, SH - 120 - 600, SH - 720 - 735)) << SH;
-    const int iFrame = SH - 120 - 585;
-    EXPECT_EQ(std::tuple(w.fraActive.Height(), w.prgLog.Top(), w.Label3.Top(), w.prgFile.Top(), w.Label2.Top(), w.Label5.Top(),
-                         w.lblCurrentFile.Top()),
-              std::tuple(iFrame, iFrame - 255, iFrame - 465, iFrame - 720, iFrame - 930, iFrame - 1185, iFrame - 1215)) << SH;
+    EXPECT_EQ(std::tuple(w.SSTab2.Left(), w.lvwItems.Width(), w.prgLog.Width(), w.lblCurrentFile.Width()),
+              std::tuple(SW - 60 - 1290, SW - 450, SW - 450, SW - 450 - 2175)) << SW;
+    EXPECT_EQ(std::tuple(w.lvwItems.Height(), w.fraActive.Height() - w.prgLog.Top()), std::tuple(SH - 1980, 255)) << SH;
   }
 };
 
-TEST_F(OpenWindowTest, AMinimisedWindowLeavesTheSavedPlaceAloneAtUnload) {
+// A minimised window leaves the saved place alone; a maximised one saves its normal place
+// with the state beside it, and opens maximised again.
+TEST_F(OpenWindowTest, MinimisedAndMaximisedWindowsAtUnload) {
   ProbeWindow& w = *m_pWindow;
   w.MoveForm(1500, 900, 9000, 6000);
   w.SaveWindowPosition();
@@ -263,6 +241,13 @@ TEST_F(OpenWindowTest, AMinimisedWindowLeavesTheSavedPlaceAloneAtUnload) {
   ASSERT_TRUE(w.isMinimized());
   w.SaveWindowPosition();
   EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,0");
+  w.showNormal();
+  w.MoveForm(1500, 900, 9000, 6000);
+  w.showMaximized();
+  w.SetProcessorActive(false);
+  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,2");
+  w.SetProcessorActive(true);
+  EXPECT_TRUE(w.isMaximized());
 }
 
 TEST_F(OpenWindowTest, OpeningRestoresThePlaceSavedWhenTheOpenLayoutWasLeft) {
@@ -306,22 +291,10 @@ TEST_F(OpenWindowTest, APlaceOffTheScreensOrADamagedValueIsNotRestored) {
   }
 }
 
-TEST_F(OpenWindowTest, AMaximisedWindowOpensMaximisedAgain) {
-  ProbeWindow& w = *m_pWindow;
-  w.MoveForm(1500, 900, 9000, 6000);
-  w.showMaximized();
-  w.SetProcessorActive(false);
-  // The place is the normal one; the state is kept beside it.
-  EXPECT_EQ(SavedPlacement(), "1500,900,9000,6000,2");
-  w.SetProcessorActive(true);
-  EXPECT_TRUE(w.isMaximized());
-}
-
 TEST_F(OpenWindowTest, TheListGrowsWithTheWindowAndTheBarsStayAtTheBottom) {
   ProbeWindow& w = *m_pWindow;
   w.resize(600, 450);
-  ExpectHorizontal(9000);
-  ExpectVertical(6750);
+  ExpectLaidOut(9000, 6750);
   // The widgets follow the twips at 15 to a pixel.
   EXPECT_EQ(w.lvwItems->geometry(), QRect(0, 0, 570, 318));
   EXPECT_EQ(w.prgLog->geometry(), QRect(0, 386, 570, 17));
@@ -335,18 +308,14 @@ TEST_F(OpenWindowTest, ANarrowOrLowWindowLeavesThatDimensionsPositionsAlone) {
   ProbeWindow& w = *m_pWindow;
   w.resize(600, 450);
   w.resize(199, 500);  // 2,985 twips wide
-  ExpectHorizontal(9000);
-  ExpectVertical(7500);
+  ExpectLaidOut(9000, 7500);
   w.resize(200, 520);  // 3,000: the width counts again
-  ExpectHorizontal(3000);
-  ExpectVertical(7800);
+  ExpectLaidOut(3000, 7800);
   w.resize(600, 450);
   w.resize(640, 133);  // 1,995 twips high
-  ExpectHorizontal(9600);
-  ExpectVertical(6750);
+  ExpectLaidOut(9600, 6750);
   w.resize(660, 134);  // 2,010
-  ExpectHorizontal(9900);
-  ExpectVertical(2010);
+  ExpectLaidOut(9900, 2010);
   EXPECT_EQ(w.lvwItems.Height(), 30);
 }
 
@@ -359,6 +328,5 @@ TEST_F(OpenWindowTest, AMinimisedWindowIsLeftAsItIs) {
   w.resize(700, 520);
   w.Form_Resize();
   EXPECT_EQ(Trace().size(), iLines);
-  ExpectHorizontal(9000);
-  ExpectVertical(6750);
+  ExpectLaidOut(9000, 6750);
 }

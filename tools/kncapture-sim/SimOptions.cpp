@@ -144,11 +144,156 @@ std::optional<std::vector<OutputSpec>> ParseOutputs(const std::string& sText, st
   return aOut;
 }
 
-bool ParseCommandLine(int argc, char** argv, SimOptions& o, std::string& sError) {
+namespace {
+
+// What the per-logger options gather before the number of loggers is known.
+struct LoggerArgs {
   std::map<int32_t, std::vector<OutputSpec>> mFormats;
   std::map<int32_t, std::array<int32_t, 3>> mHours;
   std::map<int32_t, std::string> mNames, mPaths;
   std::vector<int32_t> aDisabled;
+};
+
+// One option with its value, while it is read.
+struct OptionArg {
+  const std::string& a;
+  const std::string& v;
+  SimOptions& o;
+  LoggerArgs& la;
+  std::string& sError;
+  bool Bad(const std::string& why) const {
+    sError = fmt::format("{} {}: {}", a, v, why);
+    return false;
+  }
+};
+
+struct ValueOption {
+  const char* sName;
+  bool bListenOnly;
+  bool (*Take)(const OptionArg& c);
+};
+
+const ValueOption kValueOptions[] = {
+    {"--root", false, [](const OptionArg& c) { return c.o.sRoot = c.v, true; }},
+    {"--loggers", false, [](const OptionArg& c) { return ToInt(c.v, 1, 999, c.o.iLoggers) || c.Bad("1 to 999"); }},
+    {"--days", false, [](const OptionArg& c) { return ToInt(c.v, 1, 3660, c.o.iDays) || c.Bad("1 to 3660"); }},
+    {"--segments", false,
+     [](const OptionArg& c) {
+       return (ToInt(c.v, 1, 60, c.o.iSegmentsPerHour) && 3600 % c.o.iSegmentsPerHour == 0) ||
+              c.Bad("a divisor of 3600 from 1 to 60, so that every segment has its own name");
+     }},
+    {"--seconds", false,
+     [](const OptionArg& c) { return ToDouble(c.v, 0.1, 3600, c.o.dSecondsPerSegment) || c.Bad("0.1 to 3600"); }},
+    {"--start", false,
+     [](const OptionArg& c) { return (c.o.lStartDate = ParseDay(c.v)).has_value() || c.Bad("expected YYYY-MM-DD"); }},
+    {"--until", false,
+     [](const OptionArg& c) {
+       return (c.o.dUntil = ParseMoment(c.v)).has_value() || c.Bad("expected \"YYYY-MM-DD HH:NN\"");
+     }},
+    {"--audio", false,
+     [](const OptionArg& c) {
+       if (c.v == "tones") c.o.eAudio = AudioKind::Tones;
+       else if (c.v == "noise") c.o.eAudio = AudioKind::Noise;
+       else if (c.v == "speech") c.o.eAudio = AudioKind::Speech;
+       else return c.Bad("tones, noise or speech");
+       return true;
+     }},
+    {"--seed", false,
+     [](const OptionArg& c) {
+       char* pEnd = nullptr;
+       errno = 0;
+       c.o.lSeed = std::strtoull(c.v.c_str(), &pEnd, 10);
+       return !(c.v.empty() || *pEnd || errno) || c.Bad("a whole number");
+     }},
+    {"--format", false,
+     [](const OptionArg& c) {
+       int32_t iLog = 0;
+       std::string sRest;
+       if (!SplitLoggerArg(c.v, iLog, sRest)) return c.Bad("expected [N=]OUTPUTS");
+       auto aOut = ParseOutputs(sRest, c.sError);
+       if (aOut) c.la.mFormats[iLog] = *aOut;
+       return aOut.has_value();
+     }},
+    {"--hours", false,
+     [](const OptionArg& c) {
+       int32_t iLog = 0;
+       std::string sRest;
+       if (!SplitLoggerArg(c.v, iLog, sRest)) return c.Bad("expected [N=]STD,ARC,DEL");
+       std::vector<std::string> h = Split(sRest, ',');
+       std::array<int32_t, 3> aH{};
+       if (h.size() != 3) return c.Bad("expected [N=]STD,ARC,DEL");
+       for (size_t k = 0; k < 3; ++k)
+         if (!ToInt(h[k], 0, 1000000, aH[k])) return c.Bad("hours are whole numbers from 0");
+       c.la.mHours[iLog] = aH;
+       return true;
+     }},
+    {"--name", false,
+     [](const OptionArg& c) {
+       int32_t iLog = 0;
+       std::string sRest;
+       if (!SplitLoggerArg(c.v, iLog, sRest) || iLog == 0) return c.Bad("expected N=NAME");
+       return c.la.mNames[iLog] = sRest, true;
+     }},
+    {"--log-path", false,
+     [](const OptionArg& c) {
+       int32_t iLog = 0;
+       std::string sRest;
+       if (!SplitLoggerArg(c.v, iLog, sRest) || iLog == 0 || sRest.empty()) return c.Bad("expected N=PATH");
+       return c.la.mPaths[iLog] = sRest, true;
+     }},
+    {"--disable", false,
+     [](const OptionArg& c) {
+       int32_t n = 0;
+       if (!ToInt(c.v, 1, 999, n)) return c.Bad("a logger number");
+       return c.la.aDisabled.push_back(n), true;
+     }},
+    {"--prepare-interval", false,
+     [](const OptionArg& c) { return ToInt(c.v, 0, 3600000, c.o.iPrepareInterval) || c.Bad("milliseconds from 0"); }},
+    {"--process-interval", false,
+     [](const OptionArg& c) { return ToInt(c.v, 0, 3600000, c.o.iProcessInterval) || c.Bad("milliseconds from 0"); }},
+    {"--hours-per-ping", false,
+     [](const OptionArg& c) { return ToInt(c.v, 1, 1000000, c.o.iHoursPerPing) || c.Bad("1 or more"); }},
+    {"--log-proc-start", false,
+     [](const OptionArg& c) { return ToInt(c.v, 0, 59, c.o.iLogProcStart) || c.Bad("a minute, 0 to 59"); }},
+    {"--copier", false, [](const OptionArg& c) { return c.o.sCopier = c.v, true; }},
+    {"--prx", false, [](const OptionArg& c) { return c.o.sPrxFile = c.v, true; }},
+    {"-n", true, [](const OptionArg& c) { return ToInt(c.v, 1, 1000000000, c.o.iCount) || c.Bad("1 or more"); }},
+    {"-t", true, [](const OptionArg& c) { return ToDouble(c.v, 0.001, 1e9, c.o.dTimeout) || c.Bad("seconds above 0"); }},
+};
+
+// Every logger's spec from the options for all loggers (0) and for it alone.
+bool ResolveLoggers(SimOptions& o, LoggerArgs& la, std::string& sError) {
+  std::vector<int32_t> aNamed;
+  for (auto* m : {&la.mNames, &la.mPaths})
+    for (auto& [k, s] : *m) aNamed.push_back(k);
+  for (auto& [k, x] : la.mFormats) aNamed.push_back(k);
+  for (auto& [k, x] : la.mHours) aNamed.push_back(k);
+  for (int32_t k : aNamed)
+    if (k > o.iLoggers) return sError = fmt::format("logger {} is beyond --loggers {}", k, o.iLoggers), false;
+
+  o.aLoggers.assign(static_cast<size_t>(o.iLoggers), LoggerSpec{});
+  for (int32_t n = 1; n <= o.iLoggers; ++n) {
+    LoggerSpec& l = o.aLoggers[static_cast<size_t>(n - 1)];
+    for (int32_t k : {0, n}) {
+      if (la.mFormats.count(k)) l.aOutputs = la.mFormats[k];
+      if (la.mHours.count(k)) {
+        l.iStandardHours = la.mHours[k][0];
+        l.iArchiveHours = la.mHours[k][1];
+        l.iDeleteHours = la.mHours[k][2];
+      }
+    }
+    if (la.mNames.count(n)) l.sName = la.mNames[n];
+    if (la.mPaths.count(n)) l.sLogPath = la.mPaths[n];
+    for (int32_t d : la.aDisabled)
+      if (d == n) l.bEnabled = false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ParseCommandLine(int argc, char** argv, SimOptions& o, std::string& sError) {
+  LoggerArgs la;
   int i = 1;
   if (i < argc && argv[i][0] != '-') o.sCommand = argv[i++];
   if (o.sCommand != "make" && o.sCommand != "listen" && o.sCommand != "help") {
@@ -179,108 +324,16 @@ bool ParseCommandLine(int argc, char** argv, SimOptions& o, std::string& sError)
       sError = fmt::format("{} needs a value", a);
       return false;
     }
-    auto bad = [&](const std::string& why) {
-      sError = fmt::format("{} {}: {}", a, v, why);
-      return false;
-    };
-    int32_t n = 0, iLog = 0;
-    std::string sRest;
-    if (a == "--root") {
-      o.sRoot = v;
-    } else if (a == "--loggers") {
-      if (!ToInt(v, 1, 999, o.iLoggers)) return bad("1 to 999");
-    } else if (a == "--days") {
-      if (!ToInt(v, 1, 3660, o.iDays)) return bad("1 to 3660");
-    } else if (a == "--segments") {
-      if (!ToInt(v, 1, 60, o.iSegmentsPerHour) || 3600 % o.iSegmentsPerHour != 0)
-        return bad("a divisor of 3600 from 1 to 60, so that every segment has its own name");
-    } else if (a == "--seconds") {
-      if (!ToDouble(v, 0.1, 3600, o.dSecondsPerSegment)) return bad("0.1 to 3600");
-    } else if (a == "--start") {
-      o.lStartDate = ParseDay(v);
-      if (!o.lStartDate) return bad("expected YYYY-MM-DD");
-    } else if (a == "--until") {
-      o.dUntil = ParseMoment(v);
-      if (!o.dUntil) return bad("expected \"YYYY-MM-DD HH:NN\"");
-    } else if (a == "--audio") {
-      if (v == "tones") o.eAudio = AudioKind::Tones;
-      else if (v == "noise") o.eAudio = AudioKind::Noise;
-      else if (v == "speech") o.eAudio = AudioKind::Speech;
-      else return bad("tones, noise or speech");
-    } else if (a == "--seed") {
-      char* pEnd = nullptr;
-      errno = 0;
-      o.lSeed = std::strtoull(v.c_str(), &pEnd, 10);
-      if (v.empty() || *pEnd || errno) return bad("a whole number");
-    } else if (a == "--format") {
-      if (!SplitLoggerArg(v, iLog, sRest)) return bad("expected [N=]OUTPUTS");
-      auto aOut = ParseOutputs(sRest, sError);
-      if (!aOut) return false;
-      mFormats[iLog] = *aOut;
-    } else if (a == "--hours") {
-      if (!SplitLoggerArg(v, iLog, sRest)) return bad("expected [N=]STD,ARC,DEL");
-      std::vector<std::string> h = Split(sRest, ',');
-      std::array<int32_t, 3> aH{};
-      if (h.size() != 3) return bad("expected [N=]STD,ARC,DEL");
-      for (size_t k = 0; k < 3; ++k)
-        if (!ToInt(h[k], 0, 1000000, aH[k])) return bad("hours are whole numbers from 0");
-      mHours[iLog] = aH;
-    } else if (a == "--name") {
-      if (!SplitLoggerArg(v, iLog, sRest) || iLog == 0) return bad("expected N=NAME");
-      mNames[iLog] = sRest;
-    } else if (a == "--log-path") {
-      if (!SplitLoggerArg(v, iLog, sRest) || iLog == 0 || sRest.empty()) return bad("expected N=PATH");
-      mPaths[iLog] = sRest;
-    } else if (a == "--disable") {
-      if (!ToInt(v, 1, 999, n)) return bad("a logger number");
-      aDisabled.push_back(n);
-    } else if (a == "--prepare-interval") {
-      if (!ToInt(v, 0, 3600000, o.iPrepareInterval)) return bad("milliseconds from 0");
-    } else if (a == "--process-interval") {
-      if (!ToInt(v, 0, 3600000, o.iProcessInterval)) return bad("milliseconds from 0");
-    } else if (a == "--hours-per-ping") {
-      if (!ToInt(v, 1, 1000000, o.iHoursPerPing)) return bad("1 or more");
-    } else if (a == "--log-proc-start") {
-      if (!ToInt(v, 0, 59, o.iLogProcStart)) return bad("a minute, 0 to 59");
-    } else if (a == "--copier") {
-      o.sCopier = v;
-    } else if (a == "--prx") {
-      o.sPrxFile = v;
-    } else if (a == "-n" && o.sCommand == "listen") {
-      if (!ToInt(v, 1, 1000000000, o.iCount)) return bad("1 or more");
-    } else if (a == "-t" && o.sCommand == "listen") {
-      if (!ToDouble(v, 0.001, 1e9, o.dTimeout)) return bad("seconds above 0");
-    } else {
+    const ValueOption* pOption = nullptr;
+    for (const ValueOption& opt : kValueOptions)
+      if (a == opt.sName && (!opt.bListenOnly || o.sCommand == "listen")) pOption = &opt;
+    if (!pOption) {
       sError = fmt::format("unknown option {}", a);
       return false;
     }
+    if (!pOption->Take(OptionArg{a, v, o, la, sError})) return false;
   }
-
-  for (auto* m : {&mNames, &mPaths})
-    for (auto& [k, s] : *m)
-      if (k > o.iLoggers) return sError = fmt::format("logger {} is beyond --loggers {}", k, o.iLoggers), false;
-  for (auto& [k, x] : mFormats)
-    if (k > o.iLoggers) return sError = fmt::format("logger {} is beyond --loggers {}", k, o.iLoggers), false;
-  for (auto& [k, x] : mHours)
-    if (k > o.iLoggers) return sError = fmt::format("logger {} is beyond --loggers {}", k, o.iLoggers), false;
-
-  o.aLoggers.assign(static_cast<size_t>(o.iLoggers), LoggerSpec{});
-  for (int32_t n = 1; n <= o.iLoggers; ++n) {
-    LoggerSpec& l = o.aLoggers[static_cast<size_t>(n - 1)];
-    for (int32_t k : {0, n}) {
-      if (mFormats.count(k)) l.aOutputs = mFormats[k];
-      if (mHours.count(k)) {
-        l.iStandardHours = mHours[k][0];
-        l.iArchiveHours = mHours[k][1];
-        l.iDeleteHours = mHours[k][2];
-      }
-    }
-    if (mNames.count(n)) l.sName = mNames[n];
-    if (mPaths.count(n)) l.sLogPath = mPaths[n];
-    for (int32_t d : aDisabled)
-      if (d == n) l.bEnabled = false;
-  }
-  return true;
+  return ResolveLoggers(o, la, sError);
 }
 
 std::string Usage() {

@@ -198,44 +198,12 @@ bool RecorderMaker::MakeLogger(int32_t n, const LoggerSpec& l, std::string& sErr
   }
 
   // The settings file, written by the logger's own class.
-  std::vector<OutputSpec> aOutputs = l.aOutputs.empty() ? std::vector<OutputSpec>{FactoryOutput()} : l.aOutputs;
   CLog oLog;
-  oLog.LoadDefaults(CLog::ldAll);
-  oLog.logNum(static_cast<int16_t>(n));
-  if (!l.sName.empty()) oLog.Name(l.sName);
+  if (!ConfigureLog(oLog, n, l, sError)) return false;
   r.sName = oLog.Name();
-  oLog.description = "Made by kncapture-sim";
-  oLog.NumLogSegmentsPerHour(m_o.iSegmentsPerHour);
-  oLog.StandardHours(l.iStandardHours);
-  oLog.ArchiveHours(l.iArchiveHours);
-  oLog.DeleteHours(l.iDeleteHours);
-  oLog.OutputFormatCount(static_cast<int32_t>(aOutputs.size()));
-  for (size_t i = 0; i < aOutputs.size(); ++i) {
-    auto oPeriods = oLog.AudioFormat(static_cast<int32_t>(i));
-    for (int32_t p = 0; p < 3; ++p) {
-      auto f = MakeFormat(aOutputs[i].aPeriod[static_cast<size_t>(p)]);
-      if (!f) {
-        sError = fmt::format("logger {}: no audio class for output {} period {}", n, i, p);
-        return false;
-      }
-      oPeriods->Period(p, f);
-    }
-  }
 
   // The recorded hours: whole days from the first day, as far as the present moment.
-  const int32_t iSegLen = oLog.LogSegmentLength();
-  struct Seg {
-    int32_t lDate;
-    int32_t iHour;
-    int32_t iSeg;
-  };
-  std::vector<Seg> aSegs;
-  for (int32_t d = m_lFirstDay; d < m_lFirstDay + m_o.iDays; ++d)
-    for (int32_t h = 0; h < 24; ++h)
-      for (int32_t s = 0; s < m_o.iSegmentsPerHour; ++s) {
-        double dBegin = d + (h * 3600.0 + static_cast<double>(s) * iSegLen) / 86400.0;
-        if (dBegin <= m_dUntil + 1e-9) aSegs.push_back({d, h, s});
-      }
+  const std::vector<Segment> aSegs = RecordedSegments(oLog.LogSegmentLength());
   oLog.FirstLog = std::make_shared<LogInfo>();
   oLog.LastLog = std::make_shared<LogInfo>();
   if (aSegs.empty()) {
@@ -256,9 +224,51 @@ bool RecorderMaker::MakeLogger(int32_t n, const LoggerSpec& l, std::string& sErr
     sError = fmt::format("logger {}: the settings file just written does not load", n);
     return false;
   }
+  if (!WriteSegments(n, l, oRead, aSegs, r, sError)) return false;
+  m_aResults.push_back(r);
+  return true;
+}
 
+bool RecorderMaker::ConfigureLog(CLog& oLog, int32_t n, const LoggerSpec& l, std::string& sError) const {
+  std::vector<OutputSpec> aOutputs = l.aOutputs.empty() ? std::vector<OutputSpec>{FactoryOutput()} : l.aOutputs;
+  oLog.LoadDefaults(CLog::ldAll);
+  oLog.logNum(static_cast<int16_t>(n));
+  if (!l.sName.empty()) oLog.Name(l.sName);
+  oLog.description = "Made by kncapture-sim";
+  oLog.NumLogSegmentsPerHour(m_o.iSegmentsPerHour);
+  oLog.StandardHours(l.iStandardHours);
+  oLog.ArchiveHours(l.iArchiveHours);
+  oLog.DeleteHours(l.iDeleteHours);
+  oLog.OutputFormatCount(static_cast<int32_t>(aOutputs.size()));
+  for (size_t i = 0; i < aOutputs.size(); ++i) {
+    auto oPeriods = oLog.AudioFormat(static_cast<int32_t>(i));
+    for (int32_t p = 0; p < 3; ++p) {
+      auto f = MakeFormat(aOutputs[i].aPeriod[static_cast<size_t>(p)]);
+      if (!f) {
+        sError = fmt::format("logger {}: no audio class for output {} period {}", n, i, p);
+        return false;
+      }
+      oPeriods->Period(p, f);
+    }
+  }
+  return true;
+}
+
+std::vector<RecorderMaker::Segment> RecorderMaker::RecordedSegments(int32_t iSegLen) const {
+  std::vector<Segment> aSegs;
+  for (int32_t d = m_lFirstDay; d < m_lFirstDay + m_o.iDays; ++d)
+    for (int32_t h = 0; h < 24; ++h)
+      for (int32_t s = 0; s < m_o.iSegmentsPerHour; ++s) {
+        double dBegin = d + (h * 3600.0 + static_cast<double>(s) * iSegLen) / 86400.0;
+        if (dBegin <= m_dUntil + 1e-9) aSegs.push_back({d, h, s});
+      }
+  return aSegs;
+}
+
+bool RecorderMaker::WriteSegments(int32_t n, const LoggerSpec& l, const CLog& oRead,
+                                  const std::vector<Segment>& aSegs, LoggerResult& r, std::string& sError) {
   int32_t lLastHourDate = -1, iLastHour = -1;
-  for (const Seg& s : aSegs) {
+  for (const Segment& s : aSegs) {
     std::string sHourFolder = r.sFolder + "/" + oRead.GetHourFolder(s.lDate, static_cast<int16_t>(s.iHour));
     if (s.lDate != lLastHourDate || s.iHour != iLastHour) {
       lLastHourDate = s.lDate;
@@ -286,7 +296,6 @@ bool RecorderMaker::MakeLogger(int32_t n, const LoggerSpec& l, std::string& sErr
       r.lBytes += FileHelper::FileSize(sFile);
     }
   }
-  m_aResults.push_back(r);
   return true;
 }
 

@@ -34,7 +34,17 @@ class RecorderMaker {
  private:
   bool InstallSupportFiles(std::string& sError);
   void WriteRegistry();
+  // One recorded segment: its day serial, hour and number in the hour.
+  struct Segment {
+    int32_t lDate;
+    int32_t iHour;
+    int32_t iSeg;
+  };
   bool MakeLogger(int32_t n, const LoggerSpec& l, std::string& sError);
+  bool ConfigureLog(CLog& oLog, int32_t n, const LoggerSpec& l, std::string& sError) const;
+  std::vector<Segment> RecordedSegments(int32_t iSegLen) const;
+  bool WriteSegments(int32_t n, const LoggerSpec& l, const CLog& oRead, const std::vector<Segment>& aSegs,
+                     LoggerResult& r, std::string& sError);
   bool WriteSegment(const CLog& oLog, int32_t iOutput, const std::string& sFile, uint64_t lKey,
                     std::string& sError);
   bool WriteHourInfo(const std::string& sFile, const LoggerSpec& l, int32_t lDate, int32_t iHour);
