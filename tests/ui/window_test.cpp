@@ -105,12 +105,12 @@ TEST_F(WindowTest, LoadShowsTheClosedBoxInTheMiddleOfTheScreenAndItCannotBeSized
   EXPECT_EQ(w.size(), oBox);
 
   // No loggers: the box says so, and the restart button starts the next load.
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   EXPECT_EQ(w.lblAllDone->text(), "NO LOGS FOUND!");
   EXPECT_TRUE(w.cmdRestart->isEnabled());
   w.cmdRestart->click();
   EXPECT_EQ(w.lblAllDone->text(), "Loading Logs...");
-  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs().isActive());
   // The restart leaves the window closed until loggers have been found.
   EXPECT_TRUE(w.picDone.Visible());
   EXPECT_EQ(w.FormHeight(), 3000);
@@ -129,7 +129,7 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInOrderAndCaptionsAreText) {
   for (int i = 0; i < 4; ++i) EXPECT_EQ(oView.columnWidth(i), 96) << i;
   EXPECT_TRUE(oView.isColumnHidden(4));
 
-  WorkList& oRows = m_pForm->lvwItems;
+  WorkList& oRows = m_pForm->RowsForTesting();
   for (auto [sName, sAction, sEfficiency] : {std::tuple{"Studio A", "Standardise", "P050"}, {"Studio B", "Delete", "P100"},
                                              {"Studio C", "Archive", "N005"}, {"Studio D", "Standardise", "P037"}}) {
     WorkListRow oRow;
@@ -185,21 +185,21 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInOrderAndCaptionsAreText) {
 TEST_F(WindowTest, ClosingDuringACycleAsksAndOnlyYesEndsIt) {
   WriteLoggers(1, 60000, 10);  // the preparation's first tick is a minute away
   Load("/KEEPALIVE");
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrPrepareLists.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrPrepareLists().isActive(); }));
   ProbeWindow& w = *m_pWindow;
 
   AnswerBoxes(vbNo);
   EXPECT_FALSE(w.close());
   EXPECT_EQ(m_aAsked, std::vector<std::string>{"Are you sure you want to close the Log Processor?|36"});
-  EXPECT_EQ(std::tuple(w.isVisible(), m_pForm->m_bShutdown, m_pForm->m_bUnloadRequested, m_pForm->tmrPrepareLists.isActive()),
+  EXPECT_EQ(std::tuple(w.isVisible(), m_pForm->ShutdownRequested(), m_pForm->UnloadRequested(), m_pForm->tmrPrepareLists().isActive()),
             std::tuple(true, false, false, true));
 
   // Yes: the window stays until the running timer brings the form down.
   AnswerBoxes(vbYes);
   EXPECT_FALSE(w.close());
-  EXPECT_EQ(std::tuple(m_aAsked.size(), w.isVisible(), m_pForm->m_bShutdown, m_pForm->m_bUnloadRequested, m_bUnloaded),
+  EXPECT_EQ(std::tuple(m_aAsked.size(), w.isVisible(), m_pForm->ShutdownRequested(), m_pForm->UnloadRequested(), m_bUnloaded),
             std::tuple(2u, true, true, true, false));
-  m_pForm->tmrPrepareLists.start(0);
+  m_pForm->tmrPrepareLists().start(0);
   ASSERT_TRUE(RunUntil([&] { return m_bUnloaded; }));
   EXPECT_FALSE(w.isVisible());
   EXPECT_EQ(m_aAsked.size(), 2u);
@@ -207,7 +207,7 @@ TEST_F(WindowTest, ClosingDuringACycleAsksAndOnlyYesEndsIt) {
 
 TEST_F(WindowTest, ClosingOutsideACycleClosesAtOnceAndKeepsTheNormalPlace) {
   Load("");
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   ProbeWindow& w = *m_pWindow;
   AnswerBoxes(vbNo);
   EXPECT_TRUE(w.close());
