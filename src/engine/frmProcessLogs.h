@@ -105,7 +105,6 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   void SetSaveArcs(bool bSave) { m_bSaveArcs = bSave; }
   // Without "/KEEPALIVE" the form unloads at the end of its first cycle.
   bool ExitWhenDone() const { return m_bExitWhenDone; }
-  void SetExitWhenDone(bool bExit) { m_bExitWhenDone = bExit; }
   // The time of the last activity (the answer to "RESPOND").
   double LastActive() const { return m_dLastActive; }
 
@@ -157,7 +156,7 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   // The work-list preparation (frmProcessLogs_Prepare.cpp; its steps are PrepareState's).
   void PrepareFinishScan();
   void FinishPlan();
-  // Tells the view that the rows of lvwItems changed.
+  // Tells the view that the rows of the work list changed.
   void RowsChanged();
 
   // The hour processing as the form runs it (frmProcessLogs_Process.cpp; its steps are
