@@ -41,6 +41,7 @@ class FileConversionTest : public EngineFixture {
  protected:
   void SetUp() override {
     EngineFixture::SetUp();
+    m_sHour = PathIn("drive_d/L1/20261122/1300/");
     auto oLog = AddLogger(1, "L1", 24 * 30);
     oLog->AudioFormat(0, Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17)));
     WriteInf(m_sHour + "130000.inf", "2026-11-22 14:00", "2026-11-23 00:00", "2026-12-22 00:00");
@@ -49,7 +50,7 @@ class FileConversionTest : public EngineFixture {
     m_oEntry->OpenInf(oLog, m_sHour + "130000.inf");
     m_oEntry->Action(actStandardise);
   }
-  const std::string m_sHour = PathIn("drive_d/L1/20261122/1300/");
+  std::string m_sHour;
   std::shared_ptr<CLogProcessEntry> m_oEntry;
   RecordingHost m_oHost;
 };
