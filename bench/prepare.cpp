@@ -155,9 +155,9 @@ int main(int argc, char** argv) {
   for (int c = 1; c <= iCycles; ++c) {
     auto tStart = std::chrono::steady_clock::now();
     const double dCpuStart = CpuSeconds();
-    oForm.tmrPrepareLists.start();
+    oForm.tmrPrepareLists().start();
     int iTicks = 0;
-    while (oForm.tmrPrepareLists.isActive()) {
+    while (oForm.tmrPrepareLists().isActive()) {
       oForm.tmrPrepareLists_Timer();
       ++iTicks;
     }
@@ -168,7 +168,7 @@ int main(int argc, char** argv) {
     aCpuRates.push_back(iHours / dCpu);
     if (c == 1) lRssAfterFirst = CurrentRssKb();
     std::printf("cycle %2d: %6d rows, %3d ticks, %7.1f ms (%7.1f ms processor), %9.0f hours/s, RSS %ld kB\n", c,
-                oForm.lvwItems.Count(), iTicks, dSecs * 1000.0, dCpu * 1000.0, dRate, CurrentRssKb());
+                oForm.Rows().Count(), iTicks, dSecs * 1000.0, dCpu * 1000.0, dRate, CurrentRssKb());
   }
   if (aRates.size() > 1) {
     std::vector<double> aWarm(aRates.begin() + 1, aRates.end());
@@ -181,7 +181,7 @@ int main(int argc, char** argv) {
                 aWarm[aWarm.size() / 2], aWarm.back(), aWarm.front(), lRssAfterFirst, iCycles, CurrentRssKb(),
                 PeakRssKb());
   }
-  oForm.lvwItems.Clear();
+  oForm.RowsForTesting().Clear();
   LogList().Clear();
   fs::remove_all(sRoot);
   return 0;

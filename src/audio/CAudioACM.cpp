@@ -37,6 +37,11 @@ void TraceExit(const std::string& sRoutine, const std::string& sReason) {
   DebugMsg("Exit CAudioACM::" + sRoutine + " (" + sReason + ")", 5, 2);
 }
 
+// The same line for a routine that wrote no "Start" line: the indent stays as it is.
+void TraceLeftEarly(const std::string& sRoutine, const std::string& sReason) {
+  DebugMsg("Exit CAudioACM::" + sRoutine + " (" + sReason + ")", 5, 0);
+}
+
 }  // namespace
 
 CAudioACM::CAudioACM() { m_wfxMemFormat = GetMemFormat(); }
@@ -198,22 +203,22 @@ int32_t CAudioACM::OpenWriteFile(const std::string& sFile) {
   const std::string sRoutine = "OpenWriteFile";
   if (AudioOpen()) CloseAudioFile();
   if (FileHelper::FileExists(sFile) && FileHelper::DeleteFile(sFile) != 0) {
-    TraceExit(sRoutine, "Unable to kill " + sFile);
+    TraceLeftEarly(sRoutine, "Unable to kill " + sFile);
     return -2;
   }
   m_sRecordedFileName = GetTempFile(FileHelper::GetFolder(sFile), FileHelper::GetExtension(sFile));
   if (m_sRecordedFileName.empty()) {
-    TraceExit(sRoutine, "Unable to get a temp filename");
+    TraceLeftEarly(sRoutine, "Unable to get a temp filename");
     return -10;
   }
   if (FileHelper::FileExists(m_sRecordedFileName) &&
       FileHelper::DeleteFile(m_sRecordedFileName) != 0) {
-    TraceExit(sRoutine, "Unable to kill temp file");
+    TraceLeftEarly(sRoutine, "Unable to kill temp file");
     return -11;
   }
   auto hFile = std::make_unique<RiffFile>();
   if (hFile->Open(m_sRecordedFileName, true) != 0) {
-    TraceExit(sRoutine, "Unable to open file");
+    TraceLeftEarly(sRoutine, "Unable to open file");
     return -3;
   }
   m_hAudioFile = std::move(hFile);
@@ -222,44 +227,44 @@ int32_t CAudioACM::OpenWriteFile(const std::string& sFile) {
   m_ckRiff = MMCKINFO{};
   m_ckRiff.fccType = kWAVE;
   if (f.CreateChunk(m_ckRiff, MMIO_CREATERIFF) != 0) {
-    TraceExit(sRoutine, "Unable to create riff chunk");
+    TraceLeftEarly(sRoutine, "Unable to create riff chunk");
     return -4;
   }
   MMCKINFO ckFmt;
   ckFmt.ckid = kFmt;
   if (f.CreateChunk(ckFmt, 0) != 0) {
-    TraceExit(sRoutine, "unable to create fmt chunk");
+    TraceLeftEarly(sRoutine, "unable to create fmt chunk");
     return -5;
   }
   BuildFileFormat();
   if (m_pFileFormat.size() < static_cast<size_t>(m_iFormatSize)) m_pFileFormat.resize(static_cast<size_t>(m_iFormatSize), 0);
   if (f.Write(m_pFileFormat.data(), m_iFormatSize) != m_iFormatSize) {
-    TraceExit(sRoutine, "Unable write format");
+    TraceLeftEarly(sRoutine, "Unable write format");
     return -7;
   }
   if (f.Ascend(ckFmt) != 0) {
-    TraceExit(sRoutine, "unable to ascend from fmt chunk");
+    TraceLeftEarly(sRoutine, "unable to ascend from fmt chunk");
     return -8;
   }
   MMCKINFO ckFact;
   ckFact.ckid = kFact;
   if (f.CreateChunk(ckFact, 0) != 0) {
-    TraceExit(sRoutine, "unable to create fact chunk");
+    TraceLeftEarly(sRoutine, "unable to create fact chunk");
     return -9;
   }
   const uint8_t aUnknown[4] = {0xFF, 0xFF, 0xFF, 0xFF};
   if (f.Write(aUnknown, 4) != 4) {
-    TraceExit(sRoutine, "unable to write sample count");
+    TraceLeftEarly(sRoutine, "unable to write sample count");
     return -10;
   }
   if (f.Ascend(ckFact) != 0) {
-    TraceExit(sRoutine, "unable to ascend from fact chunk");
+    TraceLeftEarly(sRoutine, "unable to ascend from fact chunk");
     return -11;
   }
   m_ckData = MMCKINFO{};
   m_ckData.ckid = kData;
   if (f.CreateChunk(m_ckData, 0) != 0) {
-    TraceExit(sRoutine, "unable to create data chunk");
+    TraceLeftEarly(sRoutine, "unable to create data chunk");
     return -12;
   }
   m_llSamplesOut = m_llSilenceOut = 0;

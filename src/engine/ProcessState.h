@@ -1,44 +1,81 @@
 #pragma once
-// What the hour processing keeps between two ticks of tmrProcess.
+// The hour processing: works down the work list one entry at a time. A Standardise or
+// Archive walks the hour's audio files as a group, one FileConversion a file, and marks
+// the action point of an hour whose group ended without error; a Delete removes the
+// hour's files. What it keeps between two ticks of tmrProcess is its own; the rest of the
+// engine is reached through its IProcessHost. It is the host of its conversions: their
+// failures flag its group and go to its hour log.
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
-#include "audio/IAudioFormat.h"
+#include "engine/FileConversion.h"
+#include "engine/IConversionHost.h"
 #include "support/FileHelper.h"
 
 class CLogProcessEntry;
+class IProcessHost;
 
-struct ProcessState {
+class ProcessState : public IConversionHost {
+ public:
+  explicit ProcessState(IProcessHost& oHost) : m_oHost(oHost) {}
+  ~ProcessState() override;
+  ProcessState(const ProcessState&) = delete;
+  ProcessState& operator=(const ProcessState&) = delete;
+
+  // Takes up the group of the current entry: its hour folder, the leftovers of cut-off
+  // runs, the first segment. bInGroup when there is a file to take.
+  void StartGroup();
+  // Ends the current group: marks its point unless it failed, and removes its row.
+  void EndGroup();
+  // Deletes the current entry's hour.
+  void DeleteHour();
+  // Ends the running file search of the group, and the group.
+  void CloseGroupSearch();
+  // Looks at the current file of the group and, when it is to be converted, starts its
+  // conversion (FileInProgress).
+  void BeginFile();
+  // One share of the current conversion; the conversion goes when its file is finished.
+  void RunFile();
+  bool FileInProgress() const { return oConversion != nullptr; }
+
+  // IConversionHost (also the form's failures of the current entry).
+  void ReportFailure(const std::string& sLine, bool bKeepsHourDue = true) override;
+  void HourLog(const std::string& sLine) override;
+  void SendToCapture(const std::string& sText) override;
+  void FileStarted(const std::string& sFile) override;
+  void SetFileProgress(int iPercent) override;
+  void StillActive(bool bProgress) override;
+  void DoEvents() override;
+  void FileEnded() override;
+  void FileConverted(int64_t lBytesBefore, int64_t lBytesAfter) override;
+  bool ShutdownRequested() const override;
+  bool SaveArcs() const override;
+
   int32_t iEntry = 1;     // entries taken, plus 1
   int32_t iRow = 1;       // row of the next or current entry, from 1
   int32_t iRowCount = 0;  // rows when the list was taken up
   bool bListInitialised = false;
-  bool bFileInProgress = false;
   bool bNoMoreFiles = false;
   bool bInGroup = false;
   std::shared_ptr<CLogProcessEntry> oEntry;
-  float NormalSecondsToRead = 1.0f;
   std::string sFile;        // the current audio file, without folder
-  std::string sOutFile;     // the converted file while it is being made, without folder
   std::string sHourFolder;  // the current hour's folder, a path of this machine
   int32_t iFilesDone = 0;
   bool bGroupError = false;
-  // The transfer buffer of the conversion; empty when none is held.
-  std::vector<uint8_t> hBuffer;
-  std::shared_ptr<IAudioFormat> oInFileFormat;
-  // The target's format object (m_oOutFile seen as IAudioFormat), while a file is in
-  // progress: the copier takes its format text.
-  std::shared_ptr<IAudioFormat> OutFileFormat;
-  int32_t iFileTolerance = 0;  // milliseconds
-  // The hour log line of a read or write of the current file that failed; empty while
-  // none has. Such a file is rejected whatever its length.
-  std::string sFileFailure;
-
+  // The conversion of the current file while it is under way; null between files.
+  std::unique_ptr<FileConversion> oConversion;
   // The running file search of the group, alive from the group's first file to its end.
   FileHelper::FindHandle hGroupFind = 0;
   // Folder of the current entry's logger (a path of this machine); empty when the
   // logger's number names no loaded logger.
   std::string sLogPath;
+
+ private:
+  void FinishInterruptedReplaces(const std::string& sMask);
+  // Marks the entry's action as done in its hour info file and saves it.
+  void MarkActionPoint(CLogProcessEntry& oDone);
+  int LogProgressOf(int32_t iFilesDone) const;
+
+  IProcessHost& m_oHost;
 };

@@ -19,6 +19,7 @@
 #include "hours/CLogProcessEntry.h"
 #include "engine/CommandLine.h"
 #include "engine/CrashFilter.h"
+#include "engine/FormHosts.h"
 #include "engine/Globals.h"
 #include "engine/PrepareState.h"
 #include "engine/ProcessState.h"
@@ -83,22 +84,24 @@ int ReadInterval(const char* sValue, int iDefault) {
 
 frmProcessLogs::frmProcessLogs(QObject* pParent)
     : QObject(pParent),
-      m_pPrepare(std::make_unique<PrepareState>()),
-      m_pProcess(std::make_unique<ProcessState>()) {
-  tmrLoadLogs.setInterval(100);
-  tmrPrepareLists.setInterval(300);
-  tmrProcess.setInterval(500);
-  tmrWait.setInterval(1000);
-  tmrClearUpDebug.setInterval(60000);
-  connect(&tmrLoadLogs, &QTimer::timeout, this,
+      m_pPrepareHost(std::make_unique<PrepareHost>(*this)),
+      m_pProcessHost(std::make_unique<ProcessHost>(*this)),
+      m_pPrepare(std::make_unique<PrepareState>(*m_pPrepareHost)),
+      m_pProcess(std::make_unique<ProcessState>(*m_pProcessHost)) {
+  m_tmrLoadLogs.setInterval(100);
+  m_tmrPrepareLists.setInterval(300);
+  m_tmrProcess.setInterval(500);
+  m_tmrWait.setInterval(1000);
+  m_tmrClearUpDebug.setInterval(60000);
+  connect(&m_tmrLoadLogs, &QTimer::timeout, this,
           [this] { RunTick(kLoadLogs, &frmProcessLogs::tmrLoadLogs_Timer); });
-  connect(&tmrPrepareLists, &QTimer::timeout, this,
+  connect(&m_tmrPrepareLists, &QTimer::timeout, this,
           [this] { RunTick(kPrepareLists, &frmProcessLogs::tmrPrepareLists_Timer); });
-  connect(&tmrProcess, &QTimer::timeout, this,
+  connect(&m_tmrProcess, &QTimer::timeout, this,
           [this] { RunTick(kProcess, &frmProcessLogs::tmrProcess_Timer); });
-  connect(&tmrWait, &QTimer::timeout, this,
+  connect(&m_tmrWait, &QTimer::timeout, this,
           [this] { RunTick(kWait, &frmProcessLogs::tmrWait_Timer); });
-  connect(&tmrClearUpDebug, &QTimer::timeout, this,
+  connect(&m_tmrClearUpDebug, &QTimer::timeout, this,
           [this] { RunTick(kClearUpDebug, &frmProcessLogs::ClearUpDebugTick); });
 }
 
@@ -138,9 +141,8 @@ void frmProcessLogs::TickFailed(TimerId eTimer, const std::string& sError) {
     // The file at hand is left as it was and its hour stays due: the converted file in
     // the making goes, the group is flagged and not marked; an entry taken up outside a
     // group (a Delete) is passed over for this cycle.
-    if (st.bFileInProgress) RemoveFileInTheMaking();
-    ReleaseFileObjects();
-    st.bFileInProgress = false;
+    if (st.oConversion) st.oConversion->RemoveFileInTheMaking();
+    st.oConversion.reset();
     if (st.oEntry && st.oEntry->Log() && !st.sLogPath.empty())
       st.oEntry->Log()->AddToServerLog(st.sLogPath, "ERROR: " + sError + ". The hour is left for a later cycle", "");
     if (st.bInGroup) {
@@ -161,30 +163,19 @@ void frmProcessLogs::TickFailed(TimerId eTimer, const std::string& sError) {
 }
 
 void frmProcessLogs::AbandonCycle() {
-  tmrLoadLogs.stop();
-  tmrPrepareLists.stop();
-  tmrProcess.stop();
-  PrepareState& pre = *m_pPrepare;
-  CloseFind(pre.hFileFind);
-  CloseFind(pre.hFolderFind);
-  m_pPrepare = std::make_unique<PrepareState>();
-  CloseGroupSearch();
-  ReleaseFileObjects();
-  m_pProcess = std::make_unique<ProcessState>();
+  m_tmrLoadLogs.stop();
+  m_tmrPrepareLists.stop();
+  m_tmrProcess.stop();
+  m_pPrepare = std::make_unique<PrepareState>(*m_pPrepareHost);
+  m_pProcess = std::make_unique<ProcessState>(*m_pProcessHost);
   SetProcessorActive(false);
   SendToCapture("IDLE");
   if (m_bExitWhenDone || m_bShutdown) Unload();
-  else EnableTimer(tmrWait);
+  else EnableTimer(m_tmrWait);
 }
 
 void frmProcessLogs::RemoveFileInTheMaking() {
-  const ProcessState& st = *m_pProcess;
-  if (st.sOutFile.empty() || st.sHourFolder.empty() || st.sOutFile == st.sFile) return;
-  const std::string sPath = st.sHourFolder + "/" + st.sOutFile;
-  struct stat oStat {};
-  // A regular file only: a link of that name is not what this processor was writing.
-  if (::lstat(sPath.c_str(), &oStat) != 0 || !S_ISREG(oStat.st_mode)) return;
-  if (::unlink(sPath.c_str()) == 0) DebugMsg("Removed the unfinished file " + sPath, -1, 0);
+  if (m_pProcess && m_pProcess->oConversion) m_pProcess->oConversion->RemoveFileInTheMaking();
 }
 
 void frmProcessLogs::EndAfterFault(const std::string& sFault) {
@@ -231,7 +222,7 @@ void frmProcessLogs::Load() {
 }
 
 void frmProcessLogs::Form_Load() {
-  DebugMsg("Start frmProcessLogs_Load", 5, 1);
+  TraceScope oTrace("frmProcessLogs_Load");
   const std::string sCommand = AppGlobal::CommandLine();
   if (CommandLine::HasSwitch(sCommand, "/SAVEARCS")) m_bSaveArcs = true;
   m_bExitWhenDone = !CommandLine::HasSwitch(sCommand, "/KEEPALIVE");
@@ -244,8 +235,8 @@ void frmProcessLogs::Form_Load() {
                   "/Norvane Shared/Kestrane v4/nvkn4.prx";
 
   DebugMsg("Read and set timer intervals", -1, 0);
-  tmrPrepareLists.setInterval(ReadInterval("PrepareTimerInterval", 100));
-  tmrProcess.setInterval(ReadInterval("ProcessTimerInterval", 500));
+  m_tmrPrepareLists.setInterval(ReadInterval("PrepareTimerInterval", 100));
+  m_tmrProcess.setInterval(ReadInterval("ProcessTimerInterval", 500));
 
   DebugMsg("'Close' the window up and and make it visible", -1, 0);
   SetProcessorActive(false);
@@ -254,26 +245,24 @@ void frmProcessLogs::Form_Load() {
 
   DebugMsg("Enable Debug File Clear Up timer", -1, 0);
   // A plan deletes nothing, not even old debug files of the capture process.
-  if (!m_bPlanOnly) tmrClearUpDebug.start();
+  if (!m_bPlanOnly) m_tmrClearUpDebug.start();
 
   m_dLastActive = Clock::Now();
   RestartProcessing();
 
   if (m_pView) m_pView->SetBusyPointer(false);
-  DebugMsg("End frmProcessLogs_Load", 5, 2);
 }
 
 void frmProcessLogs::RestartProcessing() {
-  DebugMsg("Start RestartProcessing", 5, 1);
+  TraceScope oTrace("RestartProcessing");
   DebugMsg("Loading Logs", -1, 0);
   SetAllDoneCaption("Loading Logs...");
   SetRestartEnabled(false);
-  EnableTimer(tmrLoadLogs);
-  DebugMsg("End RestartProcessing", 5, 2);
+  EnableTimer(m_tmrLoadLogs);
 }
 
 bool frmProcessLogs::CycleRunning() const {
-  return tmrLoadLogs.isActive() || tmrPrepareLists.isActive() || tmrProcess.isActive() ||
+  return m_tmrLoadLogs.isActive() || m_tmrPrepareLists.isActive() || m_tmrProcess.isActive() ||
          m_bBusy[kLoadLogs] || m_bBusy[kPrepareLists] || m_bBusy[kProcess];
 }
 
@@ -287,12 +276,12 @@ void frmProcessLogs::cmdRestart_Click() {
   }
   // The cycle started here ends by enabling tmrWait again; left running, tmrWait could
   // start a second load over this cycle when the hour turns.
-  tmrWait.stop();
+  m_tmrWait.stop();
   RestartProcessing();
 }
 
 void frmProcessLogs::tmrLoadLogs_Timer() {
-  tmrLoadLogs.stop();
+  m_tmrLoadLogs.stop();
   if (m_pObserver) m_pObserver->CycleStarted();
   LogList().Clear();
   int32_t lCount = ConfigAccess::GetRegLong(sLogListLoc, "LogCount", 0);
@@ -315,12 +304,12 @@ void frmProcessLogs::tmrLoadLogs_Timer() {
   if (LogList().Count() > 0) {
     DebugMsg("Logs Found: Resizing Window", -1, 0);
     SetProcessorActive(true);
-    EnableTimer(tmrPrepareLists);
+    EnableTimer(m_tmrPrepareLists);
   } else {
     DebugMsg("No Logs Found: Reset wait timer", -1, 0);
     SetAllDoneCaption("NO LOGS FOUND!");
     SetRestartEnabled(true);
-    EnableTimer(tmrWait);
+    EnableTimer(m_tmrWait);
   }
   m_dLastActive = Clock::Now();
 }
@@ -336,15 +325,15 @@ void frmProcessLogs::tmrWait_Timer() {
   if (LastProcessedHour != VbDate::Hour(dNow)) {
     const int32_t lStart = ConfigAccess::GetRegLong(sLogListLoc, "LogProcStart", 5);
     if (VbDate::Minute(dNow) >= lStart) {
-      tmrWait.stop();
+      m_tmrWait.stop();
       RestartProcessing();
     }
   }
-  if (!tmrProcess.isActive() && m_bShutdown) Unload();
+  if (!m_tmrProcess.isActive() && m_bShutdown) Unload();
 }
 
 void frmProcessLogs::Form_QueryUnload(int16_t& Cancel, int16_t UnloadMode) {
-  if (UnloadMode == 0 && (tmrPrepareLists.isActive() || tmrProcess.isActive())) {
+  if (UnloadMode == 0 && (m_tmrPrepareLists.isActive() || m_tmrProcess.isActive())) {
     if (MsgBox("Are you sure you want to close the Log Processor?", vbYesNo | vbQuestion) == vbYes) {
       m_bShutdown = true;
       m_bUnloadRequested = true;
@@ -356,7 +345,7 @@ void frmProcessLogs::Form_QueryUnload(int16_t& Cancel, int16_t UnloadMode) {
 }
 
 void frmProcessLogs::Form_Unload(int16_t& /*Cancel*/) {
-  DebugMsg("Start frmProcessLogs_Unload", 5, 1);
+  TraceScope oTrace("frmProcessLogs_Unload");
   DebugMsg("Send message to Capture to indicate we're going idle", -1, 0);
   SendToCapture("IDLE");
   DebugMsg("Close Log objects", -1, 0);
@@ -367,7 +356,6 @@ void frmProcessLogs::Form_Unload(int16_t& /*Cancel*/) {
     DebugMsg("Clear Exception Filter", -1, 0);
     RemoveExceptionFilter();
   }
-  DebugMsg("End frmProcessLogs_Unload", 5, 2);
 }
 
 void frmProcessLogs::Unload() {
@@ -393,11 +381,11 @@ void frmProcessLogs::FinishUnload() {
   if (m_pObserver) m_pObserver->Stopping();
   int16_t iCancel = 0;
   Form_Unload(iCancel);
-  tmrLoadLogs.stop();
-  tmrPrepareLists.stop();
-  tmrProcess.stop();
-  tmrWait.stop();
-  tmrClearUpDebug.stop();
+  m_tmrLoadLogs.stop();
+  m_tmrPrepareLists.stop();
+  m_tmrProcess.stop();
+  m_tmrWait.stop();
+  m_tmrClearUpDebug.stop();
   m_pNotifier.reset();
   m_oEndpoint.Close();
   m_bLoaded = false;

@@ -20,8 +20,8 @@
 #include <memory>
 #include <string>
 
-#include "audio/IAudioFile.h"
 #include "audio/IAudioFileEventSink.h"
+#include "engine/AbandonedFiles.h"
 #include "engine/IEngineObserver.h"
 #include "engine/IProcessorView.h"
 #include "engine/WorkList.h"
@@ -29,16 +29,8 @@
 #include "support/MessageTransport.h"
 
 class CLogProcessEntry;
-class IAudioFormat;
-struct PrepareState;
+class PrepareState;
 struct ProcessState;
-class CLogProcessEntry;
-
-// Removes the temporary files that this program's writers and copier runs left in the
-// folder when they were cut off (the audio classes' "LOG<hex>.<ext>" files and the
-// copier's ".std<name>.shuttle-XXXXXX" / ".arc..." files). Only while no conversion of
-// this program is under way in it. Returns the number removed.
-int RemoveAbandonedTemporaries(const std::string& sFolder);
 
 class frmProcessLogs : public QObject, public IAudioFileEventSink {
   Q_OBJECT
@@ -84,7 +76,7 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   bool ProcessorActive() const { return m_bProcessorActive; }
 
   // Deletes the day folders of every logger in which no hour is left that still counts
-  // (frmProcessLogs_Tidyup.cpp). Called at the end of a processing pass.
+  // (FolderTidyup). Called at the end of a processing pass.
   void PerformFolderTidyup();
 
   // Warnings of the audio objects: the failure itself comes back through the result of
@@ -102,25 +94,35 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   // A cycle is under way: loading, preparing or processing.
   bool CycleRunning() const;
 
-  // Fields of the form.
-  bool m_bShutdown = false;
-  bool m_bUnloadRequested = false;
-  bool m_bProcessorActive = false;
-  bool m_bSaveArcs = false;
-  double m_dLastActive = 0;
-  bool m_bExitWhenDone = true;
-  // The work list: the rows of the list view, each owning its work item.
-  WorkList lvwItems;
-  // The files of the conversion under way.
-  std::shared_ptr<IAudioFile> m_oInFile;
-  std::shared_ptr<IAudioFile> m_oOutFile;
+  // The flags of the form. A stop asked for (SHUTDOWN, the operator) ends the cycle at
+  // the next fixed point; an unload asked for also unloads the form there.
+  bool ShutdownRequested() const { return m_bShutdown; }
+  void RequestShutdown() { m_bShutdown = true; }
+  bool UnloadRequested() const { return m_bUnloadRequested; }
+  void RequestUnload() { m_bUnloadRequested = true; }
+  // "/SAVEARCS": rejected converted files stay. Read from the command line on load.
+  bool SaveArcs() const { return m_bSaveArcs; }
+  void SetSaveArcs(bool bSave) { m_bSaveArcs = bSave; }
+  // Without "/KEEPALIVE" the form unloads at the end of its first cycle.
+  bool ExitWhenDone() const { return m_bExitWhenDone; }
+  // The time of the last activity (the answer to "RESPOND").
+  double LastActive() const { return m_dLastActive; }
 
-  // The timers of the form; all disabled until the form loads.
-  QTimer tmrLoadLogs;
-  QTimer tmrPrepareLists;
-  QTimer tmrProcess;
-  QTimer tmrWait;
-  QTimer tmrClearUpDebug;
+  // The work list: the rows of the list view, each owning its work item. The window
+  // reads them (through its model) and sets the selection; the engine alone changes
+  // them.
+  const WorkList& Rows() const { return m_oRows; }
+  void SelectRow(int iRow) { m_oRows.Select(iRow); }
+  // Tests and benchmarks: the rows, to set up or clear.
+  WorkList& RowsForTesting() { return m_oRows; }
+
+  // The timers of the chain; all disabled until the form loads. The handlers above are
+  // theirs.
+  QTimer& tmrLoadLogs() { return m_tmrLoadLogs; }
+  QTimer& tmrPrepareLists() { return m_tmrPrepareLists; }
+  QTimer& tmrProcess() { return m_tmrProcess; }
+  QTimer& tmrWait() { return m_tmrWait; }
+  QTimer& tmrClearUpDebug() { return m_tmrClearUpDebug; }
 
  signals:
   // The form has unloaded; the program's event loop should end.
@@ -151,59 +153,20 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   void ReadMessages();
   void SendToCapture(const std::string& sText);
 
-  // The work-list preparation (frmProcessLogs_Prepare.cpp).
-  void PrepareScanStep(PrepareState& st, bool& bLogFinished, bool& bRowsAdded);
-  void PrepareHourStep(PrepareState& st, const std::string& sFile, const std::string& sInf,
-                       const CHourlyInf::FileStamp& oStamp, bool& bRowsAdded);
-  // "PrepareListError:" to the capture process, and the trace line.
-  void ReportListError(const std::string& sDescription, int32_t lNumber, const std::string& sFile,
-                       const std::string& sFolder);
-  void PrepareStartLogger(PrepareState& st);
-  void PrepareFinishScan(PrepareState& st);
-  void FinishPlan(PrepareState& st);
-  // How much of one hour's space in its capture format the entry's action frees, in
-  // percent, rounded half to even; negative when the action grows the audio.
-  int32_t GetActionEfficiency(const CLogProcessEntry& oEntry);
-  // Tells the view that the rows of lvwItems changed.
+  // The work-list preparation (frmProcessLogs_Prepare.cpp; its steps are PrepareState's).
+  void PrepareFinishScan();
+  void FinishPlan();
+  // Tells the view that the rows of the work list changed.
   void RowsChanged();
 
-  // The hour processing (frmProcessLogs_Process.cpp).
-  void StartGroup();
-  void EndGroup();
-  void DeleteHour();
+  // The hour processing as the form runs it (frmProcessLogs_Process.cpp; its steps are
+  // ProcessState's).
   void EndRun();
-  void CloseGroupSearch();
-  void FinishInterruptedReplaces(const std::string& sMask);
-  void MarkActionPoint(CLogProcessEntry& oEntry);
-  int LogProgressOf(int32_t iFilesDone) const;
-  // Its file step (frmProcessLogs_Convert.cpp).
-  void ProcessOneFile();
-  void RunConversion();
-  void PassOver(const std::string& sPath);
-  void RemoveFile(const std::string& sPath);
-  // Keeps the source, removes the converted file (unless "/SAVEARCS"), flags the group
-  // and says why.
-  void RejectFile(const std::string& sSource, const std::string& sOutPath, std::string sWhy);
-  void ReplaceFile(const std::string& sSource, const std::string& sOutPath);
-  // A line in the hour log and on the journal (and the trace). bKeepsHourDue also flags
-  // the group, so that the hour's point stays.
-  void ReportFailure(const std::string& sLine, bool bKeepsHourDue = true);
-  // The format that the current entry's action gives the file of that name; null when
-  // the name is no segment of the logger.
-  // The format that the entry's action makes of sFile; null when there is none. When the
-  // logger's settings lack the key of that output and action, *pMissingKey names it.
-  std::shared_ptr<IAudioFormat> TargetFormatOf(const std::string& sFile, std::string* pMissingKey = nullptr);
-  // The name that a converted file takes: the source's base name, the output's extension.
-  static std::string FinalNameOf(const std::string& sFile, const std::string& sOutFile);
-  // True when sFinal (in the hour folder) is held by something other than sFile itself.
-  bool NameTakenByAnother(const std::string& sFile, const std::string& sFinal);
-  // Renames audio within the hour folder, never over another file. 0 or an errno value.
-  int32_t RenameAudio(const std::string& sFrom, const std::string& sTo);
-  // Empty when the leftover converted file sPath of segment sSource opens in the
-  // action's target format and holds audio; else why not.
-  std::string WhyLeftoverIsNotAudio(const std::string& sPath, const std::string& sSource);
-  void ReleaseFileObjects();
-  float GetFileTolerance(IAudioFormat& oFormat);
+  // What the preparation and the hour processing ask of the form (FormHosts.h).
+  class PrepareHost;
+  class ProcessHost;
+  friend class PrepareHost;
+  friend class ProcessHost;
 
   // The controls of the window, as the engine sees them.
   void SetAllDoneCaption(const std::string& sText);
@@ -212,6 +175,19 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   void SetFileProgress(int iPercent);
   void SetLogProgress(int iPercent);
   void MinimiseWindow();
+
+  bool m_bShutdown = false;
+  bool m_bUnloadRequested = false;
+  bool m_bProcessorActive = false;
+  bool m_bSaveArcs = false;
+  double m_dLastActive = 0;
+  bool m_bExitWhenDone = true;
+  WorkList m_oRows;
+  QTimer m_tmrLoadLogs;
+  QTimer m_tmrPrepareLists;
+  QTimer m_tmrProcess;
+  QTimer m_tmrWait;
+  QTimer m_tmrClearUpDebug;
 
   IProcessorView* m_pView = nullptr;
   IEngineObserver* m_pObserver = nullptr;
@@ -232,6 +208,9 @@ class frmProcessLogs : public QObject, public IAudioFileEventSink {
   int m_iLogProgress = 0;
   bool m_bMinimised = false;
 
+  // Made before and gone after the conversions that it serves.
+  std::unique_ptr<PrepareHost> m_pPrepareHost;
+  std::unique_ptr<ProcessHost> m_pProcessHost;
   // The state blocks of the preparation and of the hour processing, kept between ticks.
   std::unique_ptr<PrepareState> m_pPrepare;
   std::unique_ptr<ProcessState> m_pProcess;

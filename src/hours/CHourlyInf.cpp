@@ -110,7 +110,10 @@ std::string WhyNoHourInfo(bool bDecoded, const std::string& sText, const Profile
 // Says on the trace and on standard error that an hour info file is refused, and raises
 // the error that makes the caller skip the hour.
 [[noreturn]] void RefuseInf(const std::string& sName, const std::string& sWhy) {
-  DebugMsg(fmt::format("Exit CHourlyInf::FileName (cannot read {}: {})", sName, sWhy), 5, 2);
+  // The routine's "Start" line is of level 10: below that, no indent was opened to close.
+  const int32_t lMode = AppGlobal::DebugMode();
+  DebugMsg(fmt::format("Exit CHourlyInf::FileName (cannot read {}: {})", sName, sWhy), 5,
+           lMode == -1 || lMode >= 10 ? 2 : 0);
   SayToJournal(JournalPriority::Warning,
                fmt::format("cannot read the hour info file {}: {}; the hour is left as it is", sName, sWhy));
   throw RaisedError(CHourlyInf::kErrInfUnreadable, "CHourlyInf.FileName", "Cannot read the hour info file: " + sWhy);

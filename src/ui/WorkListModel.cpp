@@ -30,6 +30,8 @@ QVariant WorkListModel::headerData(int iSection, Qt::Orientation eOrientation, i
   return QString::fromUtf8(WorkList::kColumnHeaders[static_cast<size_t>(iSection)]);
 }
 
+int WorkListModel::SelectedRow() const { return m_oRows.Selected(); }
+
 void WorkListModel::Refresh() {
   beginResetModel();
   endResetModel();

@@ -20,6 +20,8 @@ class WorkListModel : public QAbstractTableModel {
 
   // The rows changed (added, removed, cleared, sorted): read them again.
   void Refresh();
+  // The engine's selected row, from 1; 0 when none.
+  int SelectedRow() const;
 
  private:
   const WorkList& m_oRows;

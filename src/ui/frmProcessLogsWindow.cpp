@@ -105,7 +105,7 @@ void frmProcessLogsWindow::CreateControls() {
   fileInfLister.SetVisible(false);
 
   lvwItems.Create(fraActive.Get(), 0, 0, 5850, 3375);
-  m_pModel = std::make_unique<WorkListModel>(m_oForm.lvwItems);
+  m_pModel = std::make_unique<WorkListModel>(m_oForm.Rows());
   lvwItems->setModel(m_pModel.get());
   lvwItems->setRootIsDecorated(false);
   lvwItems->setItemsExpandable(false);
@@ -300,7 +300,7 @@ void frmProcessLogsWindow::RowsChanged() {
 
 void frmProcessLogsWindow::SelectEngineRow() {
   m_bSyncingSelection = true;
-  const int iRow = m_oForm.lvwItems.Selected();
+  const int iRow = m_pModel->SelectedRow();
   if (iRow >= 1 && iRow <= m_pModel->rowCount()) {
     lvwItems->selectionModel()->setCurrentIndex(m_pModel->index(iRow - 1, 0),
                                                 QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
@@ -315,7 +315,7 @@ void frmProcessLogsWindow::lvwItems_SelectionChanged() {
   // The operator picked a row: the list's selection is the control's own state.
   const QModelIndexList aRows = lvwItems->selectionModel()->selectedRows();
   const int iRow = aRows.isEmpty() ? 0 : aRows.front().row() + 1;
-  if (iRow <= m_oForm.lvwItems.Count()) m_oForm.lvwItems.Select(iRow);
+  if (iRow <= m_pModel->rowCount()) m_oForm.SelectRow(iRow);
 }
 
 void frmProcessLogsWindow::Minimise() {

@@ -1,26 +1,14 @@
 #include <gtest/gtest.h>
 
-#include <QElapsedTimer>
-
 #include <unistd.h>
 
 #include <filesystem>
 #include <functional>
 
+#include "common/TestUtil.h"
 #include "engine/EngineFixture.h"
 
 namespace {
-
-// Runs the event loop until pred holds or iMs have passed.
-bool RunUntil(const std::function<bool()>& pred, int iMs = 5000) {
-  QElapsedTimer oTimer;
-  oTimer.start();
-  while (!pred()) {
-    if (oTimer.elapsed() > iMs) return false;
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-  }
-  return true;
-}
 
 // Records what the engine tells its window.
 class RecordingView : public IProcessorView {
@@ -59,7 +47,7 @@ class EngineTest : public EngineFixture {
     m_pForm = std::make_unique<frmProcessLogs>();
     m_pForm->SetView(&m_oView);
     m_pForm->Load();
-    ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+    ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   }
   // What the capture side has heard once the loop has run a while.
   std::vector<std::string> CaptureMessages() {
@@ -75,19 +63,19 @@ TEST_F(EngineTest, LoadStartsACycleThatEndsInNoLogsFound) {
   m_pForm->SetView(&m_oView);
   m_pForm->Load();
   // Loading: only the load timer runs, the window is closed up.
-  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
-  EXPECT_FALSE(m_pForm->tmrWait.isActive());
-  EXPECT_TRUE(m_pForm->tmrClearUpDebug.isActive());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs().isActive());
+  EXPECT_FALSE(m_pForm->tmrWait().isActive());
+  EXPECT_TRUE(m_pForm->tmrClearUpDebug().isActive());
   EXPECT_EQ(m_pForm->AllDoneCaption(), "Loading Logs...");
   EXPECT_FALSE(m_pForm->RestartEnabled());
   EXPECT_FALSE(m_pForm->ProcessorActive());
   EXPECT_TRUE(m_oView.Has("ShowForm"));
   EXPECT_TRUE(m_oView.Has("Closed"));
-  EXPECT_TRUE(m_pForm->m_bExitWhenDone);
+  EXPECT_TRUE(m_pForm->ExitWhenDone());
 
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
-  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
-  EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive());
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
+  EXPECT_FALSE(m_pForm->tmrLoadLogs().isActive());
+  EXPECT_FALSE(m_pForm->tmrPrepareLists().isActive());
   EXPECT_EQ(m_pForm->AllDoneCaption(), "NO LOGS FOUND!");
   EXPECT_TRUE(m_pForm->RestartEnabled());
   EXPECT_EQ(LastProcessedHour, 10);
@@ -105,8 +93,8 @@ TEST_F(EngineTest, SwitchesOfTheCommandLineSetTheFlags) {
   AppGlobal::SetCommandLine("/debug /keepALIVE/SaveArcs");
   m_pForm = std::make_unique<frmProcessLogs>();
   m_pForm->Load();
-  EXPECT_FALSE(m_pForm->m_bExitWhenDone);
-  EXPECT_TRUE(m_pForm->m_bSaveArcs);
+  EXPECT_FALSE(m_pForm->ExitWhenDone());
+  EXPECT_TRUE(m_pForm->SaveArcs());
 }
 
 // The intervals of the preparation and processing timers come from the registry at load;
@@ -119,8 +107,8 @@ TEST_F(EngineTest, TimerIntervalsComeFromTheRegistryAtLoad) {
     WriteRegistry("Log Processor", sValues);
     m_pForm = std::make_unique<frmProcessLogs>();
     m_pForm->Load();
-    EXPECT_EQ(m_pForm->tmrPrepareLists.interval(), iPrepare);
-    EXPECT_EQ(m_pForm->tmrProcess.interval(), iProcess);
+    EXPECT_EQ(m_pForm->tmrPrepareLists().interval(), iPrepare);
+    EXPECT_EQ(m_pForm->tmrProcess().interval(), iProcess);
   }
 }
 
@@ -132,21 +120,21 @@ TEST_F(EngineTest, WaitRestartsInTheNextHourAtTheStartMinute) {
   for (double dNow : {At(10, 40), At(10, 59, 59), At(11, 0), At(11, 4, 59)}) {
     Clock::SetFixed(dNow);
     m_pForm->tmrWait_Timer();
-    ASSERT_TRUE(m_pForm->tmrWait.isActive()) << VbDate::DefaultText(dNow);
-    ASSERT_FALSE(m_pForm->tmrLoadLogs.isActive());
-    EXPECT_EQ(m_pForm->m_dLastActive, dNow);
+    ASSERT_TRUE(m_pForm->tmrWait().isActive()) << VbDate::DefaultText(dNow);
+    ASSERT_FALSE(m_pForm->tmrLoadLogs().isActive());
+    EXPECT_EQ(m_pForm->LastActive(), dNow);
   }
   Clock::SetFixed(At(11, 5));
   m_pForm->tmrWait_Timer();
-  EXPECT_FALSE(m_pForm->tmrWait.isActive());
-  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_FALSE(m_pForm->tmrWait().isActive());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs().isActive());
   EXPECT_EQ(m_pForm->AllDoneCaption(), "Loading Logs...");
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   EXPECT_EQ(LastProcessedHour, 11);
   // A clock put back an hour starts a cycle too.
   Clock::SetFixed(At(10, 30));
   m_pForm->tmrWait_Timer();
-  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs().isActive());
 }
 
 TEST_F(EngineTest, StartMinuteIsReadAnewOnEveryTick) {
@@ -154,15 +142,15 @@ TEST_F(EngineTest, StartMinuteIsReadAnewOnEveryTick) {
   LoadAndWaitForNoLogs();
   Clock::SetFixed(At(11, 59, 59));
   m_pForm->tmrWait_Timer();
-  EXPECT_TRUE(m_pForm->tmrWait.isActive());
-  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_TRUE(m_pForm->tmrWait().isActive());
+  EXPECT_FALSE(m_pForm->tmrLoadLogs().isActive());
   WriteRegistry("Capture", "\"LogProcStart\"=dword:00000014\r\n");  // 20
   Clock::SetFixed(At(12, 19));
   m_pForm->tmrWait_Timer();
-  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_FALSE(m_pForm->tmrLoadLogs().isActive());
   Clock::SetFixed(At(12, 20));
   m_pForm->tmrWait_Timer();
-  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs().isActive());
 }
 
 TEST_F(EngineTest, LogListLocationFromTheCommandLineIsWhereTheCountIsRead) {
@@ -173,7 +161,7 @@ TEST_F(EngineTest, LogListLocationFromTheCommandLineIsWhereTheCountIsRead) {
   LoadAndWaitForNoLogs();
   Clock::SetFixed(At(11, 0));
   m_pForm->tmrWait_Timer();
-  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs().isActive());
 }
 
 TEST_F(EngineTest, ShutdownWhileWaitingUnloadsAtTheNextTickAndSendsIdleOnce) {
@@ -181,12 +169,12 @@ TEST_F(EngineTest, ShutdownWhileWaitingUnloadsAtTheNextTickAndSendsIdleOnce) {
   bool bUnloaded = false;
   QObject::connect(m_pForm.get(), &frmProcessLogs::Unloaded, [&] { bUnloaded = true; });
   ASSERT_TRUE(MessageTransport::Send(kLogProcHandler, "SHUTDOWN"));
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->m_bShutdown; }, 2000));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->ShutdownRequested(); }, 2000));
   EXPECT_TRUE(m_pForm->IsLoaded());
   ASSERT_TRUE(RunUntil([&] { return bUnloaded; }, 3000));
   EXPECT_FALSE(m_pForm->IsLoaded());
-  EXPECT_FALSE(m_pForm->tmrWait.isActive());
-  EXPECT_FALSE(m_pForm->tmrClearUpDebug.isActive());
+  EXPECT_FALSE(m_pForm->tmrWait().isActive());
+  EXPECT_FALSE(m_pForm->tmrClearUpDebug().isActive());
   EXPECT_EQ(CaptureMessages(), std::vector<std::string>{"IDLE"});
   EXPECT_TRUE(m_oView.Has("SavePosition"));
   EXPECT_EQ(m_oView.Calls.back(), "CloseForm");
@@ -204,21 +192,21 @@ TEST_F(EngineTest, RespondAnswersWithTheLastActiveMoment) {
 TEST_F(EngineTest, RestartByHandStopsTheWaitAndIsIgnoredDuringACycle) {
   LoadAndWaitForNoLogs();
   m_pForm->cmdRestart_Click();
-  EXPECT_FALSE(m_pForm->tmrWait.isActive());
-  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_FALSE(m_pForm->tmrWait().isActive());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs().isActive());
   EXPECT_FALSE(m_pForm->RestartEnabled());
   EXPECT_EQ(m_pForm->AllDoneCaption(), "Loading Logs...");
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   // During a cycle it is ignored.
-  m_pForm->tmrWait.stop();
-  m_pForm->tmrProcess.start(60000);  // as if the processing were under way
+  m_pForm->tmrWait().stop();
+  m_pForm->tmrProcess().start(60000);  // as if the processing were under way
   m_pForm->cmdRestart_Click();
-  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
-  EXPECT_TRUE(m_pForm->tmrProcess.isActive());
-  m_pForm->tmrProcess.stop();
-  m_pForm->tmrPrepareLists.start(60000);
+  EXPECT_FALSE(m_pForm->tmrLoadLogs().isActive());
+  EXPECT_TRUE(m_pForm->tmrProcess().isActive());
+  m_pForm->tmrProcess().stop();
+  m_pForm->tmrPrepareLists().start(60000);
   m_pForm->cmdRestart_Click();
-  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_FALSE(m_pForm->tmrLoadLogs().isActive());
 }
 
 TEST_F(EngineTest, ClosingWhileWaitingClosesAtOnceWithoutAQuestion) {
@@ -244,22 +232,22 @@ TEST_F(EngineTest, ClosingDuringACycleAsksAndLeavesTheEndToTheTimers) {
     return lAnswer;
   });
   LoadAndWaitForNoLogs();
-  m_pForm->tmrWait.stop();
-  m_pForm->tmrProcess.start(60000);
+  m_pForm->tmrWait().stop();
+  m_pForm->tmrProcess().start(60000);
 
   int16_t iCancel = 0;
   m_pForm->Form_QueryUnload(iCancel, 0);
   EXPECT_EQ(iCancel, 1);
   EXPECT_EQ(sAsked, "Are you sure you want to close the Log Processor?");
   EXPECT_EQ(lStyle, 36);
-  EXPECT_FALSE(m_pForm->m_bShutdown);
-  EXPECT_FALSE(m_pForm->m_bUnloadRequested);
+  EXPECT_FALSE(m_pForm->ShutdownRequested());
+  EXPECT_FALSE(m_pForm->UnloadRequested());
 
   lAnswer = vbYes;
   EXPECT_FALSE(m_pForm->RequestClose());
   EXPECT_TRUE(m_pForm->IsLoaded());
-  EXPECT_TRUE(m_pForm->m_bShutdown);
-  EXPECT_TRUE(m_pForm->m_bUnloadRequested);
+  EXPECT_TRUE(m_pForm->ShutdownRequested());
+  EXPECT_TRUE(m_pForm->UnloadRequested());
 
   // Another unload reason closes without asking.
   sAsked.clear();
@@ -273,16 +261,16 @@ TEST_F(EngineTest, ClosingDuringACycleAsksAndLeavesTheEndToTheTimers) {
 // timer has stopped.
 TEST_F(EngineTest, WaitTimerUnloadsOnRequestOrShutdownOutsideProcessing) {
   LoadAndWaitForNoLogs();
-  m_pForm->m_bUnloadRequested = true;
+  m_pForm->RequestUnload();
   m_pForm->tmrWait_Timer();
   EXPECT_FALSE(m_pForm->IsLoaded());
 
   LoadAndWaitForNoLogs();
-  m_pForm->m_bShutdown = true;
-  m_pForm->tmrProcess.start(60000);
+  m_pForm->RequestShutdown();
+  m_pForm->tmrProcess().start(60000);
   m_pForm->tmrWait_Timer();
   EXPECT_TRUE(m_pForm->IsLoaded());
-  m_pForm->tmrProcess.stop();
+  m_pForm->tmrProcess().stop();
   m_pForm->tmrWait_Timer();
   EXPECT_FALSE(m_pForm->IsLoaded());
 }
@@ -305,20 +293,20 @@ TEST_F(EngineTest, AnUnloadedFormStartsNoTimers) {
   m_pForm->Unload();
   m_pForm->cmdRestart_Click();
   m_pForm->tmrLoadLogs_Timer();
-  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
-  EXPECT_FALSE(m_pForm->tmrWait.isActive());
-  EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive());
+  EXPECT_FALSE(m_pForm->tmrLoadLogs().isActive());
+  EXPECT_FALSE(m_pForm->tmrWait().isActive());
+  EXPECT_FALSE(m_pForm->tmrPrepareLists().isActive());
 }
 
 TEST_F(EngineTest, DoEventsPumpsTheLoopOnceLoaded) {
   LoadAndWaitForNoLogs();
   ASSERT_TRUE(MessageTransport::Send(kLogProcHandler, "SHUTDOWN"));
   // Give the socket a moment; the pump alone then delivers the message.
-  for (int i = 0; i < 100 && !m_pForm->m_bShutdown; ++i) {
+  for (int i = 0; i < 100 && !m_pForm->ShutdownRequested(); ++i) {
     usleep(5000);
     AppGlobal::DoEvents();
   }
-  EXPECT_TRUE(m_pForm->m_bShutdown);
+  EXPECT_TRUE(m_pForm->ShutdownRequested());
 }
 
 // The load pumps messages after each logger. A tick of the same timer that comes during
@@ -332,7 +320,7 @@ TEST_F(EngineTest, ATickIsNotEnteredWhileTheSameHandlerRuns) {
     bool bTimerActiveAtFirstEnd = false;
     void SetAllDoneCaption(const std::string& s) override {
       RecordingView::SetAllDoneCaption(s);
-      if (s == "NO LOGS FOUND!" && iEnds++ == 0) bTimerActiveAtFirstEnd = pForm->tmrLoadLogs.isActive();
+      if (s == "NO LOGS FOUND!" && iEnds++ == 0) bTimerActiveAtFirstEnd = pForm->tmrLoadLogs().isActive();
     }
   } oView;
   m_pForm = std::make_unique<frmProcessLogs>();
@@ -347,7 +335,7 @@ TEST_F(EngineTest, ATickIsNotEnteredWhileTheSameHandlerRuns) {
   AppGlobal::SetDoEventsHandler([] {
     if (!s_bRestarted) {
       s_bRestarted = true;
-      s_pForm->tmrLoadLogs.start(0);
+      s_pForm->tmrLoadLogs().start(0);
     }
     QCoreApplication::processEvents();
   });
@@ -400,9 +388,9 @@ TEST_F(EngineCycleTest, WithoutKeepAliveTheCycleEndsTheProgram) {
   Load("/DEBUG");
   ASSERT_TRUE(RunUntil([&] { return m_oView.Has("Active"); }));
   ASSERT_TRUE(RunUntil([&] { return m_bUnloaded; }));
-  EXPECT_FALSE(m_pForm->tmrWait.isActive());
-  EXPECT_FALSE(m_pForm->tmrProcess.isActive());
-  EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive());
+  EXPECT_FALSE(m_pForm->tmrWait().isActive());
+  EXPECT_FALSE(m_pForm->tmrProcess().isActive());
+  EXPECT_FALSE(m_pForm->tmrPrepareLists().isActive());
   // Once at the end of the run, once from the unload.
   EXPECT_EQ(CaptureMessages(), (std::vector<std::string>{"IDLE", "IDLE"}));
   const std::string sTrace = Trace();
@@ -415,7 +403,7 @@ TEST_F(EngineCycleTest, WithKeepAliveTheCycleWaitsForTheNextHour) {
   ASSERT_TRUE(RunUntil([&] { return m_pForm->ProcessorActive(); }));
   EXPECT_EQ(m_pForm->AllDoneCaption(), "Processing...");
   EXPECT_FALSE(m_pForm->RestartEnabled());
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   EXPECT_FALSE(m_bUnloaded);
   EXPECT_FALSE(m_pForm->ProcessorActive());
   EXPECT_TRUE(m_pForm->Minimised());
@@ -430,34 +418,34 @@ TEST_F(EngineCycleTest, WithKeepAliveTheCycleWaitsForTheNextHour) {
   // when the tick comes late (a cycle that overran its hour is followed at once).
   Clock::SetFixed(At(10, 40));
   m_pForm->tmrWait_Timer();
-  EXPECT_FALSE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_FALSE(m_pForm->tmrLoadLogs().isActive());
   Clock::SetFixed(At(11, 20));
   m_pForm->tmrWait_Timer();
   ASSERT_TRUE(RunUntil([&] { return m_pForm->ProcessorActive(); }));
   EXPECT_FALSE(m_pForm->Minimised());
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   EXPECT_EQ(LastProcessedHour, 11);
 }
 
 TEST_F(EngineCycleTest, ShutdownDuringPreparationUnloadsAtItsNextTick) {
   Load("/KEEPALIVE");
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrPrepareLists.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrPrepareLists().isActive(); }));
   m_pForm->HandleAppMessage("SHUTDOWN");
   ASSERT_TRUE(RunUntil([&] { return m_bUnloaded; }));
-  EXPECT_FALSE(m_pForm->tmrProcess.isActive());
+  EXPECT_FALSE(m_pForm->tmrProcess().isActive());
   EXPECT_EQ(CaptureMessages(), std::vector<std::string>{"IDLE"});
 }
 
 TEST_F(EngineCycleTest, ADisabledStreamOrAMissingSettingsFileIsNoLogger) {
   WriteLoggers(false);
   Load("");
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   EXPECT_EQ(m_pForm->AllDoneCaption(), "NO LOGS FOUND!");
   m_pForm.reset();
 
   WriteLoggers(true);
   std::filesystem::remove(PathIn("drive_d/Kestrane/Logger1/Kestrane.ini"));
   Load("");
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   EXPECT_EQ(m_pForm->AllDoneCaption(), "NO LOGS FOUND!");
 }

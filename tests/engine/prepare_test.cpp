@@ -120,13 +120,13 @@ class PrepareTest : public EngineFixture {
       m_pForm = std::make_unique<frmProcessLogs>();
       m_pForm->SetView(&m_oView);
     }
-    m_pForm->tmrPrepareLists.start();
+    m_pForm->tmrPrepareLists().start();
     int iTicks = 0;
-    while (m_pForm->tmrPrepareLists.isActive() && iTicks < iMaxTicks) {
+    while (m_pForm->tmrPrepareLists().isActive() && iTicks < iMaxTicks) {
       m_pForm->tmrPrepareLists_Timer();
       ++iTicks;
     }
-    EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive()) << "the scan did not finish";
+    EXPECT_FALSE(m_pForm->tmrPrepareLists().isActive()) << "the scan did not finish";
     return iTicks;
   }
 
@@ -140,7 +140,7 @@ class PrepareTest : public EngineFixture {
     ASSERT_EQ(Dump(), sExpected);
     for (size_t i = 0; i < aRows.size(); ++i) {
       const Expected& x = aRows[i];
-      const WorkListRow& r = m_pForm->lvwItems.Row(static_cast<int>(i) + 1);
+      const WorkListRow& r = m_pForm->Rows().Row(static_cast<int>(i) + 1);
       SCOPED_TRACE("row " + std::to_string(i + 1) + " " + x.sHour);
       int iLog = 1;
       while (iLog < LogList().Count() && LogList().Log(iLog)->Name() != x.sLog) ++iLog;
@@ -162,8 +162,8 @@ class PrepareTest : public EngineFixture {
   // The rows as "log | log time | action time | action | efficiency".
   std::string Dump() const {
     std::string s;
-    for (int i = 1; i <= m_pForm->lvwItems.Count(); ++i) {
-      const WorkListRow& r = m_pForm->lvwItems.Row(i);
+    for (int i = 1; i <= m_pForm->Rows().Count(); ++i) {
+      const WorkListRow& r = m_pForm->Rows().Row(i);
       s += r.sText + " | " + r.SubItem(1) + " | " + r.SubItem(2) + " | " + r.SubItem(3) + " | " + r.SubItem(4) + "\n";
     }
     return s;
@@ -251,7 +251,7 @@ TEST_F(PrepareTreeTest, GivesTheDueHoursSortedByEfficiencyAndChangesNoFile) {
   const auto aBefore = Snapshot();
   Prepare();
   ExpectRows(m_aExpected);
-  EXPECT_EQ(m_pForm->lvwItems.Selected(), 1);
+  EXPECT_EQ(m_pForm->Rows().Selected(), 1);
   EXPECT_EQ(Snapshot(), aBefore);
   // The end of the scan is told in the hour log of the last logger only.
   const std::string sLog = ReadFile(Rel(2, "20261123/1000/100000.LOG"));
@@ -262,7 +262,7 @@ TEST_F(PrepareTreeTest, GivesTheDueHoursSortedByEfficiencyAndChangesNoFile) {
   ASSERT_FALSE(m_oView.Captions.empty());
   EXPECT_EQ(m_oView.Captions.front(), "Preparing Lists ...");
   EXPECT_EQ(m_pForm->CurrentFileCaption(), "Preparing Lists... Friday, 20 November 2026 03:00:00");
-  EXPECT_EQ(m_pForm->m_dLastActive, Clock::Now());
+  EXPECT_EQ(m_pForm->LastActive(), Clock::Now());
   const std::string sTrace = Trace();
   EXPECT_NE(sTrace.find("Finished Preparing Lists.  Enabled Process Timer"), std::string::npos);
   EXPECT_EQ(sTrace.find("ERROR"), std::string::npos);
@@ -285,7 +285,7 @@ TEST_F(PrepareTreeTest, OneEntryATickOnlyTakesMoreTicks) {
 
 TEST_F(PrepareTreeTest, ANewCycleStartsAfreshOnTheSortedList) {
   Prepare();
-  ASSERT_EQ(m_pForm->lvwItems.Count(), static_cast<int>(m_aExpected.size()));
+  ASSERT_EQ(m_pForm->Rows().Count(), static_cast<int>(m_aExpected.size()));
   // Meanwhile an hour was archived and another became due for deletion.
   WriteFile(Rel(1, "20261120/0400/040000.inf"), Inf("-1", "-1", kFuture));
   WriteFile(Rel(2, "20261120/0300/030000.inf"), Inf("-1", "-1", "-1"));
@@ -304,13 +304,13 @@ TEST_F(PrepareTest, EmptyAndMissingTreesFinishWithNoRows) {
   ASSERT_EQ(LogList().Count(), 1);
   // Logger 2 isn't loaded; logger 1 has only its settings file, then its folder goes.
   EXPECT_LE(Prepare(), 2);
-  EXPECT_EQ(m_pForm->lvwItems.Count(), 0);
-  EXPECT_EQ(m_pForm->lvwItems.Selected(), 0);
+  EXPECT_EQ(m_pForm->Rows().Count(), 0);
+  EXPECT_EQ(m_pForm->Rows().Selected(), 0);
   fs::remove_all(PathIn(Rel(1, "")));
-  m_pForm->tmrPrepareLists.start();
+  m_pForm->tmrPrepareLists().start();
   m_pForm->tmrPrepareLists_Timer();
-  EXPECT_FALSE(m_pForm->tmrPrepareLists.isActive());
-  EXPECT_EQ(m_pForm->lvwItems.Count(), 0);
+  EXPECT_FALSE(m_pForm->tmrPrepareLists().isActive());
+  EXPECT_EQ(m_pForm->Rows().Count(), 0);
 }
 
 // Info files of any content: each yields what its keys say, and nothing stops the walk.

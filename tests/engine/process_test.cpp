@@ -58,7 +58,7 @@ class ProcessTest : public EngineFixture {
     oRow.sKey = oEntry->Reference();
     oRow.sText = oLog->Name();
     oRow.pTag = oEntry;
-    m_pForm->lvwItems.Add(std::move(oRow));
+    m_pForm->RowsForTesting().Add(std::move(oRow));
   }
   // Ticks until the run has ended; the number of ticks, or -1 when it didn't end.
   int RunToEnd(int iMaxTicks = 200) {
@@ -105,7 +105,7 @@ TEST_F(ProcessTest, StandardiseConvertsTheGroupMarksThePointAndEndsTheRun) {
   }
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "-1");
   EXPECT_EQ(IniValue(sHour + "130000.inf", "ArchiveAudioAt"), "2026-11-23 00:00");
-  EXPECT_EQ(m_pForm->lvwItems.Count(), 0);
+  EXPECT_EQ(m_pForm->Rows().Count(), 0);
   EXPECT_NE(sLog.find("10:05:00 Start Processing Hour 2026-11-22 13:00\r\n"), std::string::npos) << sLog;
   EXPECT_NE(sLog.find("10:05:00 Finished Archiving Audio\r\n"), std::string::npos) << sLog;
   // Two of 60 segments: 2% and 3%, then full at the end of the run.
@@ -152,7 +152,7 @@ TEST_F(ProcessTest, AFailedWriteRejectsTheFileKeepsTheHourDueAndTheNextCycleFini
             std::string::npos)
       << sLog;
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "2026-11-22 14:00");
-  EXPECT_EQ(m_pForm->lvwItems.Count(), 0);
+  EXPECT_EQ(m_pForm->Rows().Count(), 0);
 
   // The next cycle converts both and marks the hour.
   AddRow(oLog, "13", actStandardise);
@@ -163,7 +163,7 @@ TEST_F(ProcessTest, AFailedWriteRejectsTheFileKeepsTheHourDueAndTheNextCycleFini
 }
 
 TEST_F(ProcessTest, SaveArcsKeepsTheRejectedFile) {
-  m_pForm->m_bSaveArcs = true;  // "/SAVEARCS"
+  m_pForm->SetSaveArcs(true);  // "/SAVEARCS"
   auto oLog = AddLogger(1);
   const std::string sHour = Dir(1, "20261122/1300/");
   WriteToneWav(sHour + "130000A.wav", 20.0);
@@ -217,19 +217,19 @@ TEST_F(ProcessTest, DeletesTakeOneTickEachAndAFailedDeleteKeepsItsRow) {
   // The first delete fails.
   Faults::Arm("file.delete", EACCES, 0, 1);
   m_pForm->tmrProcess_Timer();
-  EXPECT_EQ(m_pForm->lvwItems.Count(), 3);
+  EXPECT_EQ(m_pForm->Rows().Count(), 3);
   EXPECT_NE(HourLog(1).find("ERROR deleting hour 2026-11-22 05:00("), std::string::npos) << HourLog(1);
   m_pForm->tmrProcess_Timer();
-  EXPECT_EQ(m_pForm->lvwItems.Count(), 2);
+  EXPECT_EQ(m_pForm->Rows().Count(), 2);
   EXPECT_FALSE(fs::exists(Dir(1, "20261122/0600")));
   m_pForm->tmrProcess_Timer();
-  EXPECT_EQ(m_pForm->lvwItems.Count(), 1);
+  EXPECT_EQ(m_pForm->Rows().Count(), 1);
   EXPECT_TRUE(fs::exists(Dir(1, "20261122/0700/note.txt")));
   EXPECT_FALSE(fs::exists(Dir(1, "20261122/0700/070000.inf")));
   EXPECT_EQ(RunToEnd(), 1);
   // The failed hour keeps its info file for the next cycle.
   EXPECT_TRUE(fs::exists(Dir(1, "20261122/0500/050000.inf")));
-  EXPECT_EQ(m_pForm->lvwItems.Count(), 1);
+  EXPECT_EQ(m_pForm->Rows().Count(), 1);
 }
 
 TEST_F(ProcessTest, AnHourFolderThatCannotBeListedKeepsItsPointAndSaysWhy) {
@@ -275,7 +275,7 @@ TEST_F(ProcessTest, ShutdownInTheMiddleOfAFileLeavesTheSourceAndEndsTheRun) {
   const std::string sSource = ReadBytes(sHour + "130000A.wav");
   AddRow(oLog, "13", actStandardise);
   m_pForm->tmrProcess_Timer();
-  m_pForm->m_bShutdown = true;
+  m_pForm->RequestShutdown();
   EXPECT_EQ(RunToEnd(), 1);
   EXPECT_TRUE(ReadBytes(sHour + "130000A.wav") == sSource) << "130000A.wav changed";
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "2026-11-22 14:00");

@@ -90,7 +90,7 @@ TEST_F(CycleTest, TheWindowFollowsACycleWithDueHours) {
   m_pForm->SetView(m_pWindow.get());
   m_pForm->Load();
   ProbeWindow& w = *m_pWindow;
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive() || !m_pForm->IsLoaded(); }, 60000));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive() || !m_pForm->IsLoaded(); }, 60000));
 
   // Loading happened in the closed box; the loggers found opened it.
   ASSERT_GE(w.aAllDoneCaptions.size(), 2u);
@@ -154,7 +154,7 @@ TEST_F(CycleTest, TheWindowFollowsACycleWithDueHours) {
   const size_t iBefore = w.aAllDoneCaptions.size();
   Clock::SetFixed(VbDate::Make({2026, 11, 23, 11, 5, 0}));
   m_pForm->tmrWait_Timer();
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }, 30000));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }, 30000));
   const Snapshot* pOpen = nullptr;
   for (size_t i = iBefore; i < w.aAllDoneCaptions.size(); ++i)
     if (w.aAllDoneCaptions[i].sAllDone == "Processing...") pOpen = &w.aAllDoneCaptions[i];

@@ -76,6 +76,6 @@ TEST_F(ManualListTest, TheActionButtonsOpenTheDialogAndPassItsList) {
   const size_t iNow = sTrace.find("Manual list of 0 entries for position 2");
   EXPECT_NE(iEnd, std::string::npos) << sTrace;
   EXPECT_LT(iEnd, iNow);
-  EXPECT_EQ(oForm.lvwItems.Count(), 0);
+  EXPECT_EQ(oForm.Rows().Count(), 0);
   AppGlobal::SetDebugMode(0);
 }

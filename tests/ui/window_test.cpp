@@ -99,12 +99,12 @@ TEST_F(WindowTest, LoadShowsTheClosedBoxInTheMiddleOfTheScreenAndItCannotBeSized
   EXPECT_EQ(w.size(), oBox);
 
   // No loggers: the box says so, and the restart button starts the next load.
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   EXPECT_EQ(w.lblAllDone->text(), "NO LOGS FOUND!");
   EXPECT_TRUE(w.cmdRestart->isEnabled());
   w.cmdRestart->click();
   EXPECT_EQ(w.lblAllDone->text(), "Loading Logs...");
-  EXPECT_TRUE(m_pForm->tmrLoadLogs.isActive());
+  EXPECT_TRUE(m_pForm->tmrLoadLogs().isActive());
   // The restart leaves the window closed until loggers have been found.
   EXPECT_TRUE(w.picDone.Visible());
   EXPECT_EQ(w.FormHeight(), 3000);
@@ -119,7 +119,7 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInOrderAndCaptionsAreText) {
   WorkListModel& oModel = w.lvwItemsModel();
   EXPECT_TRUE(oView.isColumnHidden(4));  // the serial the rows are sorted by
 
-  WorkList& oRows = m_pForm->lvwItems;
+  WorkList& oRows = m_pForm->RowsForTesting();
   for (auto [sName, sAction, sEfficiency] : {std::tuple{"Studio A", "Standardise", "P050"}, {"Studio B", "Delete", "P100"},
                                              {"Studio C", "Archive", "N005"}, {"Studio D", "Standardise", "P037"}}) {
     WorkListRow oRow;
@@ -175,19 +175,19 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInOrderAndCaptionsAreText) {
 TEST_F(WindowTest, ClosingDuringACycleAsksAndOnlyYesEndsIt) {
   WriteLoggers(1, 60000, 10);  // the preparation's first tick is a minute away
   Load("/KEEPALIVE");
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrPrepareLists.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrPrepareLists().isActive(); }));
   ProbeWindow& w = *m_pWindow;
 
   // The form asks (what it asks and what the answers set are the engine's tests).
   AnswerBoxes(vbNo);
   EXPECT_FALSE(w.close());
-  EXPECT_EQ(std::tuple(m_aAsked.size(), w.isVisible(), m_pForm->m_bShutdown), std::tuple(1u, true, false));
+  EXPECT_EQ(std::tuple(m_aAsked.size(), w.isVisible(), m_pForm->ShutdownRequested()), std::tuple(1u, true, false));
 
   // Yes: the window stays until the running timer brings the form down.
   AnswerBoxes(vbYes);
   EXPECT_FALSE(w.close());
   EXPECT_EQ(std::tuple(m_aAsked.size(), w.isVisible(), m_bUnloaded), std::tuple(2u, true, false));
-  m_pForm->tmrPrepareLists.start(0);
+  m_pForm->tmrPrepareLists().start(0);
   ASSERT_TRUE(RunUntil([&] { return m_bUnloaded; }));
   EXPECT_FALSE(w.isVisible());
   EXPECT_EQ(m_aAsked.size(), 2u);
@@ -195,7 +195,7 @@ TEST_F(WindowTest, ClosingDuringACycleAsksAndOnlyYesEndsIt) {
 
 TEST_F(WindowTest, ClosingOutsideACycleClosesAtOnceAndKeepsTheNormalPlace) {
   Load("");
-  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait.isActive(); }));
+  ASSERT_TRUE(RunUntil([&] { return m_pForm->tmrWait().isActive(); }));
   ProbeWindow& w = *m_pWindow;
   AnswerBoxes(vbNo);
   EXPECT_TRUE(w.close());

@@ -156,7 +156,7 @@ int main(int argc, char** argv) {
         if (!bOpenSaved) oApp.exit(1);
       }
       // The end of the run: the closed box (minimised, but drawn all the same).
-      if (oForm.tmrWait.isActive()) {
+      if (oForm.tmrWait().isActive()) {
         oWatch.stop();
         bool bOk = bOpenSaved && Save(oWindow, QDir(sFolder).filePath("window-closed.png"));
         frmManualList oDialog(&oWindow);
