@@ -19,8 +19,6 @@ using namespace e2eproc;
 
 namespace {
 
-constexpr const char* kPast = "2026-11-22 14:00";
-constexpr const char* kLater = "2026-12-30 00:00";
 const std::string kGolden = std::string(KN_SOURCE_DIR) + "/tests/e2e/golden/process_trace.txt";
 
 // The trace with what differs between runs masked: the time of each line, the machine
