@@ -55,7 +55,7 @@ fuzz: deps
 
 # The benchmarks (bench/), built into $(BENCH_BUILD)/bin; each is run by hand.
 bench: deps
-	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF -DKN_BENCH=ON > /dev/null
+	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF -DKN_BENCH=ON $(BUILD_ARGS) > /dev/null
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 
 # Format and clang-tidy's checks on the C++ files changed against LINT_BASE (default: the
