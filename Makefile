@@ -58,7 +58,7 @@ bench: deps
 	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF -DKN_BENCH=ON $(BUILD_ARGS) > /dev/null
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 
-# Format and clang-tidy's checks on the C++ files changed against LINT_BASE (default: the
+# The format of the changed lines and clang-tidy's checks on the C++ files changed against LINT_BASE (default: the
 # merge-base with main; HEAD~1 on main), with the test build's compile_commands.json.
 lint: deps
 	bash scripts/lint.sh $(TEST_BUILD)
