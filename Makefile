@@ -55,10 +55,10 @@ fuzz: deps
 
 # The benchmarks (bench/), built into $(BENCH_BUILD)/bin; each is run by hand.
 bench: deps
-	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF -DKN_BENCH=ON > /dev/null
+	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF -DKN_BENCH=ON $(BUILD_ARGS) > /dev/null
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 
-# Format and clang-tidy's checks on the C++ files changed against LINT_BASE (default: the
+# The format of the changed lines and clang-tidy's checks on the C++ files changed against LINT_BASE (default: the
 # merge-base with main; HEAD~1 on main), with the test build's compile_commands.json.
 lint: deps
 	bash scripts/lint.sh $(TEST_BUILD)

@@ -119,7 +119,7 @@ void BuildRoot(const fs::path& root, const Options& o, int iAction, int iHours, 
     oLog.SaveLog(logDir.string(), CLog::svName | CLog::svLogSettings | CLog::svFormats);
     oLog.Terminate();
     for (int h = 0; h < iHours; ++h) {
-      char szHour[8];
+      char szHour[12];
       std::snprintf(szHour, sizeof szHour, "%02d", h);
       const fs::path hour = logDir / "20261122" / (std::string(szHour) + "00");
       WriteText(hour / (std::string(szHour) + "0000.inf"),

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks the C++ files changed against a base: their format (clang-format, .clang-format)
-# and clang-tidy's checks (.clang-tidy) on the sources among them.
+# Checks the C++ files changed against a base: the format of the changed lines
+# (git clang-format, .clang-format) and clang-tidy's checks (.clang-tidy) on the sources.
 #   scripts/lint.sh [build folder with compile_commands.json]
 # LINT_BASE: the commit to compare with; default the merge-base with main, or HEAD~1 when
 # HEAD is on main. Changes not yet committed count too.
@@ -28,8 +28,11 @@ fi
 echo "lint: ${#files[@]} C++ file(s) changed since $(git rev-parse --short "$base")"
 
 status=0
-if ! clang-format --dry-run --Werror "${files[@]}"; then
-  echo "lint: the files above are not formatted; run \`make format\` (or clang-format -i <file>)" >&2
+# The format of the lines changed since the base (the rest of a file is left as it is).
+format_diff=$(git clang-format --diff "$base" -- "${files[@]}" 2>&1 || true)
+if grep -q '^diff --git' <<<"$format_diff"; then
+  echo "$format_diff" >&2
+  echo "lint: the changed lines above are not formatted; run \`git clang-format $(git rev-parse --short "$base")\`" >&2
   status=1
 fi
 
