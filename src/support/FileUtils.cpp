@@ -23,8 +23,6 @@
 #include "support/Machine.h"
 #include "support/MsgBox.h"
 
-namespace {
-
 std::string FolderOf(const std::string& sPath) {
   const size_t i = sPath.rfind('/');
   if (i == std::string::npos) return ".";
@@ -36,6 +34,8 @@ std::string NameOf(const std::string& sPath) {
   const size_t i = sPath.rfind('/');
   return i == std::string::npos ? sPath : sPath.substr(i + 1);
 }
+
+namespace {
 
 int SyncPath(const std::string& sPath, int iFlags) {
   const int fd = ::open(sPath.c_str(), iFlags | O_CLOEXEC);
@@ -172,6 +172,10 @@ int SyncFileAndFolder(const std::string& sPath) {
   if (int e = SyncPath(sPath, O_RDONLY)) return e;
   return SyncPath(FolderOf(sPath), O_RDONLY | O_DIRECTORY);
 }
+
+int SyncFile(const std::string& sPath) { return SyncPath(sPath, O_RDONLY); }
+
+int SyncFolder(const std::string& sPath) { return SyncPath(sPath, O_RDONLY | O_DIRECTORY); }
 
 // The temporary file of a write of sTarget: ".<name>.<8 hex digits>" in its folder.
 std::string AtomicTempName(const std::string& sTarget) {
