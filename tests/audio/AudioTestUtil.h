@@ -6,13 +6,12 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "common/TempRoot.h"
+#include "common/TestUtil.h"
 
 namespace audiotest {
 
@@ -80,17 +79,6 @@ inline double Pitch(const std::vector<double>& a, int iRate) {
   return (iCross - 1) * static_cast<double>(iRate) / static_cast<double>(lLast - lFirst);
 }
 
-inline std::string ReadAll(const std::string& sPath) {
-  std::ifstream f(sPath, std::ios::binary);
-  std::stringstream ss;
-  ss << f.rdbuf();
-  return ss.str();
-}
-inline void WriteAll(const std::string& sPath, const std::string& s) {
-  std::ofstream f(sPath, std::ios::binary | std::ios::trunc);
-  f.write(s.data(), static_cast<std::streamsize>(s.size()));
-}
-
 inline std::vector<int16_t> BytesToSamples(const std::string& s) {
   std::vector<int16_t> a(s.size() / 2);
   for (size_t i = 0; i < a.size(); ++i)
@@ -107,7 +95,7 @@ inline bool DecodeWith(const std::string& sTool, const std::string& sWav, const 
                          : "ffmpeg -nostdin -v error -y -i '" + sWav + "' -f s16le -acodec pcm_s16le '" +
                                sRaw + "'";
   if (RunProgram(sCmd) != 0) return false;
-  aOut = BytesToSamples(ReadAll(sRaw));
+  aOut = BytesToSamples(ReadBytes(sRaw));
   return true;
 }
 
