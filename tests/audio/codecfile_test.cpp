@@ -212,16 +212,14 @@ TEST_F(CodecFileRead, RefusesWhatIsNotAudio) {
 
 // Truncated and damaged compressed files read to a clean end.
 TEST_F(CodecFileRead, DamagedFilesEndCleanly) {
-  FfmpegConvert(P("src.wav"), P("a.mp3"), "-c:a libmp3lame -b:a 128k");
-  FfmpegConvert(P("src.wav"), P("a.ogg"), "-c:a libvorbis -b:a 96k");
-  FfmpegConvert(P("src.wav"), P("a.wma"), "-c:a wmav2 -b:a 64k");
   std::srand(7);
-  for (std::string s : {"a.mp3", "a.ogg", "a.wma"}) {
+  for (auto [s, sOpts] : {std::pair{std::string("a.mp3"), "-c:a libmp3lame -b:a 128k"},
+                          {std::string("a.ogg"), "-c:a libvorbis -b:a 96k"}, {std::string("a.wma"), "-c:a wmav2 -b:a 64k"}}) {
+    FfmpegConvert(P("src.wav"), P(s), sOpts);
     auto a = ReadBytes(P(s));
     WriteBytes(P("half_" + s), a.substr(0, a.size() / 2));
-    auto noisy = a;
-    for (size_t i = noisy.size() / 4; i < noisy.size(); i += 97) noisy[i] = static_cast<char>(std::rand());
-    WriteBytes(P("noisy_" + s), noisy);
+    for (size_t i = a.size() / 4; i < a.size(); i += 97) a[i] = static_cast<char>(std::rand());
+    WriteBytes(P("noisy_" + s), a);
     for (std::string v : {"half_" + s, "noisy_" + s}) {
       SCOPED_TRACE(v);
       CodecFile f;
@@ -230,11 +228,9 @@ TEST_F(CodecFileRead, DamagedFilesEndCleanly) {
       } catch (const CodecError&) {
         continue;  // refusing a damaged file is a clean result too
       }
-      auto all = ReadAll(f);
-      EXPECT_LT(all.size() / 2, 44100u * 3);
-      if (v.starts_with("half_")) {
-        EXPECT_GT(all.size() / 2, 44100u / 4);
-      }
+      const size_t lFrames = ReadAll(f).size() / 2;
+      EXPECT_LT(lFrames, 44100u * 3);
+      EXPECT_TRUE(v.starts_with("noisy_") || lFrames > 44100u / 4);
     }
   }
 }
@@ -259,19 +255,14 @@ TEST_F(CodecFileWrite, WritesEachFormat) {
     SCOPED_TRACE(c.name);
     CodecFile f;
     f.SetArrayFormat(44100, 2);
-    if (c.type == CodecFile::kTypeMP3) {
-      Mp3Options o;
-      o.SetSampleRate(c.rate);
-      o.SetChannels(c.channels);
-      o.SetBitRate(c.kbps);
-      f.SetFormatMP3(o);
-    } else if (c.type == CodecFile::kTypeMP2) {
-      f.SetFormatMP2(c.rate, c.kbps, c.channels);
-    } else if (c.type == CodecFile::kTypeOGG) {
-      f.SetFormatOGG(c.rate, c.channels, c.kbps, 0, 0, true);
-    } else {
-      f.SetFormatPCM(c.rate, c.channels, 16);
-    }
+    Mp3Options o;
+    o.SetSampleRate(c.rate);
+    o.SetChannels(c.channels);
+    o.SetBitRate(c.kbps);
+    if (c.type == CodecFile::kTypeMP3) f.SetFormatMP3(o);
+    else if (c.type == CodecFile::kTypeMP2) f.SetFormatMP2(c.rate, c.kbps, c.channels);
+    else if (c.type == CodecFile::kTypeOGG) f.SetFormatOGG(c.rate, c.channels, c.kbps, 0, 0, true);
+    else f.SetFormatPCM(c.rate, c.channels, 16);
     EXPECT_EQ(f.BitRate(), c.kbps ? c.kbps * 1000 : c.rate * c.channels * 16);
     f.Create(P(c.name), c.type);
     EXPECT_EQ(f.State(), 2);
