@@ -204,28 +204,15 @@ void CAudioNCT::SetArrayFormatQuietly() {
   }
 }
 
-int32_t CAudioNCT::OpenReadFile(const std::string& sFile) {
-  if (FileHelper::FileSize(sFile) <= 0) return 0;
-  CloseComponentQuietly();
-  std::string sOldName = m_sAudioFileName;
-  m_sAudioFileName = sFile;
-  m_sRecordedFileName.clear();
-  try {
-    m_oAudioFile->Open(sFile, 0, 1);
-  } catch (const CodecError& e) {
-    DebugMsg("Open failed: " + e.Description, 10, 0);
-  }
+void CAudioNCT::OpenComponent(const std::string& sFile) { m_oAudioFile->Open(sFile, 0, 1); }
+
+void CAudioNCT::AfterReadOpen(bool bOpen) {
   SetArrayFormatQuietly();
-  m_iSamples = 0;
-  if (m_oAudioFile->State() == 0) {
-    m_sAudioFileName = sOldName;  // a failed open leaves the name as it was
-    return -1;
-  }
+  if (!bOpen) return;
   m_iBitRate = static_cast<int16_t>(RoundToInt(m_oAudioFile->BitRate() / 1000.0));
   m_iChannels = m_oAudioFile->Channels();
   m_iSampleRate = m_oAudioFile->SampleRate();
   m_iFormatTag = m_oAudioFile->FormatTag();
-  return 0;
 }
 
 int32_t CAudioNCT::OpenWriteFile(const std::string& sFile) {

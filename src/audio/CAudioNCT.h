@@ -48,7 +48,8 @@ class CAudioNCT : public CopierBackedAudioFile<CodecFile> {
   bool Initialised() const { return m_bInitialised; }
 
  protected:
-  int32_t OpenReadFile(const std::string& sFile) override;
+  void OpenComponent(const std::string& sFile) override;
+  void AfterReadOpen(bool bOpen) override;
   int32_t OpenWriteFile(const std::string& sFile) override;
   bool WroteAudio() override { return m_iSamples != 0; }
 

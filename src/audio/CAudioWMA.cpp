@@ -147,28 +147,14 @@ void CAudioWMA::InitialiseCompression() {
   if (m_oAudioFile->State() == 0) m_oAudioFile->SetProfileNum(m_iProfileNum);
 }
 
-int32_t CAudioWMA::OpenReadFile(const std::string& sFile) {
-  if (FileHelper::FileSize(sFile) <= 0) return 0;
-  CloseComponentQuietly();
-  std::string sOldName = m_sAudioFileName;
-  m_sAudioFileName = sFile;
-  m_sRecordedFileName.clear();
+void CAudioWMA::OpenComponent(const std::string& sFile) {
   m_aPending.clear();
-  int32_t rc = 0;
-  try {
-    m_oAudioFile->Open(sFile);
-  } catch (const CodecError& e) {
-    DebugMsg("Open failed: " + e.Description, 10, 0);
-  }
-  if (m_oAudioFile->State() == 0) {
-    rc = -1;
-    m_sAudioFileName = sOldName;  // a failed open leaves the name as it was
-  } else {
-    InitialiseArrayConversion();
-  }
-  m_iSamples = 0;
+  m_oAudioFile->Open(sFile);
+}
+
+void CAudioWMA::AfterReadOpen(bool bOpen) {
+  if (bOpen) InitialiseArrayConversion();
   m_iProfileNum = m_oAudioFile->ProfileNum();
-  return rc;
 }
 
 void CAudioWMA::InitialiseArrayConversion() {

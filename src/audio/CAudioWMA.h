@@ -53,7 +53,8 @@ class CAudioWMA : public CopierBackedAudioFile<WmaFile> {
   bool SameFormat() const { return m_bSameFormat; }
 
  protected:
-  int32_t OpenReadFile(const std::string& sFile) override;
+  void OpenComponent(const std::string& sFile) override;
+  void AfterReadOpen(bool bOpen) override;
   int32_t OpenWriteFile(const std::string& sFile) override;
   bool WroteAudio() override { return m_oAudioFile->TotalSamples() != 0; }
   void AfterComponentClose() override;

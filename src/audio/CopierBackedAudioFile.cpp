@@ -62,6 +62,25 @@ int32_t CopierBackedAudioFile<TComponent>::OpenAudioFile(const std::string& sFil
 }
 
 template <class TComponent>
+int32_t CopierBackedAudioFile<TComponent>::OpenReadFile(const std::string& sFile) {
+  if (FileHelper::FileSize(sFile) <= 0) return 0;
+  CloseComponentQuietly();
+  const std::string sOldName = m_sAudioFileName;
+  m_sAudioFileName = sFile;
+  m_sRecordedFileName.clear();
+  try {
+    OpenComponent(sFile);
+  } catch (const CodecError& e) {
+    DebugMsg("Open failed: " + e.Description, 10, 0);
+  }
+  const bool bOpen = m_oAudioFile->State() != 0;
+  if (!bOpen) m_sAudioFileName = sOldName;
+  m_iSamples = 0;
+  AfterReadOpen(bOpen);
+  return bOpen ? 0 : -1;
+}
+
+template <class TComponent>
 int32_t CopierBackedAudioFile<TComponent>::OpenIndirectWav(const std::string& sFile) {
   auto oWav = std::make_shared<CAudioNCT>();
   oWav->SetFileFormat(FormatWAV, m_oAudioFile->SampleRate(), RoundToInt(m_oAudioFile->BitRate() / 1000.0),

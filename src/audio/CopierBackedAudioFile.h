@@ -64,7 +64,10 @@ class CopierBackedAudioFile : public IAudioFormat, public IAudioFile {
   std::shared_ptr<IAudioFile> WavFile() const { return m_oWavFile; }
 
  protected:
-  virtual int32_t OpenReadFile(const std::string& sFile) = 0;
+  // The read open's steps of the class: the component's open (raises CodecError), and
+  // what follows it, open or not.
+  virtual void OpenComponent(const std::string& sFile) = 0;
+  virtual void AfterReadOpen(bool bOpen) = 0;
   virtual int32_t OpenWriteFile(const std::string& sFile) = 0;
   // Whether the file written directly holds audio: it is renamed to its final name at
   // close, or deleted when it holds none.
@@ -80,8 +83,6 @@ class CopierBackedAudioFile : public IAudioFormat, public IAudioFile {
   // file, and abandons an indirect write that nobody closed together with its temporary
   // WAV file (it would otherwise stay beside the audio as a file of its own).
   void CloseForDestruction();
-  // Closes the component's file, if any, ignoring its failure.
-  void CloseComponentQuietly();
   // The indirect mode's open: a PCM WAV file of the component's rate and channels under
   // the temporary name.
   int32_t OpenIndirectWav(const std::string& sFile);
@@ -102,6 +103,11 @@ class CopierBackedAudioFile : public IAudioFormat, public IAudioFile {
   int32_t m_iSamples = 0;
 
  private:
+  // The open for reading: nothing for an empty or missing file (0); a file the component
+  // does not open leaves the name as it was (-1).
+  int32_t OpenReadFile(const std::string& sFile);
+  // Closes the component's file, if any, ignoring its failure.
+  void CloseComponentQuietly();
   int32_t CloseDirect();
   int32_t CloseThroughCopier();
 };

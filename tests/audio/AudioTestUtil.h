@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "audio/IAudioFile.h"
 #include "common/TempRoot.h"
 #include "common/TestUtil.h"
 
@@ -77,6 +78,24 @@ inline double Pitch(const std::vector<double>& a, int iRate) {
   }
   if (iCross < 2) return 0;
   return (iCross - 1) * static_cast<double>(iRate) / static_cast<double>(lLast - lFirst);
+}
+
+// Reads an open file to its end in pieces of fPiece seconds of a 44100 Hz stereo memory
+// format: its samples (at most 1000 pieces). A failed read, or a piece larger than
+// asked, fails the test.
+inline std::vector<int16_t> ReadToEnd(IAudioFile& o, float fPiece = 1.0f) {
+  const int32_t lMax = static_cast<int32_t>(176400 * fPiece);
+  std::vector<uint8_t> aBuf(2 * static_cast<size_t>(lMax));
+  std::vector<int16_t> aOut;
+  for (int i = 0; i < 1000; ++i) {
+    const int32_t n = o.ReadAudioData(aBuf.data(), fPiece);
+    EXPECT_GE(n, 0) << "a read failed";
+    EXPECT_LE(n, lMax) << "more than one piece delivered";
+    if (n <= 0) break;
+    const auto* p = reinterpret_cast<const int16_t*>(aBuf.data());
+    aOut.insert(aOut.end(), p, p + n / 2);
+  }
+  return aOut;
 }
 
 inline std::vector<int16_t> BytesToSamples(const std::string& s) {

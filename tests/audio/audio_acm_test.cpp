@@ -44,24 +44,11 @@ class AudioAcmTest : public TempRootTest {
   }
 
   // Reads a whole file in the memory format. Result: the open's code or 0.
-  int32_t Read(const std::string& sPath, std::vector<int16_t>& aOut, double* pLength = nullptr,
-               float fPiece = 1.0f) {
+  int32_t Read(const std::string& sPath, std::vector<int16_t>& aOut, double* pLength = nullptr) {
     CAudioACM o;
-    o.SetBufLenSecs(fPiece);
     if (int32_t rc = o.OpenAudioFile(sPath, AudioFileRead)) return rc;
     if (pLength) *pLength = o.AudioLength();
-    std::vector<uint8_t> aBuf(static_cast<size_t>(fPiece * 176400) * 2);
-    aOut.clear();
-    for (int i = 0; i < 100000; ++i) {
-      int32_t n = o.ReadAudioData(aBuf.data(), fPiece);
-      if (n <= 0) {
-        EXPECT_EQ(n, 0) << "a read failed";
-        break;
-      }
-      EXPECT_LE(n, static_cast<int32_t>(fPiece * 176400)) << "more than one piece delivered";
-      const auto* p = reinterpret_cast<const int16_t*>(aBuf.data());
-      aOut.insert(aOut.end(), p, p + n / 2);
-    }
+    aOut = audiotest::ReadToEnd(o);
     return 0;
   }
 
@@ -220,16 +207,10 @@ TEST_P(AudioAcmForeign, FilesOfTheReferenceToolsReadToTheRightLength) {
   const double dBlock = static_cast<double>(o.FileFormat().nBlockAlign) / o.FileFormat().nAvgBytesPerSec;
   EXPECT_GE(dLen, 1.0 - 0.001);
   EXPECT_LE(dLen, 1.0 + dBlock + 0.001);
-  std::vector<uint8_t> aBuf(2 * 176400);
-  int64_t llBytes = 0;
-  int32_t n;
-  while ((n = o.ReadAudioData(aBuf.data(), 1.0f)) > 0) llBytes += n;
-  EXPECT_EQ(n, 0);
+  const auto aBack = audiotest::ReadToEnd(o);
   EXPECT_NEAR(o.CurrentPosition(), dLen, 1e-6);
   // Exactly the audio of "data", within the resampler's delay.
-  EXPECT_NEAR(llBytes / 176400.0, dLen, 0.002);
-  std::vector<int16_t> aBack;
-  ASSERT_EQ(Read(sOut, aBack), 0);
+  EXPECT_NEAR(aBack.size() * 2 / 176400.0, dLen, 0.002);
   EXPECT_NEAR(audiotest::Pitch(audiotest::Channel(aBack, 2, 0), 44100), 440.0, 2.0);
 }
 
@@ -266,13 +247,7 @@ class AudioAcmDamaged : public AudioAcmTest {
       EXPECT_EQ(o.AudioFileName(), "");
       return rc;
     }
-    std::vector<uint8_t> aBuf(2 * 176400);
-    int64_t llTotal = 0;
-    for (int i = 0; i < 1000; ++i) {
-      int32_t n = o.ReadAudioData(aBuf.data(), 1.0f);
-      if (n <= 0) break;
-      llTotal += n;
-    }
+    const int64_t llTotal = static_cast<int64_t>(audiotest::ReadToEnd(o).size() * 2);
     EXPECT_LT(llTotal, 1000LL * 176400) << "no end of audio";
     if (pBytes) *pBytes = llTotal;
     return 0;

@@ -173,11 +173,10 @@ TEST_F(NctTest, ReadsCompressedFilesInTheMemoryFormat) {
 }
 
 // Both classes: an empty or missing file opens as no audio; junk does not open and
-// leaves the name alone; a file cut in half reads what is there.
+// leaves the name alone (a file cut short is the component's, in its own test).
 TEST_F(NctTest, EmptyMissingAndBrokenFiles) {
   std::vector<uint8_t> buf(176400 * 2);
-  for (auto [iType, sExt, sOpts] : {std::tuple{FormatMP3, ".mp3", "-c:a libmp3lame -b:a 128k"},
-                                    {FormatWMA, ".wma", "-c:a wmav2 -b:a 64k"}}) {
+  for (auto [iType, sExt] : {std::pair{FormatMP3, ".mp3"}, {FormatWMA, ".wma"}}) {
     SCOPED_TRACE(sExt);
     WriteFile(std::string("empty") + sExt, "");
     WriteFile(std::string("junk") + sExt, std::string(4000, 't'));
@@ -193,13 +192,6 @@ TEST_F(NctTest, EmptyMissingAndBrokenFiles) {
     EXPECT_FALSE(j->AudioOpen());
     EXPECT_EQ(j->ReadAudioData(buf.data(), 1.0f), 0);
     EXPECT_EQ(GetAudioLengthSecs(P(std::string("junk") + sExt)), -1.0);
-    MakeSource(std::string("a") + sExt, sOpts);
-    auto a = ReadBytes(P(std::string("a") + sExt));
-    WriteBytes(P(std::string("half") + sExt), a.substr(0, a.size() / 2));
-    ASSERT_EQ(j->OpenAudioFile(P(std::string("half") + sExt), AudioFileRead), 0);
-    const long lBytes = ReadAllBytes(*j);
-    EXPECT_GT(lBytes, 176400 / 2);
-    EXPECT_LT(lBytes, 176400 * 2);
   }
 }
 

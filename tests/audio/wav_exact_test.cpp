@@ -172,13 +172,7 @@ TEST_F(WavExactSources, ExtensibleAndFloatSourcesReadThroughTheirSubFormat) {
     CAudioACM oPcm;
     oPcm.SetFileFormat(44100, 2, 1);
     EXPECT_FALSE(o.IsSameFormat(&oPcm)) << "a file that is not 16-bit PCM is converted";
-    std::vector<uint8_t> aBuf(2 * 176400);
-    int32_t n;
-    while ((n = o.ReadAudioData(aBuf.data(), 1.0f)) > 0) {
-      const auto* p = reinterpret_cast<const int16_t*>(aBuf.data());
-      aOurs.insert(aOurs.end(), p, p + n / 2);
-    }
-    EXPECT_EQ(n, 0);
+    aOurs = audiotest::ReadToEnd(o);
     ASSERT_EQ(aOurs.size(), aRef.size());
     int iWorst = 0;
     for (size_t i = 0; i < aRef.size(); ++i) iWorst = std::max(iWorst, std::abs(aOurs[i] - aRef[i]));
