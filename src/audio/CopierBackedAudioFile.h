@@ -2,8 +2,9 @@
 // The common half of the compressed audio classes: a component (CodecFile or WmaFile)
 // that reads and writes the file itself, or, in indirect mode, a temporary WAV file
 // that the external copier turns into the final file at close. The class of each
-// format keeps its format members, its open routines and its reads; this part keeps
-// the state both share, the write, the close with the copier, and the positions.
+// format keeps its format members, its write open and its reads; this part keeps the
+// state both share, the frame of the read open, the write, the close (through the
+// copier in indirect mode) and the positions. Made for CodecFile and WmaFile only.
 #include <memory>
 #include <string>
 #include <vector>

@@ -24,6 +24,7 @@ class AudioAcmTest : public TempRootTest {
  protected:
   void TearDown() override {
     Faults::DisarmAll();
+    AppGlobal::SetDebugMode(0);
     TempRootTest::TearDown();
   }
 
@@ -383,7 +384,6 @@ TEST_F(AudioAcmTest, OpenFailuresLeaveTheNameAlone) {
   o.SetAudioFileName("before.wav");
   EXPECT_EQ(o.OpenAudioFile(P("no/such/folder/x.wav"), AudioFileWrite), -10);  // no temporary name there
   EXPECT_EQ(DebugLog::Indent(), 1);
-  AppGlobal::SetDebugMode(0);
   EXPECT_EQ(o.AudioFileName(), "before.wav");
   EXPECT_EQ(o.CloseAudioFile(), -1) << "a failed open leaves nothing open";
   EXPECT_EQ(o.OpenAudioFile(P("x.wav"), 7), 0);

@@ -31,6 +31,10 @@ class NctTest : public CopierRootTest {
     CopierRootTest::SetUp();
     InstallPrx();
   }
+  void TearDown() override {
+    AppGlobal::SetDebugMode(0);
+    CopierRootTest::TearDown();
+  }
   // A new object of the class for the type, set to a format: MP2, MP3, OGG and WAV (of
   // the compressed class) by their values, WMA by its profile number (iKbps).
   std::shared_ptr<IAudioFile> Make(int iType, int iRate, int iKbps, int iCh, int iTag, bool bIndirect) {
@@ -328,7 +332,6 @@ TEST_F(NctTest, TracesKeepTheirNamesAndNesting) {
     EXPECT_EQ(DebugLog::Indent(), 0);
   }
   const std::string sTrace = ReadBytes(DebugLog::CurrentFile());
-  AppGlobal::SetDebugMode(0);
   for (const char* s :
        {"Start CAudioNCT::IAF_OpenAudioFile", "    Start CAudioNCT::OpenWriteFile", "    End CAudioNCT::OpenWriteFile",
         " End CAudioNCT::IAF_OpenAudioFile", "Start CAudioNCT::IAF_CloseAudioFile", " End CAudioNCT::IAF_CloseAudioFile",
