@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -98,11 +99,17 @@ inline std::vector<int16_t> ReadToEnd(IAudioFile& o, float fPiece = 1.0f) {
   return aOut;
 }
 
-inline std::vector<int16_t> BytesToSamples(const std::string& s) {
+// 16-bit samples and their bytes (this machine's order is little endian, as in files).
+template <class Bytes>
+inline std::vector<int16_t> BytesToSamples(const Bytes& s) {
   std::vector<int16_t> a(s.size() / 2);
-  for (size_t i = 0; i < a.size(); ++i)
-    a[i] = static_cast<int16_t>(static_cast<uint8_t>(s[2 * i]) | (static_cast<uint8_t>(s[2 * i + 1]) << 8));
+  std::memcpy(a.data(), s.data(), a.size() * 2);
   return a;
+}
+inline std::vector<uint8_t> SamplesToBytes(const std::vector<int16_t>& a) {
+  std::vector<uint8_t> b(a.size() * 2);
+  std::memcpy(b.data(), a.data(), b.size());
+  return b;
 }
 
 // Decodes a file to 16-bit samples at its own rate and channels with the named tool
