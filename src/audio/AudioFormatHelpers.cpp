@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 
 #include <fmt/format.h>
 
@@ -34,6 +35,19 @@ std::string FormatTypeExtension(int32_t iFormatType) {
   }
 }
 
+int32_t RoundToInt(double d) {
+  d = std::round(d);
+  if (d > 2147483647.0) return 2147483647;
+  if (d < -2147483648.0) return -2147483647 - 1;
+  return static_cast<int32_t>(d);
+}
+
+std::string GroupThousands(int64_t v) {
+  std::string s = std::to_string(v < 0 ? -v : v);
+  for (int i = static_cast<int>(s.size()) - 3; i > 0; i -= 3) s.insert(static_cast<size_t>(i), ",");
+  return v < 0 ? "-" + s : s;
+}
+
 Wfx GetMemFormat() { return Wfx::PCM(44100, 2); }
 
 bool FormatsDiffer(const Wfx& a, const Wfx& b) {
@@ -43,17 +57,17 @@ bool FormatsDiffer(const Wfx& a, const Wfx& b) {
 
 bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Channels,
                      int32_t FormatTag) {
-  DebugMsg("Start CreateAudioFile", 5, 1);
+  TraceScope oTrace("CreateAudioFile");
   if (sFile.empty()) {
-    DebugMsg("Exit CreateAudioFile (Filename = \"\")", 5, 2);
+    oTrace.Exit("Filename = \"\"");
     return false;
   }
   if (SampleRate == 0) {
-    DebugMsg("Exit CreateAudioFile (SampleRate = 0)", 5, 2);
+    oTrace.Exit("SampleRate = 0");
     return false;
   }
   if (Channels == 0) {
-    DebugMsg("Exit CreateAudioFile (Channels = 0)", 5, 2);
+    oTrace.Exit("Channels = 0");
     return false;
   }
   const Wfx wfxSource = Wfx::PCM(static_cast<uint32_t>(SampleRate), static_cast<uint16_t>(Channels));
@@ -65,13 +79,13 @@ bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Chann
                                Acm::ACM_FORMATSUGGESTF_NSAMPLESPERSEC;
   int32_t rc = Acm::FormatSuggest(wfxSource, wfxPcm, Wfx::kRecordSize, kPinned);
   if (rc != 0) {
-    DebugMsg(fmt::format("Exit CreateAudioFile (acmFormatSuggestFailed. rc = {}", rc), 5, 2);
+    oTrace.Close(fmt::format("Exit CreateAudioFile (acmFormatSuggestFailed. rc = {}", rc));
     return false;
   }
   uint32_t lSize = 0;
   rc = Acm::FormatTagDetails(static_cast<uint32_t>(FormatTag), lSize);
   if (rc != 0) {
-    DebugMsg(fmt::format("Exit CreateAudioFile (acmFormatTagDetails failed. rc = {}", rc), 5, 2);
+    oTrace.Close(fmt::format("Exit CreateAudioFile (acmFormatTagDetails failed. rc = {}", rc));
     return false;
   }
   Wfx wfxFile;
@@ -79,7 +93,7 @@ bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Chann
   wfxFile.nSamplesPerSec = wfxPcm.nSamplesPerSec;
   wfxFile.nChannels = wfxPcm.nChannels;
   if (Acm::FormatSuggest(wfxPcm, wfxFile, lSize, kPinned) != 0) {
-    DebugMsg("Exit CreateAudioFile (acmFormatSuggest failed)", 5, 2);
+    oTrace.Exit("acmFormatSuggest failed");
     return false;
   }
   // The block as the platform reports its size: a PCM block is the 16-byte record.
@@ -97,9 +111,8 @@ bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Chann
         f.Ascend(ckRiff) == 0;
   if (f.IsOpen() && f.Close() != 0) bOk = false;
   if (!bOk) {
-    DebugMsg("Exit CreateAudioFile (Unable to write the file)", 5, 2);
+    oTrace.Exit("Unable to write the file");
     return false;
   }
-  DebugMsg("End CreateAudioFile", 5, 2);
   return true;
 }

@@ -1,7 +1,7 @@
 #pragma once
 // Small routines beside the audio classes: file name to format type and back, the one
-// memory format of the system, the maker of a format-carrying WAV file, and the
-// comparison of two formats.
+// memory format of the system, the maker of a format-carrying WAV file, the comparison
+// of two formats, and the number rules of the format texts.
 #include <cstdint>
 #include <string>
 
@@ -19,3 +19,7 @@ bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Chann
                      int32_t FormatTag);
 // True when format tag, channels, sample rate or bits per sample differ.
 bool FormatsDiffer(const Wfx& a, const Wfx& b);
+// The nearest whole number (halves away from zero), held to the range of int32_t.
+int32_t RoundToInt(double d);
+// The number format "#,#": thousands separated by commas ("44,100").
+std::string GroupThousands(int64_t v);

@@ -86,6 +86,8 @@ class CAudioACM : public IAudioFormat, public IAudioFile {
   // format block) and "data", with the sizes that a crash left behind repaired. 0 or the
   // open's result code; iFileTag: the format tag that the file states.
   int32_t ReadChunks(RiffFile& f, uint16_t& iFileTag);
+  // The "fmt " chunk's block, read at the file's position: 0 or the open's result code.
+  int32_t ReadFormatBlock(RiffFile& f, uint32_t lChunkSize, uint16_t& iFileTag);
   // An EXTENSIBLE format block of linear audio becomes the block of its sub-format.
   void TakeSubFormat();
   void NormaliseByteRate();
@@ -98,6 +100,11 @@ class CAudioACM : public IAudioFormat, public IAudioFile {
   // status after).
   int32_t FlushAccumulator(int32_t iErrInfoBefore, int32_t iErrWrite, int32_t iErrInfoAfter);
   void ReleaseConverters();
+  // The close of a written file: the "fact" chunk's sample count (0 or the close's result
+  // code, with the reason of its trace in sWhy where it has one), and the rename to the
+  // final name (or the delete of a file without audio).
+  int32_t WriteSampleCount(const char*& sWhy);
+  void PutUnderFinalName(bool bNoData);
   // File-rate PCM through the compression stream into the accumulator, in pieces that fit
   // the stream. bAudio false: the bytes are the silence that fills the last block, which
   // the "fact" chunk does not count. 0 or the code of the failed flush.

@@ -105,21 +105,7 @@ int32_t CAudioACM::ReadChunks(RiffFile& f, uint16_t& iFileTag) {
     rc = f.Descend(ckFmt, &m_ckRiff, MMIO_FINDCHUNK);
   }
   if (rc != 0) return -5;
-  // The chunk's size is already cut to what the file holds, so the block is never
-  // larger than the file.
-  m_iFormatSize = static_cast<int32_t>(std::min<uint32_t>(ckFmt.cksize, 0x7FFFFFFF));
-  try {
-    m_pFileFormat.assign(std::max<size_t>(static_cast<size_t>(m_iFormatSize), 20), 0);
-  } catch (const std::bad_alloc&) {
-    return -6;
-  }
-  if (f.Read(m_pFileFormat.data(), m_iFormatSize) != m_iFormatSize) return -7;
-  m_wfxFileFormat = Wfx::FromBytes(m_pFileFormat.data(), static_cast<size_t>(m_iFormatSize));
-  iFileTag = m_wfxFileFormat.wFormatTag;
-  m_wfxFileFormat.cbSize = 0;
-  m_wfxFileFormat.Extra.clear();
-  TakeSubFormat();
-  NormaliseByteRate();
+  if (int32_t rcFormat = ReadFormatBlock(f, ckFmt.cksize, iFileTag)) return rcFormat;
   if (f.Ascend(ckFmt) != 0) return -8;
 
   const int64_t llAfterFmt = f.Position();
@@ -158,6 +144,25 @@ int32_t CAudioACM::ReadChunks(RiffFile& f, uint16_t& iFileTag) {
   }
   // The position stands at the start of the audio.
   f.Seek(m_ckData.dwDataOffset);
+  return 0;
+}
+
+int32_t CAudioACM::ReadFormatBlock(RiffFile& f, uint32_t lChunkSize, uint16_t& iFileTag) {
+  // The chunk's size is already cut to what the file holds, so the block is never
+  // larger than the file.
+  m_iFormatSize = static_cast<int32_t>(std::min<uint32_t>(lChunkSize, 0x7FFFFFFF));
+  try {
+    m_pFileFormat.assign(std::max<size_t>(static_cast<size_t>(m_iFormatSize), 20), 0);
+  } catch (const std::bad_alloc&) {
+    return -6;
+  }
+  if (f.Read(m_pFileFormat.data(), m_iFormatSize) != m_iFormatSize) return -7;
+  m_wfxFileFormat = Wfx::FromBytes(m_pFileFormat.data(), static_cast<size_t>(m_iFormatSize));
+  iFileTag = m_wfxFileFormat.wFormatTag;
+  m_wfxFileFormat.cbSize = 0;
+  m_wfxFileFormat.Extra.clear();
+  TakeSubFormat();
+  NormaliseByteRate();
   return 0;
 }
 

@@ -14,45 +14,16 @@
 #include "support/FileHelper.h"
 #include "support/FileUtils.h"
 
-namespace {
-
-int32_t RoundToInt(double d) {
-  d = std::round(d);
-  if (d > 2147483647.0) return 2147483647;
-  if (d < -2147483648.0) return -2147483647 - 1;
-  return static_cast<int32_t>(d);
-}
-
-// The number format "#,#": thousands separated by commas.
-std::string GroupThousands(int64_t v) {
-  std::string s = std::to_string(v < 0 ? -v : v);
-  for (int i = static_cast<int>(s.size()) - 3; i > 0; i -= 3) s.insert(static_cast<size_t>(i), ",");
-  return v < 0 ? "-" + s : s;
-}
-
-}  // namespace
-
-CAudioNCT::CAudioNCT() : m_oAudioFile(std::make_unique<CodecFile>()) {
+CAudioNCT::CAudioNCT()
+    : CopierBackedAudioFile({"CAudioNCT::IAF_OpenAudioFile", "CAudioNCT::IAF_CloseAudioFile",
+                             "CAudioNCT::IAF_WriteAudioData", "CAudioNCT.OpenWriteFile",
+                             "File Object is Nothing", "File Object is Nothing", "File Not Open",
+                             "Samples = 0.  Kill "}) {
   m_wfxMemFormat = GetMemFormat();
   InitialiseCompression();
 }
 
-CAudioNCT::~CAudioNCT() {
-  if (m_oAudioFile && m_oAudioFile->State() != 0) CloseAudioFile();
-  // An indirect write that nobody closed is abandoned: its temporary WAV file would
-  // otherwise stay beside the audio as a file of its own.
-  if (m_oWavFile && m_oWavFile->AudioOpen()) {
-    m_oWavFile->CloseAudioFile();
-    if (!m_sRecordedFileName.empty()) FileHelper::DeleteFile(m_sRecordedFileName);
-  }
-  m_oAudioFile.reset();
-  m_oFileParent.reset();
-}
-
-std::string CAudioNCT::CopierPath() {
-  return FileHelper::SpecialFolder(FileHelper::kCommonProgramFiles) +
-         "/Norvane Shared/Sound Shuttle/SoundShuttle";
-}
+CAudioNCT::~CAudioNCT() { CloseForDestruction(); }
 
 void CAudioNCT::SetFileFormat(int32_t FormatType, int32_t SampleRate, int32_t BitRate,
                               int32_t Channels, int32_t FormatTag) {
@@ -159,11 +130,6 @@ void CAudioNCT::SaveFormat(const std::string& File, const std::string& Section) 
 
 // ---- IAudioFile
 
-bool CAudioNCT::AudioOpen() {
-  if (m_bWriteIndirect) return m_oWavFile ? m_oWavFile->AudioOpen() : false;
-  return m_oAudioFile->State() >= 1;
-}
-
 Wfx CAudioNCT::MemFormat() {
   Wfx w;
   w.wFormatTag = WAVE_FORMAT_PCM;
@@ -182,149 +148,100 @@ void CAudioNCT::SetMemFormat(const Wfx& wfx) {
 }
 
 void CAudioNCT::InitialiseCompression() {
-  DebugMsg("Start CAudioNCT::InitialiseCompression", 10, 1);
+  TraceScope oTrace("CAudioNCT::InitialiseCompression", 10);
   try {
     m_oAudioFile->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec),
                                  m_wfxMemFormat.nChannels);
-    if (m_oAudioFile->State() == 0) {
-      if (m_iFormatType == FormatWAV && m_iFormatTag == WAVE_FORMAT_PCM) {
-        m_oAudioFile->SetFormatPCM(m_iSampleRate, m_iChannels, 16);
-      } else if (m_iFormatType == FormatWAV && m_iFormatTag == WAVE_FORMAT_IMA_ADPCM) {
-        // The sample file method: the component copies the exact format block that the
-        // platform's IMA ADPCM codec makes for this rate and channel count.
-        std::string sSample = GetTempFile("", "WAV");
-        bool bMade = !sSample.empty() &&
-                     CreateAudioFile(sSample, m_iSampleRate, m_iChannels, WAVE_FORMAT_IMA_ADPCM);
-        bool bLike = false;
-        if (bMade) {
-          try {
-            m_oAudioFile->SetFormatLikeSample(sSample);
-            bLike = true;
-          } catch (const CodecError& e) {
-            DebugMsg("Sample file refused: " + e.Description, 10, 0);
-          }
-        }
-        if (!bLike) m_oAudioFile->SetFormatADPCM(m_iSampleRate, m_iChannels);
-        if (!sSample.empty()) FileHelper::DeleteFile(sSample);
-      } else if (m_iFormatType == FormatMP3) {
-        Mp3Options o;
-        o.SetSampleRate(m_iSampleRate);
-        o.SetChannels(m_iChannels);
-        o.SetBitRate(m_iBitRate);
-        m_oAudioFile->SetFormatMP3(o);
-      } else if (m_iFormatType == FormatOGG) {
-        m_oAudioFile->SetFormatOGG(m_iSampleRate, m_iChannels, m_iBitRate, 0, 0, true);
-      } else if (m_iFormatType == FormatMP2) {
-        m_oAudioFile->SetFormatMP2(m_iSampleRate, m_iBitRate, m_iChannels);
-      }
-    }
+    if (m_oAudioFile->State() == 0) SetComponentFormat();
   } catch (const CodecError& e) {
     // A format the component refuses: the next Create fails and says so.
     DebugMsg("Format not taken: " + e.Description, 10, 0);
   }
   m_bInitialised = true;
-  DebugMsg("End CAudioNCT::InitialiseCompression", 10, 2);
 }
 
-int32_t CAudioNCT::OpenAudioFile(const std::string& sFile, int32_t eMode) {
-  DebugMsg("Start CAudioNCT::IAF_OpenAudioFile", 5, 1);
-  int32_t rc = 0;
-  if (eMode == AudioFileRead) rc = OpenReadFile(sFile);
-  else if (eMode == AudioFileWrite) rc = OpenWriteFile(sFile);
-  if (rc == 0) m_sAudioFileName = sFile;
-  DebugMsg("End CAudioNCT::IAF_OpenAudioFile", 5, 2);
-  return rc;
+void CAudioNCT::SetComponentFormat() {
+  if (m_iFormatType == FormatWAV && m_iFormatTag == WAVE_FORMAT_PCM) {
+    m_oAudioFile->SetFormatPCM(m_iSampleRate, m_iChannels, 16);
+  } else if (m_iFormatType == FormatWAV && m_iFormatTag == WAVE_FORMAT_IMA_ADPCM) {
+    SetAdpcmLikeSample();
+  } else if (m_iFormatType == FormatMP3) {
+    Mp3Options o;
+    o.SetSampleRate(m_iSampleRate);
+    o.SetChannels(m_iChannels);
+    o.SetBitRate(m_iBitRate);
+    m_oAudioFile->SetFormatMP3(o);
+  } else if (m_iFormatType == FormatOGG) {
+    m_oAudioFile->SetFormatOGG(m_iSampleRate, m_iChannels, m_iBitRate, 0, 0, true);
+  } else if (m_iFormatType == FormatMP2) {
+    m_oAudioFile->SetFormatMP2(m_iSampleRate, m_iBitRate, m_iChannels);
+  }
 }
 
-int32_t CAudioNCT::OpenReadFile(const std::string& sFile) {
-  if (FileHelper::FileSize(sFile) <= 0) return 0;
-  if (m_oAudioFile->State() != 0) {
+// The sample file method: the component copies the exact format block that the
+// platform's IMA ADPCM codec makes for this rate and channel count.
+void CAudioNCT::SetAdpcmLikeSample() {
+  std::string sSample = GetTempFile("", "WAV");
+  bool bMade = !sSample.empty() && CreateAudioFile(sSample, m_iSampleRate, m_iChannels, WAVE_FORMAT_IMA_ADPCM);
+  bool bLike = false;
+  if (bMade) {
     try {
-      m_oAudioFile->Close();
-    } catch (const CodecError&) {
+      m_oAudioFile->SetFormatLikeSample(sSample);
+      bLike = true;
+    } catch (const CodecError& e) {
+      DebugMsg("Sample file refused: " + e.Description, 10, 0);
     }
   }
-  std::string sOldName = m_sAudioFileName;
-  m_sAudioFileName = sFile;
-  m_sRecordedFileName.clear();
-  try {
-    m_oAudioFile->Open(sFile, 0, 1);
-  } catch (const CodecError& e) {
-    DebugMsg("Open failed: " + e.Description, 10, 0);
-  }
+  if (!bLike) m_oAudioFile->SetFormatADPCM(m_iSampleRate, m_iChannels);
+  if (!sSample.empty()) FileHelper::DeleteFile(sSample);
+}
+
+void CAudioNCT::SetArrayFormatQuietly() {
   try {
     m_oAudioFile->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec),
                                  m_wfxMemFormat.nChannels);
   } catch (const CodecError&) {
   }
-  m_iSamples = 0;
-  if (m_oAudioFile->State() == 0) {
-    m_sAudioFileName = sOldName;  // a failed open leaves the name as it was
-    return -1;
-  }
+}
+
+void CAudioNCT::OpenComponent(const std::string& sFile) { m_oAudioFile->Open(sFile, 0, 1); }
+
+void CAudioNCT::AfterReadOpen(bool bOpen) {
+  SetArrayFormatQuietly();
+  if (!bOpen) return;
   m_iBitRate = static_cast<int16_t>(RoundToInt(m_oAudioFile->BitRate() / 1000.0));
   m_iChannels = m_oAudioFile->Channels();
   m_iSampleRate = m_oAudioFile->SampleRate();
   m_iFormatTag = m_oAudioFile->FormatTag();
-  return 0;
-}
-
-void CAudioNCT::Warn(int32_t lNumber, const std::string& sDescription) {
-  if (!m_oFileParent) return;
-  CNVErr oWarning;
-  oWarning.LoadInfo(lNumber, "CAudioNCT.OpenWriteFile", sDescription);
-  m_oFileParent->NonFatalError(oWarning);
 }
 
 int32_t CAudioNCT::OpenWriteFile(const std::string& sFile) {
-  DebugMsg("Start CAudioNCT::OpenWriteFile", 5, 1);
-  if (FileHelper::FileSize(sFile) >= 0) {
-    if (int32_t rc = FileHelper::DeleteFile(sFile)) {
-      Warn(1, "Cannot delete audio file:\r\n" + sFile);
-      DebugMsg("Exit CAudioNCT::OpenWriteFile (Unable to delete existing file)", 5, 2);
-      return rc;
-    }
+  TraceScope oTrace("CAudioNCT::OpenWriteFile");
+  if (int32_t rc = DeleteInTheWay(sFile, "Cannot delete audio file:")) {
+    oTrace.Exit("Unable to delete existing file");
+    return rc;
   }
   m_sRecordedFileName = GetTempFile(FileHelper::GetFolder(sFile) + "/",
                                     m_bWriteIndirect ? "wav" : FormatTypeExtension(m_iFormatType));
   if (m_sRecordedFileName.empty()) {
-    DebugMsg("Exit CAudioNCT::OpenWriteFile (Unable to get temp file)", 5, 2);
+    oTrace.Exit("Unable to get temp file");
     return -1;
   }
-  if (m_bWriteIndirect) {
-    auto oWav = std::make_shared<CAudioNCT>();
-    oWav->SetFileFormat(FormatWAV, m_oAudioFile->SampleRate(),
-                        RoundToInt(m_oAudioFile->BitRate() / 1000.0), m_oAudioFile->Channels(),
-                        WAVE_FORMAT_PCM);
-    m_oWavFile = oWav;
-    m_oWavFile->SetMemFormat(MemFormat());
-    int32_t rc = m_oWavFile->OpenAudioFile(m_sRecordedFileName, AudioFileWrite);
-    m_sAudioFileName = sFile;
-    DebugMsg("End CAudioNCT::OpenWriteFile", 5, 2);
+  if (m_bWriteIndirect) return OpenIndirectWav(sFile);
+  if (int32_t rc = DeleteInTheWay(m_sRecordedFileName, "Cannot delete temporary file:")) {
+    oTrace.Exit("Unable to delete existing temp file");
     return rc;
-  }
-  if (FileHelper::FileSize(m_sRecordedFileName) >= 0) {
-    if (int32_t rc = FileHelper::DeleteFile(m_sRecordedFileName)) {
-      Warn(1, "Cannot delete temporary file:\r\n" + m_sRecordedFileName);
-      DebugMsg("Exit CAudioNCT::OpenWriteFile (Unable to delete existing temp file)", 5, 2);
-      return rc;
-    }
   }
   if (!m_bInitialised) InitialiseCompression();
   try {
     m_oAudioFile->Create(m_sRecordedFileName, CodecFileType(m_iFormatType));
   } catch (const CodecError& e) {
     Warn(2, "Cannot open segment:\r\n" + m_sRecordedFileName);
-    DebugMsg("Exit CAudioNCT::OpenWriteFile (Unable to create file)", 5, 2);
+    oTrace.Exit("Unable to create file");
     return e.Number;
   }
-  try {
-    m_oAudioFile->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec),
-                                 m_wfxMemFormat.nChannels);
-  } catch (const CodecError&) {
-  }
+  SetArrayFormatQuietly();
   m_iSamples = 0;
-  DebugMsg("End CAudioNCT::OpenWriteFile", 5, 2);
   return 0;
 }
 
@@ -347,72 +264,6 @@ int32_t CAudioNCT::ReadAudioData(void* lpBuffer, float fBufLen) {
   return static_cast<int32_t>(a.size() * 2);
 }
 
-int32_t CAudioNCT::WriteAudioData(const void* pAudioBuffer, int32_t lBufferLen) {
-  if (m_bWriteIndirect) {
-    if (!m_oWavFile || !m_oWavFile->AudioOpen()) {
-      DebugMsg("Exit CAudioNCT::IAF_WriteAudioData (File Object is Nothing)", 5, 0);
-      return -1;
-    }
-    return m_oWavFile->WriteAudioData(pAudioBuffer, lBufferLen);
-  }
-  if (!m_oAudioFile) {
-    DebugMsg("Exit CAudioNCT::IAF_WriteAudioData (File Object is Nothing)", 5, 0);
-    return -1;
-  }
-  if (m_oAudioFile->State() != 2) {
-    DebugMsg("Exit CAudioNCT::IAF_WriteAudioData (File Not Open)", 5, 0);
-    return -1;
-  }
-  if (lBufferLen <= 0) return lBufferLen < 0 ? -1 : 0;
-  try {
-    m_oAudioFile->WriteSamples(static_cast<const int16_t*>(pAudioBuffer),
-                               static_cast<size_t>(lBufferLen / 2));
-  } catch (const CodecError&) {
-    DebugMsg("Exit CAudioNCT::IAF_WriteAudioData (Error During Write)", 5, 0);
-    return 0;
-  }
-  m_iSamples += RoundToInt(static_cast<double>(lBufferLen) / (m_wfxMemFormat.nChannels * 2));
-  return lBufferLen;
-}
-
-int32_t CAudioNCT::CloseAudioFile() {
-  DebugMsg("Start CAudioNCT::IAF_CloseAudioFile", 5, 1);
-  if (!m_oWavFile) {
-    bool bWriting = m_oAudioFile->State() == 2;
-    bool bFinished = true;
-    if (m_oAudioFile->State() != 0) {
-      try {
-        m_oAudioFile->Close();
-      } catch (const CodecError& e) {
-        // A file that could not be finished is not put under the final name.
-        DebugMsg("Close failed: " + e.Description, 5, 0);
-        bFinished = false;
-      }
-    }
-    if (bWriting && bFinished && m_iSamples != 0 && !m_sRecordedFileName.empty()) {
-      DebugMsg("Rename " + m_sRecordedFileName + " to " + m_sAudioFileName, 5, 0);
-      RenameNoReplace(m_sRecordedFileName, m_sAudioFileName);
-    } else if (bWriting && m_iSamples == 0 && !m_sRecordedFileName.empty()) {
-      DebugMsg("Samples = 0.  Kill " + m_sRecordedFileName, 5, 0);
-      FileHelper::DeleteFile(m_sRecordedFileName);
-    }
-    m_iSamples = 0;
-    DebugMsg("End CAudioNCT::IAF_CloseAudioFile", 5, 2);
-    return 0;
-  }
-  int32_t rc = m_oWavFile->CloseAudioFile();
-  std::string sFormat = CommonFormat()->FormatText();
-  std::replace(sFormat.begin(), sFormat.end(), '"', '\'');
-  std::string sLine = "/SRCFILE=\"" + m_sRecordedFileName + "\" /DSTFILE=\"" + m_sAudioFileName +
-                      "\" /DSTFORMAT=\"" + sFormat + "\"";
-  DebugMsg("Run " + CopierPath() + " " + sLine, 5, 0);
-  int32_t rcCopier = AppGlobal::RunAndWait(CopierPath(), sLine, 64, -1, 0);
-  DebugMsg("Copier ended with " + std::to_string(rcCopier), 10, 0);
-  FileHelper::DeleteFile(m_sRecordedFileName);
-  DebugMsg("End CAudioNCT::IAF_CloseAudioFile", 5, 2);
-  return rc;
-}
-
 void CAudioNCT::SeekFraction(float Fraction) {
   int32_t lNew = 0;
   try {
@@ -424,20 +275,4 @@ void CAudioNCT::SeekFraction(float Fraction) {
     m_iSamples = lNew;
   } catch (const CodecError&) {
   }
-}
-
-double CAudioNCT::AudioLength() { return m_oAudioFile->LengthMs() / 1000.0; }
-
-double CAudioNCT::CurrentPosition() {
-  if (m_oAudioFile->State() == 0 && m_bWriteIndirect)
-    return m_oWavFile ? m_oWavFile->CurrentPosition() : 0.0;
-  if (m_oAudioFile->State() != 0 && m_oAudioFile->TotalSamples() != 0)
-    return static_cast<double>(m_iSamples) / m_oAudioFile->TotalSamples() *
-           m_oAudioFile->LengthMs() / 1000.0;
-  return 0.0;
-}
-
-void CAudioNCT::GetLeftOverBuffer(std::vector<uint8_t>& lpBuffer, int32_t& BufferSize) {
-  lpBuffer.clear();
-  BufferSize = 0;
 }

@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "audio/AudioFormatHelpers.h"
-#include "audio/CAudioNCT.h"
 #include "audio/ConversionStream.h"
 #include "audio/codec/Acm.h"
 #include "audio/codec/CodecError.h"
@@ -17,29 +16,15 @@
 #include "support/FileHelper.h"
 #include "support/FileUtils.h"
 
-namespace {
-
-int32_t RoundToInt(double d) {
-  d = std::round(d);
-  if (d > 2147483647.0) return 2147483647;
-  if (d < -2147483648.0) return -2147483647 - 1;
-  return static_cast<int32_t>(d);
-}
-
-std::string GroupThousands(int64_t v) {
-  std::string s = std::to_string(v < 0 ? -v : v);
-  for (int i = static_cast<int>(s.size()) - 3; i > 0; i -= 3) s.insert(static_cast<size_t>(i), ",");
-  return v < 0 ? "-" + s : s;
-}
-
-}  // namespace
-
 std::string CAudioWMA::SystemPrxFile() {
   return FileHelper::SpecialFolder(FileHelper::kCommonProgramFiles) +
          "/Norvane Shared/Kestrane v4/nvkn4.prx";
 }
 
-CAudioWMA::CAudioWMA() : m_oAudioFile(std::make_unique<WmaFile>()) {
+CAudioWMA::CAudioWMA()
+    : CopierBackedAudioFile({"CAudioFileWMA::IAudioFile_OpenAudioFile", "CAudioFileWMA::IAudioFile_CloseAudioFile",
+                             "CAudioWMA::IAudioFile_WriteAudioData", "CAudioFileWMA.OpenWriteFile",
+                             "File writer object is nothing", "File object is nothing", "File is not open", ""}) {
   std::string sPrx = SystemPrxFile();
   if (FileHelper::FileExists(sPrx)) {
     try {
@@ -51,16 +36,9 @@ CAudioWMA::CAudioWMA() : m_oAudioFile(std::make_unique<WmaFile>()) {
 }
 
 CAudioWMA::~CAudioWMA() {
-  if (m_oAudioFile && m_oAudioFile->State() != 0) CloseAudioFile();
-  // An indirect write that nobody closed is abandoned, with its temporary WAV file.
-  if (m_oWavFile && m_oWavFile->AudioOpen()) {
-    m_oWavFile->CloseAudioFile();
-    if (!m_sRecordedFileName.empty()) FileHelper::DeleteFile(m_sRecordedFileName);
-  }
+  CloseForDestruction();
   if (m_oAudioFile) m_oAudioFile->LoadProfiles("");
-  m_oAudioFile.reset();
   TerminateArrayConversion();
-  m_oFileParent.reset();
 }
 
 void CAudioWMA::SetProfileNum(int32_t lNumber) {
@@ -122,11 +100,6 @@ void CAudioWMA::SaveFormat(const std::string& File, const std::string& Section) 
 
 // ---- IAudioFile
 
-bool CAudioWMA::AudioOpen() {
-  if (m_bWriteIndirect) return m_oWavFile ? m_oWavFile->AudioOpen() : false;
-  return m_oAudioFile->State() >= 1;
-}
-
 Wfx CAudioWMA::MemFormat() {
   Wfx w;
   w.wFormatTag = WAVE_FORMAT_PCM;
@@ -174,43 +147,14 @@ void CAudioWMA::InitialiseCompression() {
   if (m_oAudioFile->State() == 0) m_oAudioFile->SetProfileNum(m_iProfileNum);
 }
 
-int32_t CAudioWMA::OpenAudioFile(const std::string& sFile, int32_t eMode) {
-  DebugMsg("Start CAudioFileWMA::IAudioFile_OpenAudioFile", 5, 1);
-  int32_t rc = 0;
-  if (eMode == AudioFileRead) rc = OpenReadFile(sFile);
-  else if (eMode == AudioFileWrite) rc = OpenWriteFile(sFile);
-  if (rc == 0) m_sAudioFileName = sFile;
-  DebugMsg("End CAudioFileWMA::IAudioFile_OpenAudioFile", 5, 2);
-  return rc;
+void CAudioWMA::OpenComponent(const std::string& sFile) {
+  m_aPending.clear();
+  m_oAudioFile->Open(sFile);
 }
 
-int32_t CAudioWMA::OpenReadFile(const std::string& sFile) {
-  if (FileHelper::FileSize(sFile) <= 0) return 0;
-  if (m_oAudioFile->State() != 0) {
-    try {
-      m_oAudioFile->Close();
-    } catch (const CodecError&) {
-    }
-  }
-  std::string sOldName = m_sAudioFileName;
-  m_sAudioFileName = sFile;
-  m_sRecordedFileName.clear();
-  m_aPending.clear();
-  int32_t rc = 0;
-  try {
-    m_oAudioFile->Open(sFile);
-  } catch (const CodecError& e) {
-    DebugMsg("Open failed: " + e.Description, 10, 0);
-  }
-  if (m_oAudioFile->State() == 0) {
-    rc = -1;
-    m_sAudioFileName = sOldName;  // a failed open leaves the name as it was
-  } else {
-    InitialiseArrayConversion();
-  }
-  m_iSamples = 0;
+void CAudioWMA::AfterReadOpen(bool bOpen) {
+  if (bOpen) InitialiseArrayConversion();
   m_iProfileNum = m_oAudioFile->ProfileNum();
-  return rc;
 }
 
 void CAudioWMA::InitialiseArrayConversion() {
@@ -288,44 +232,20 @@ int32_t CAudioWMA::ReadAudioData(void* lpBuffer, float fBufLen) {
   return static_cast<int32_t>(lOut);
 }
 
-void CAudioWMA::Warn(int32_t lNumber, const std::string& sDescription) {
-  if (!m_oFileParent) return;
-  CNVErr oWarning;
-  oWarning.LoadInfo(lNumber, "CAudioFileWMA.OpenWriteFile", sDescription);
-  m_oFileParent->NonFatalError(oWarning);
-}
-
 int32_t CAudioWMA::OpenWriteFile(const std::string& sFile) {
-  DebugMsg("Start CAudioFileWMA::OpenWriteFile", 5, 1);
+  TraceScope oTrace("CAudioFileWMA::OpenWriteFile");
   std::string sTemp = GetTempFile("", "WAV");
   m_sRecordedFileName = sTemp.empty() ? std::string()
                                       : FileHelper::GetFolder(sFile) + "/" + FileHelper::GetFileName(sTemp);
   if (m_sRecordedFileName.empty()) {
-    DebugMsg("Exit CAudioFileWMA::OpenWriteFile (m_sRecordFileName is empty)", 5, 2);
+    oTrace.Exit("m_sRecordFileName is empty");
     return -1;
   }
-  if (m_bWriteIndirect) {
-    auto oWav = std::make_shared<CAudioNCT>();
-    oWav->SetFileFormat(FormatWAV, m_oAudioFile->SampleRate(), RoundToInt(m_oAudioFile->BitRate() / 1000.0),
-                        m_oAudioFile->Channels(), WAVE_FORMAT_PCM);
-    m_oWavFile = oWav;
-    m_oWavFile->SetMemFormat(MemFormat());
-    int32_t rc = m_oWavFile->OpenAudioFile(m_sRecordedFileName, AudioFileWrite);
-    m_sAudioFileName = sFile;
-    DebugMsg("End CAudioFileWMA::OpenWriteFile", 5, 2);
-    return rc;
-  }
-  if (FileHelper::FileSize(sFile) >= 0) {
-    if (int32_t rc = FileHelper::DeleteFile(sFile)) {
-      Warn(1, "Cannot delete audio file:\r\n" + sFile);
-      DebugMsg("Exit CAudioFileWMA::OpenWriteFile (Unable to delete file. rc = " + std::to_string(rc) + ")", 5, 2);
-      return rc;
-    }
-  }
-  if (FileHelper::FileSize(m_sRecordedFileName) >= 0) {
-    if (int32_t rc = FileHelper::DeleteFile(m_sRecordedFileName)) {
-      Warn(1, "Cannot delete temporary file:\r\n" + m_sRecordedFileName);
-      DebugMsg("Exit CAudioFileWMA::OpenWriteFile (Unable to delete file. rc = " + std::to_string(rc) + ")", 5, 2);
+  if (m_bWriteIndirect) return OpenIndirectWav(sFile);
+  for (const auto& [sPath, sWarning] : {std::pair{sFile, "Cannot delete audio file:"},
+                                        std::pair{m_sRecordedFileName, "Cannot delete temporary file:"}}) {
+    if (int32_t rc = DeleteInTheWay(sPath, sWarning)) {
+      oTrace.Exit("Unable to delete file. rc = " + std::to_string(rc));
       return rc;
     }
   }
@@ -334,82 +254,25 @@ int32_t CAudioWMA::OpenWriteFile(const std::string& sFile) {
     m_oAudioFile->Create(m_sRecordedFileName);
   } catch (const CodecError& e) {
     Warn(2, "Cannot open segment:\r\n" + m_sRecordedFileName);
-    DebugMsg("Exit CAudioFileWMA::OpenWriteFile (CreateFile failed.  err = " + std::to_string(e.Number) + ")",
-             5, 2);
+    oTrace.Exit("CreateFile failed.  err = " + std::to_string(e.Number));
     return e.Number;
   }
   InitialiseArrayConversion();
   m_iSamples = 0;
-  DebugMsg("End CAudioFileWMA::OpenWriteFile", 5, 2);
   return 0;
 }
 
-int32_t CAudioWMA::WriteAudioData(const void* pAudioBuffer, int32_t lBufferLen) {
-  if (m_bWriteIndirect) {
-    if (!m_oWavFile || !m_oWavFile->AudioOpen()) {
-      DebugMsg("Exit CAudioWMA::IAudioFile_WriteAudioData (File writer object is nothing)", 5, 0);
-      return -1;
-    }
-    return m_oWavFile->WriteAudioData(pAudioBuffer, lBufferLen);
-  }
-  if (!m_oAudioFile) {
-    DebugMsg("Exit CAudioWMA::IAudioFile_WriteAudioData (File object is nothing)", 5, 0);
-    return -1;
-  }
-  if (m_oAudioFile->State() != 2) {
-    DebugMsg("Exit CAudioWMA::IAudioFile_WriteAudioData (File is not open)", 5, 0);
-    return -1;
-  }
-  if (lBufferLen <= 0) return lBufferLen < 0 ? -1 : 0;
-  try {
-    m_oAudioFile->WriteSamples(static_cast<const int16_t*>(pAudioBuffer), static_cast<size_t>(lBufferLen / 2));
-  } catch (const CodecError& e) {
-    DebugMsg("Exit CAudioWMA::IAudioFile_WriteAudioData (Run Time Error: " + std::to_string(e.Number) + " - " +
-                 e.Description + ")",
-             5, 0);
-    return 0;
-  }
-  m_iSamples += RoundToInt(static_cast<double>(lBufferLen) / (m_wfxMemFormat.nChannels * 2));
-  return lBufferLen;
+std::string CAudioWMA::WriteFailure(const CodecError& e) {
+  return "Run Time Error: " + std::to_string(e.Number) + " - " + e.Description;
 }
 
-int32_t CAudioWMA::CloseAudioFile() {
-  DebugMsg("Start CAudioFileWMA::IAudioFile_CloseAudioFile", 5, 1);
-  if (!m_oWavFile) {
-    bool bWriting = m_oAudioFile->State() == 2;
-    bool bFinished = true;
-    if (m_oAudioFile->State() != 0) {
-      try {
-        m_oAudioFile->Close();
-      } catch (const CodecError& e) {
-        // A file that could not be finished is not put under the final name.
-        DebugMsg("Close failed: " + e.Description, 5, 0);
-        bFinished = false;
-      }
-    }
-    TerminateArrayConversion();
-    m_aPending.clear();
-    if (bWriting && bFinished && m_oAudioFile->TotalSamples() != 0 && !m_sRecordedFileName.empty()) {
-      DebugMsg("Rename " + m_sRecordedFileName + " to " + m_sAudioFileName, 5, 0);
-      RenameNoReplace(m_sRecordedFileName, m_sAudioFileName);
-    } else if (bWriting && m_oAudioFile->TotalSamples() == 0 && !m_sRecordedFileName.empty()) {
-      FileHelper::DeleteFile(m_sRecordedFileName);
-    }
-    m_iSamples = 0;
-    DebugMsg("End CAudioFileWMA::IAudioFile_CloseAudioFile", 5, 2);
-    return 0;
-  }
-  int32_t rc = m_oWavFile->CloseAudioFile();
-  std::string sFormat = CommonFormat()->FormatText();
-  std::replace(sFormat.begin(), sFormat.end(), '"', '\'');
-  std::string sLine = "/SRCFILE=\"" + m_sRecordedFileName + "\" /DSTFILE=\"" + m_sAudioFileName +
-                      "\" /DSTFORMAT=\"" + sFormat + "\" /PRXFILE=\"" + SystemPrxFile() + "\"";
-  DebugMsg("Run " + CAudioNCT::CopierPath() + " " + sLine, 5, 0);
-  int32_t rcCopier = AppGlobal::RunAndWait(CAudioNCT::CopierPath(), sLine, 64, -1, 0);
-  DebugMsg("Copier ended with " + std::to_string(rcCopier), 10, 0);
-  FileHelper::DeleteFile(m_sRecordedFileName);
-  DebugMsg("End CAudioFileWMA::IAudioFile_CloseAudioFile", 5, 2);
-  return rc;
+void CAudioWMA::AfterComponentClose() {
+  TerminateArrayConversion();
+  m_aPending.clear();
+}
+
+std::string CAudioWMA::CopierArguments() {
+  return CopierBackedAudioFile::CopierArguments() + " /PRXFILE=\"" + SystemPrxFile() + "\"";
 }
 
 void CAudioWMA::SeekFraction(float Fraction) {
@@ -423,17 +286,4 @@ void CAudioWMA::SeekFraction(float Fraction) {
     m_aPending.clear();
   } catch (const CodecError&) {
   }
-}
-
-double CAudioWMA::CurrentPosition() {
-  if (m_oAudioFile->State() == 0 && m_bWriteIndirect)
-    return m_oWavFile ? m_oWavFile->CurrentPosition() : 0.0;
-  if (m_oAudioFile->State() != 0 && m_oAudioFile->TotalSamples() != 0)
-    return static_cast<double>(m_iSamples) / m_oAudioFile->TotalSamples() * m_oAudioFile->LengthMs() / 1000.0;
-  return 0.0;
-}
-
-void CAudioWMA::GetLeftOverBuffer(std::vector<uint8_t>& lpBuffer, int32_t& BufferSize) {
-  lpBuffer.clear();
-  BufferSize = 0;
 }

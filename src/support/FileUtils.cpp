@@ -24,20 +24,22 @@
 #include "support/MsgBox.h"
 #include "support/UniqueFd.h"
 
-std::string PathFolder(const std::string& sPath) {
+std::string FolderOf(const std::string& sPath) {
   const size_t i = sPath.rfind('/');
   if (i == std::string::npos) return ".";
   if (i == 0) return "/";
   return sPath.substr(0, i);
 }
 
-std::string PathName(const std::string& sPath) {
+std::string NameOf(const std::string& sPath) {
   const size_t i = sPath.rfind('/');
   return i == std::string::npos ? sPath : sPath.substr(i + 1);
 }
 
-int FsyncPath(const std::string& sPath, bool bFolder) {
-  const UniqueFd fd(::open(sPath.c_str(), (bFolder ? O_RDONLY | O_DIRECTORY : O_RDONLY) | O_CLOEXEC));
+namespace {
+
+int SyncPath(const std::string& sPath, int iFlags) {
+  const UniqueFd fd(::open(sPath.c_str(), iFlags | O_CLOEXEC));
   if (!fd) return errno;
   int e = 0;
   if (::fsync(fd.Get()) != 0) e = errno;
@@ -46,8 +48,6 @@ int FsyncPath(const std::string& sPath, bool bFolder) {
   if (e == EINVAL || e == EROFS) e = 0;
   return e;
 }
-
-namespace {
 
 int WriteAll(int fd, const std::string& s) {
   size_t iDone = 0;
@@ -162,19 +162,23 @@ int ReadWholeFile(const std::string& sPath, std::string& sContent) {
 }
 
 int SyncFileAndFolder(const std::string& sPath) {
-  if (int e = FsyncPath(sPath, false)) return e;
-  return FsyncPath(PathFolder(sPath), true);
+  if (int e = SyncFile(sPath)) return e;
+  return SyncFolder(FolderOf(sPath));
 }
+
+int SyncFile(const std::string& sPath) { return SyncPath(sPath, O_RDONLY); }
+
+int SyncFolder(const std::string& sPath) { return SyncPath(sPath, O_RDONLY | O_DIRECTORY); }
 
 // The temporary file of a write of sTarget: ".<name>.<8 hex digits>" in its folder.
 std::string AtomicTempName(const std::string& sTarget) {
-  const std::string sFolder = PathFolder(sTarget);
-  return fmt::format("{}/.{}.{:08x}", sFolder == "/" ? "" : sFolder, PathName(sTarget), RandomNumber());
+  const std::string sFolder = FolderOf(sTarget);
+  return fmt::format("{}/.{}.{:08x}", sFolder == "/" ? "" : sFolder, NameOf(sTarget), RandomNumber());
 }
 
 void RemoveAtomicLeftovers(const std::string& sPath) {
-  const std::string sFolder = PathFolder(sPath);
-  const std::string sStart = "." + PathName(sPath) + ".";
+  const std::string sFolder = FolderOf(sPath);
+  const std::string sStart = "." + NameOf(sPath) + ".";
   const UniqueDir pDir(::opendir(sFolder.c_str()));
   if (!pDir) return;
   while (const dirent* pEntry = ::readdir(pDir.get())) {
@@ -199,7 +203,7 @@ int WriteFileAtomically(const std::string& sPath, const std::string& sContent) {
   const bool bHaveMode = ::stat(sTarget.c_str(), &st) == 0;
   if (bHaveMode && S_ISDIR(st.st_mode)) return EISDIR;
 
-  const std::string sFolder = PathFolder(sTarget);
+  const std::string sFolder = FolderOf(sTarget);
   std::string sTemp;
   UniqueFd fd;
   for (int iTry = 0; iTry < 100 && !fd; ++iTry) {
@@ -221,7 +225,7 @@ int WriteFileAtomically(const std::string& sPath, const std::string& sContent) {
     ::unlink(sTemp.c_str());
     return e;
   }
-  return FsyncPath(sFolder, true);
+  return SyncFolder(sFolder);
 }
 
 int RenameNoReplace(const std::string& sFrom, const std::string& sTo) {

@@ -9,6 +9,11 @@
 // sPath empty: the temporary folder. sExt empty or "TMP": keep the generated ".tmp" file.
 std::string GetTempFile(std::string sPath, const std::string& sExt);
 
+// The folder of a path ("." for a bare name, "/" for a name in the root) and its last
+// part, with "/" as the only separator.
+std::string FolderOf(const std::string& sPath);
+std::string NameOf(const std::string& sPath);
+
 // Copies the string's characters into the array and fills the rest with zeros.
 void ClearBytes(std::vector<uint8_t>& aBytes, const std::string& s);
 
@@ -23,14 +28,11 @@ int WriteFileAtomically(const std::string& sPath, const std::string& sContent);
 void RemoveAtomicLeftovers(const std::string& sPath);
 // Reads a whole file. 0 on success (also sets sContent), else an errno value.
 int ReadWholeFile(const std::string& sPath, std::string& sContent);
-// The folder of a path ("." for a bare name, "/" at the top) and its last part.
-std::string PathFolder(const std::string& sPath);
-std::string PathName(const std::string& sPath);
-// fsync of a file or a folder. 0 on success, else an errno value; a file system that
-// refuses fsync for such a handle (EINVAL, EROFS) is no failure.
-int FsyncPath(const std::string& sPath, bool bFolder);
 // fsync of a file and of its folder. 0 on success, else an errno value.
 int SyncFileAndFolder(const std::string& sPath);
+// fsync of a file, or of a folder, alone. 0 on success, else an errno value.
+int SyncFile(const std::string& sPath);
+int SyncFolder(const std::string& sPath);
 // Renames sFrom to sTo, never replacing a file that is already at sTo: EEXIST then, and
 // both files stay as they were. Uses renameat2(RENAME_NOREPLACE); on a file system
 // without it, a hard link and an unlink (or, where links are refused too, a check of the

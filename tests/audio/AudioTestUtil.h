@@ -6,13 +6,14 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
+#include <cstring>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "audio/IAudioFile.h"
 #include "common/TempRoot.h"
+#include "common/TestUtil.h"
 
 namespace audiotest {
 
@@ -80,22 +81,35 @@ inline double Pitch(const std::vector<double>& a, int iRate) {
   return (iCross - 1) * static_cast<double>(iRate) / static_cast<double>(lLast - lFirst);
 }
 
-inline std::string ReadAll(const std::string& sPath) {
-  std::ifstream f(sPath, std::ios::binary);
-  std::stringstream ss;
-  ss << f.rdbuf();
-  return ss.str();
-}
-inline void WriteAll(const std::string& sPath, const std::string& s) {
-  std::ofstream f(sPath, std::ios::binary | std::ios::trunc);
-  f.write(s.data(), static_cast<std::streamsize>(s.size()));
+// Reads an open file to its end in pieces of fPiece seconds of a 44100 Hz stereo memory
+// format: its samples (at most 1000 pieces). A failed read, or a piece larger than
+// asked, fails the test.
+inline std::vector<int16_t> ReadToEnd(IAudioFile& o, float fPiece = 1.0f) {
+  const int32_t lMax = static_cast<int32_t>(176400 * fPiece);
+  std::vector<uint8_t> aBuf(2 * static_cast<size_t>(lMax));
+  std::vector<int16_t> aOut;
+  for (int i = 0; i < 1000; ++i) {
+    const int32_t n = o.ReadAudioData(aBuf.data(), fPiece);
+    EXPECT_GE(n, 0) << "a read failed";
+    EXPECT_LE(n, lMax) << "more than one piece delivered";
+    if (n <= 0) break;
+    const auto* p = reinterpret_cast<const int16_t*>(aBuf.data());
+    aOut.insert(aOut.end(), p, p + n / 2);
+  }
+  return aOut;
 }
 
-inline std::vector<int16_t> BytesToSamples(const std::string& s) {
+// 16-bit samples and their bytes (this machine's order is little endian, as in files).
+template <class Bytes>
+inline std::vector<int16_t> BytesToSamples(const Bytes& s) {
   std::vector<int16_t> a(s.size() / 2);
-  for (size_t i = 0; i < a.size(); ++i)
-    a[i] = static_cast<int16_t>(static_cast<uint8_t>(s[2 * i]) | (static_cast<uint8_t>(s[2 * i + 1]) << 8));
+  std::memcpy(a.data(), s.data(), a.size() * 2);
   return a;
+}
+inline std::vector<uint8_t> SamplesToBytes(const std::vector<int16_t>& a) {
+  std::vector<uint8_t> b(a.size() * 2);
+  std::memcpy(b.data(), a.data(), b.size());
+  return b;
 }
 
 // Decodes a file to 16-bit samples at its own rate and channels with the named tool
@@ -107,7 +121,7 @@ inline bool DecodeWith(const std::string& sTool, const std::string& sWav, const 
                          : "ffmpeg -nostdin -v error -y -i '" + sWav + "' -f s16le -acodec pcm_s16le '" +
                                sRaw + "'";
   if (RunProgram(sCmd) != 0) return false;
-  aOut = BytesToSamples(ReadAll(sRaw));
+  aOut = BytesToSamples(ReadBytes(sRaw));
   return true;
 }
 

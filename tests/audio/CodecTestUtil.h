@@ -1,67 +1,49 @@
 #pragma once
+// Helpers of the codec tests: reference files made by sox and ffmpeg, what ffprobe says
+// about a file, a machine root with the copier, and the conversion step's loops.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
 #include "AudioTestUtil.h"
 #include "audio/CAudioNCT.h"
 #include "audio/CAudioWMA.h"
 #include "audio/ChooseAudioClass.h"
 #include "audio/IAudioFile.h"
 #include "common/TempRoot.h"
-// Helpers of the codec tests: a scratch folder, reference files made by sox and ffmpeg,
-// and what ffprobe says about a file.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <sstream>
-#include <string>
-#include <vector>
+#include "common/TestUtil.h"
 
 namespace codectest {
 
-inline std::string Shell(const std::string& sCommand, int* piStatus = nullptr) {
-  std::string sOut;
-  FILE* p = popen((sCommand + " 2>/dev/null").c_str(), "r");
-  if (!p) {
-    if (piStatus) *piStatus = -1;
-    return sOut;
-  }
-  char a[4096];
-  size_t n;
-  while ((n = fread(a, 1, sizeof a, p)) > 0) sOut.append(a, n);
-  int rc = pclose(p);
-  if (piStatus) *piStatus = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-  return sOut;
-}
-
 // A two-tone test signal (different in each channel) written by sox as 16-bit PCM.
 inline void MakeToneWav(const std::string& sPath, int iRate, int iChannels, double dSecs) {
-  std::string sSynth = iChannels == 2 ? "synth " + std::to_string(dSecs) + " sine 440 sine 660"
-                                      : "synth " + std::to_string(dSecs) + " sine 440";
-  int rc = 0;
-  Shell("sox -n -r " + std::to_string(iRate) + " -c " + std::to_string(iChannels) + " -b 16 " +
-          Quote(sPath) + " " + sSynth + " vol 0.5",
-      &rc);
-  ASSERT_EQ(rc, 0) << "sox failed for " << sPath;
+  const std::string sSynth = "synth " + std::to_string(dSecs) + (iChannels == 2 ? " sine 440 sine 660" : " sine 440");
+  ASSERT_EQ(RunProgram("sox -n -r " + std::to_string(iRate) + " -c " + std::to_string(iChannels) + " -b 16 " +
+                       Quote(sPath) + " " + sSynth + " vol 0.5"),
+            0)
+      << "sox failed for " << sPath;
 }
 
 // ffmpeg converts sSrc into sDst with the given codec options.
 inline void FfmpegConvert(const std::string& sSrc, const std::string& sDst, const std::string& sOpts) {
-  int rc = 0;
-  Shell("ffmpeg -v error -y -i " + Quote(sSrc) + " " + sOpts + " " + Quote(sDst), &rc);
-  ASSERT_EQ(rc, 0) << "ffmpeg failed for " << sDst;
+  ASSERT_EQ(RunProgram("ffmpeg -v error -y -i " + Quote(sSrc) + " " + sOpts + " " + Quote(sDst)), 0)
+      << "ffmpeg failed for " << sDst;
 }
 
 // Stream values of ffprobe: codec_name, sample_rate, channels, bit_rate, duration,
 // block_align, and the container's format_duration.
 inline std::map<std::string, std::string> Probe(const std::string& sPath) {
   std::map<std::string, std::string> m;
-  std::string s = Shell("ffprobe -v error -select_streams a:0 -show_entries "
-                      "stream=codec_name,sample_rate,channels,bit_rate,duration,block_align:"
-                      "format=duration,bit_rate -of default=nw=1 " + Quote(sPath));
+  std::string s;
+  RunProgram("ffprobe -v error -select_streams a:0 -show_entries "
+             "stream=codec_name,sample_rate,channels,bit_rate,duration,block_align:"
+             "format=duration,bit_rate -of default=nw=1 " + Quote(sPath),
+             &s);
   std::istringstream in(s);
   std::string sLine;
   bool bFormat = false;
@@ -77,8 +59,8 @@ inline std::map<std::string, std::string> Probe(const std::string& sPath) {
 
 // Frames (per channel) that ffmpeg decodes from the file at its own rate.
 inline long DecodedFrames(const std::string& sPath, int iChannels) {
-  std::string s = Shell("ffmpeg -v error -i " + Quote(sPath) + " -f s16le -ac " +
-                      std::to_string(iChannels) + " - | wc -c");
+  std::string s;
+  RunProgram("ffmpeg -v quiet -i " + Quote(sPath) + " -f s16le -ac " + std::to_string(iChannels) + " - | wc -c", &s);
   return std::atol(s.c_str()) / (2 * iChannels);
 }
 
@@ -132,18 +114,9 @@ inline int32_t WriteInPieces(IAudioFile& o, const std::vector<int16_t>& a) {
   return rcLast;
 }
 
-// Reads a whole open file in pieces of fPiece seconds of the memory format (44100 Hz
-// stereo); the bytes read.
+// The bytes of a whole open file read in pieces of fPiece seconds.
 inline long ReadAllBytes(IAudioFile& o, float fPiece = 1.0f) {
-  std::vector<uint8_t> buf(static_cast<size_t>(176400 * fPiece) * 2);
-  long lBytes = 0;
-  for (int guard = 0; guard < 10000; ++guard) {
-    int32_t n = o.ReadAudioData(buf.data(), fPiece);
-    EXPECT_LE(n, static_cast<int32_t>(176400 * fPiece)) << "more than one piece delivered";
-    if (n <= 0) break;
-    lBytes += n;
-  }
-  return lBytes;
+  return static_cast<long>(audiotest::ReadToEnd(o, fPiece).size() * 2);
 }
 
 }  // namespace codectest

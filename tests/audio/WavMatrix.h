@@ -28,7 +28,7 @@ inline std::string TargetName(const Target& t) {
 
 // Frames of audio in a WAV file's "data" chunk, by a plain walk of its chunks.
 inline int64_t DataFrames(const std::string& sPath) {
-  const std::string s = audiotest::ReadAll(sPath);
+  const std::string s = ReadBytes(sPath);
   int64_t llAlign = 0, llData = -1;
   for (const auto& c : audiotest::Chunks(s)) {
     if (c.sId == "fmt ") llAlign = audiotest::Le16(s, c.lOffset + 12);
@@ -66,7 +66,7 @@ inline void CheckConversion(const std::string& sSrc, int64_t llFrames, int iSrcR
   ASSERT_EQ(ConvertThroughClass(sSrc, sOut, t), 0);
   const int64_t llWant = std::llround(static_cast<double>(llFrames) * t.iRate / iSrcRate);
 
-  const std::string s = audiotest::ReadAll(sOut);
+  const std::string s = ReadBytes(sOut);
   const auto aChunks = audiotest::Chunks(s);
   ASSERT_EQ(aChunks.size(), 3u);
   const size_t f = aChunks[0].lOffset;

@@ -50,17 +50,6 @@ std::vector<uint8_t> RunStream(const Wfx& src, const Wfx& dst, const std::vector
   return aDst;
 }
 
-std::vector<uint8_t> AsBytes(const std::vector<int16_t>& a) {
-  std::vector<uint8_t> b(a.size() * 2);
-  std::memcpy(b.data(), a.data(), b.size());
-  return b;
-}
-std::vector<int16_t> AsSamples(const std::vector<uint8_t>& b) {
-  std::vector<int16_t> a(b.size() / 2);
-  std::memcpy(a.data(), b.data(), a.size() * 2);
-  return a;
-}
-
 }  // namespace
 
 TEST(AcmFormats, TagDetailsGiveThePlatformSizes) {
@@ -144,13 +133,13 @@ TEST_P(AcmCodecRoundTrip, SineSurvivesEncodeAndDecode) {
   const int iSpb = adpcm.Extra[0] | (adpcm.Extra[1] << 8);
   auto aIn = audiotest::Sine(500, static_cast<int>(c.lRate), c.iCh, 0.5);
   uint32_t lUsed = 0;
-  auto aCoded = RunStream(pcm, adpcm, AsBytes(aIn), &lUsed);
+  auto aCoded = RunStream(pcm, adpcm, audiotest::SamplesToBytes(aIn), &lUsed);
   // Whole blocks only: the tail short of a block is left unused.
   const size_t lPcmBlock = static_cast<size_t>(iSpb) * c.iCh * 2;
   const size_t lBlocks = aIn.size() * 2 / lPcmBlock;
   EXPECT_EQ(lUsed, lBlocks * lPcmBlock);
   ASSERT_EQ(aCoded.size(), lBlocks * adpcm.nBlockAlign);
-  auto aOut = AsSamples(RunStream(adpcm, pcm, aCoded));
+  auto aOut = audiotest::BytesToSamples(RunStream(adpcm, pcm, aCoded));
   ASSERT_EQ(aOut.size(), lBlocks * iSpb * c.iCh);
   for (int ch = 0; ch < c.iCh; ++ch) {
     auto a = audiotest::Channel(aIn, c.iCh, ch);
@@ -169,20 +158,20 @@ INSTANTIATE_TEST_SUITE_P(Codecs, AcmCodecRoundTrip,
 
 TEST(AcmStreams, PcmPassesThroughAndWiderPcmNarrowsTo16Bits) {
   auto aIn = audiotest::Sine(300, 8000, 2, 0.1);
-  auto aOut = RunStream(Wfx::PCM(8000, 2), Wfx::PCM(8000, 2), AsBytes(aIn));
-  EXPECT_EQ(AsSamples(aOut), aIn);
+  auto aOut = RunStream(Wfx::PCM(8000, 2), Wfx::PCM(8000, 2), audiotest::SamplesToBytes(aIn));
+  EXPECT_EQ(audiotest::BytesToSamples(aOut), aIn);
 
   Wfx w8 = Wfx::PCM(8000, 1);
   w8.wBitsPerSample = 8;
   w8.nBlockAlign = 1;
   w8.nAvgBytesPerSec = 8000;
-  auto a16 = AsSamples(RunStream(w8, Wfx::PCM(8000, 1), {0, 128, 255}));
+  auto a16 = audiotest::BytesToSamples(RunStream(w8, Wfx::PCM(8000, 1), {0, 128, 255}));
   EXPECT_EQ(a16, (std::vector<int16_t>{-32768, 0, 127 * 256}));
 
   Wfx w24 = w8;
   w24.wBitsPerSample = 24;
   w24.nBlockAlign = 3;
-  a16 = AsSamples(RunStream(w24, Wfx::PCM(8000, 1), {0x11, 0x34, 0x12, 0x00, 0x00, 0x80}));
+  a16 = audiotest::BytesToSamples(RunStream(w24, Wfx::PCM(8000, 1), {0x11, 0x34, 0x12, 0x00, 0x00, 0x80}));
   EXPECT_EQ(a16, (std::vector<int16_t>{0x1234, -32768}));
 }
 

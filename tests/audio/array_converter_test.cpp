@@ -12,12 +12,6 @@
 
 namespace {
 
-std::vector<uint8_t> Bytes(const std::vector<int16_t>& a) {
-  std::vector<uint8_t> b(a.size() * 2);
-  std::memcpy(b.data(), a.data(), b.size());
-  return b;
-}
-
 TEST(ArrayConverter, EncoderDownsamplesAndMixesStereoToMono) {
   ArrayConverter o;
   o.SetArrayFormat(44100, 2);
@@ -33,7 +27,7 @@ TEST(ArrayConverter, EncoderDownsamplesAndMixesStereoToMono) {
     aIn[2 * i + 1] = static_cast<int16_t>(aL[i] / 2);
   }
   auto aOutBytes = o.EncodeArray(aIn);
-  auto aOut = audiotest::BytesToSamples(std::string(aOutBytes.begin(), aOutBytes.end()));
+  auto aOut = audiotest::BytesToSamples(aOutBytes);
   EXPECT_NEAR(static_cast<double>(aOut.size()), 22050, 64);
   auto a = audiotest::Channel(aOut, 1, 0);
   EXPECT_NEAR(audiotest::Pitch(a, 22050), 300, 1);
@@ -50,7 +44,7 @@ TEST(ArrayConverter, PiecesConvertAsTheWhole) {
     o.SetFormatPCM(22050, 1, 16);
     int32_t lOut;
     EXPECT_EQ(o.OpenDecoder(1, lOut), 0);
-    std::vector<uint8_t> aBytes = Bytes(aIn);
+    std::vector<uint8_t> aBytes = audiotest::SamplesToBytes(aIn);
     std::vector<int16_t> aAll, aPart;
     for (size_t i = 0; i < aBytes.size(); i += lPiece) {
       size_t n = std::min(lPiece, aBytes.size() - i);
@@ -131,7 +125,7 @@ TEST(ArrayConverter, TinyInputMayGiveNothingAndSameFormatsPassThrough) {
   same.SetFormatPCM(44100, 2, 16);
   ASSERT_EQ(same.OpenEncoder(1, lOut), 0);
   auto aIn = audiotest::Sine(1000, 44100, 2, 0.1);
-  EXPECT_EQ(same.EncodeArray(aIn), Bytes(aIn));
+  EXPECT_EQ(same.EncodeArray(aIn), audiotest::SamplesToBytes(aIn));
 }
 
 TEST(ArrayConverter, RefusesWhatItCannotDo) {

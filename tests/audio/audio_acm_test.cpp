@@ -10,6 +10,8 @@
 #include "audio/CAudioACM.h"
 #include "audio/ChooseAudioClass.h"
 #include "common/TempRoot.h"
+#include "support/AppGlobal.h"
+#include "support/DebugMsg.h"
 #include "support/Faults.h"
 
 namespace fs = std::filesystem;
@@ -22,6 +24,7 @@ class AudioAcmTest : public TempRootTest {
  protected:
   void TearDown() override {
     Faults::DisarmAll();
+    AppGlobal::SetDebugMode(0);
     TempRootTest::TearDown();
   }
 
@@ -42,24 +45,11 @@ class AudioAcmTest : public TempRootTest {
   }
 
   // Reads a whole file in the memory format. Result: the open's code or 0.
-  int32_t Read(const std::string& sPath, std::vector<int16_t>& aOut, double* pLength = nullptr,
-               float fPiece = 1.0f) {
+  int32_t Read(const std::string& sPath, std::vector<int16_t>& aOut, double* pLength = nullptr) {
     CAudioACM o;
-    o.SetBufLenSecs(fPiece);
     if (int32_t rc = o.OpenAudioFile(sPath, AudioFileRead)) return rc;
     if (pLength) *pLength = o.AudioLength();
-    std::vector<uint8_t> aBuf(static_cast<size_t>(fPiece * 176400) * 2);
-    aOut.clear();
-    for (int i = 0; i < 100000; ++i) {
-      int32_t n = o.ReadAudioData(aBuf.data(), fPiece);
-      if (n <= 0) {
-        EXPECT_EQ(n, 0) << "a read failed";
-        break;
-      }
-      EXPECT_LE(n, static_cast<int32_t>(fPiece * 176400)) << "more than one piece delivered";
-      const auto* p = reinterpret_cast<const int16_t*>(aBuf.data());
-      aOut.insert(aOut.end(), p, p + n / 2);
-    }
+    aOut = audiotest::ReadToEnd(o);
     return 0;
   }
 
@@ -88,41 +78,32 @@ TEST_P(AudioAcmRoundTrip, WrittenFileDecodesInSoxAndFfmpegAndReadsBack) {
   ASSERT_EQ(Write(sWav, c.iRate, c.iCh, c.iTag, aMem), 0);
   ASSERT_TRUE(fs::exists(sWav));
 
-  // Header fields and layout: "fmt ", "fact", "data", nothing else, sizes consistent.
-  const std::string s = audiotest::ReadAll(sWav);
+  // Header fields and layout: "fmt ", "fact", "data", nothing else, sizes consistent;
+  // the block of the platform's codec (PCM: cbSize 0 and two zero bytes behind it).
+  const std::string s = ReadBytes(sWav);
   ASSERT_GE(s.size(), 44u);
-  EXPECT_EQ(s.substr(0, 4), "RIFF");
-  EXPECT_EQ(s.substr(8, 4), "WAVE");
+  EXPECT_EQ(s.substr(0, 4) + s.substr(8, 4), "RIFFWAVE");
   EXPECT_EQ(Le32(s, 4), s.size() - 8);
   auto aChunks = audiotest::Chunks(s);
   ASSERT_EQ(aChunks.size(), 3u);
-  EXPECT_EQ(aChunks[0].sId, "fmt ");
-  EXPECT_EQ(aChunks[1].sId, "fact");
-  EXPECT_EQ(aChunks[2].sId, "data");
+  EXPECT_EQ(aChunks[0].sId + aChunks[1].sId + aChunks[2].sId, "fmt factdata");
   const size_t f = aChunks[0].lOffset;
-  const uint32_t lFmt = aChunks[0].lSize;
-  EXPECT_EQ(lFmt, c.iTag == 2 ? 50u : 20u);
+  EXPECT_EQ(aChunks[0].lSize, c.iTag == 2 ? 50u : 20u);
   EXPECT_EQ(Le16(s, f), c.iTag);
   EXPECT_EQ(Le16(s, f + 2), c.iCh);
   EXPECT_EQ(Le32(s, f + 4), static_cast<uint32_t>(c.iRate));
   const uint16_t iAlign = Le16(s, f + 12);
   const uint32_t lAvg = Le32(s, f + 8);
-  int iSpb = 1;
+  const int iSpb = c.iTag == 1 ? 1 : Le16(s, f + 18);
+  const int iHeader = c.iTag == 17 ? 4 : 7;  // bytes a channel in front of each ADPCM block
+  const int iExpAlign = c.iTag == 1 ? c.iCh * 2 : 256 * c.iCh * std::max(1, c.iRate / 11025);
+  EXPECT_EQ(iAlign, iExpAlign);
+  EXPECT_EQ(Le16(s, f + 14), c.iTag == 1 ? 16 : 4);
+  EXPECT_EQ(Le16(s, f + 16), c.iTag == 1 ? 0 : c.iTag == 17 ? 2 : 32);
+  EXPECT_EQ(iSpb, c.iTag == 1 ? 1 : (iExpAlign - iHeader * c.iCh) * 8 / (4 * c.iCh) + (c.iTag == 17 ? 1 : 2));
+  EXPECT_EQ(lAvg, static_cast<uint32_t>(static_cast<int64_t>(c.iRate) * iExpAlign / iSpb));
   if (c.iTag == 1) {
-    EXPECT_EQ(iAlign, c.iCh * 2);
-    EXPECT_EQ(lAvg, static_cast<uint32_t>(c.iRate * c.iCh * 2));
-    EXPECT_EQ(Le16(s, f + 14), 16);
-    EXPECT_EQ(Le16(s, f + 16), 0);  // cbSize 0 and two zero bytes behind it
     EXPECT_EQ(Le16(s, f + 18), 0);
-  } else {
-    const int iExpAlign = 256 * c.iCh * std::max(1, c.iRate / 11025);
-    EXPECT_EQ(iAlign, iExpAlign);
-    EXPECT_EQ(Le16(s, f + 14), 4);
-    EXPECT_EQ(Le16(s, f + 16), c.iTag == 17 ? 2 : 32);
-    iSpb = Le16(s, f + 18);
-    EXPECT_EQ(iSpb, c.iTag == 17 ? (iExpAlign - 4 * c.iCh) * 8 / (4 * c.iCh) + 1
-                                 : (iExpAlign - 7 * c.iCh) * 8 / (4 * c.iCh) + 2);
-    EXPECT_EQ(lAvg, static_cast<uint32_t>(static_cast<int64_t>(c.iRate) * iExpAlign / iSpb));
   }
   const uint32_t lData = aChunks[2].lSize;
   EXPECT_EQ(lData % iAlign, 0u) << "a file ends on a whole block";
@@ -187,7 +168,7 @@ TEST_F(AudioAcmTest, SmallPiecesAndLargePiecesGiveTheSameFile) {
   const auto aMem = audiotest::Sine(440, 44100, 2, 1.3);
   ASSERT_EQ(Write(P("a.wav"), 22050, 1, 17, aMem, 1.0), 0);
   ASSERT_EQ(Write(P("b.wav"), 22050, 1, 17, aMem, 0.1), 0);
-  const std::string a = audiotest::ReadAll(P("a.wav")), b = audiotest::ReadAll(P("b.wav"));
+  const std::string a = ReadBytes(P("a.wav")), b = ReadBytes(P("b.wav"));
   // The resampler keeps its state across pieces, the codec keeps its tail: same audio.
   EXPECT_TRUE(a == b);
 }
@@ -208,13 +189,13 @@ TEST_P(AudioAcmForeign, FilesOfTheReferenceToolsReadToTheRightLength) {
   std::string sCmd = c.sCommand;
   sCmd.replace(sCmd.find("$OUT"), 4, "'" + sOut + "'");
   ASSERT_EQ(RunProgram(sCmd), 0) << sCmd;
-  std::string s = audiotest::ReadAll(sOut);
+  std::string s = ReadBytes(sOut);
   // ffmpeg writes a LIST chunk before "data"; add one behind it as well, as some
   // editors leave one there.
   const std::string sList = "LIST" + audiotest::U32(13) + "INFOISFT" + audiotest::U32(5) + "abcde";
   s += sList + '\0';
   s.replace(4, 4, audiotest::U32(static_cast<uint32_t>(s.size() - 8)));
-  audiotest::WriteAll(sOut, s);
+  WriteBytes(sOut, s);
 
   CAudioACM o;
   ASSERT_EQ(o.OpenAudioFile(sOut, AudioFileRead), 0);
@@ -227,16 +208,10 @@ TEST_P(AudioAcmForeign, FilesOfTheReferenceToolsReadToTheRightLength) {
   const double dBlock = static_cast<double>(o.FileFormat().nBlockAlign) / o.FileFormat().nAvgBytesPerSec;
   EXPECT_GE(dLen, 1.0 - 0.001);
   EXPECT_LE(dLen, 1.0 + dBlock + 0.001);
-  std::vector<uint8_t> aBuf(2 * 176400);
-  int64_t llBytes = 0;
-  int32_t n;
-  while ((n = o.ReadAudioData(aBuf.data(), 1.0f)) > 0) llBytes += n;
-  EXPECT_EQ(n, 0);
+  const auto aBack = audiotest::ReadToEnd(o);
   EXPECT_NEAR(o.CurrentPosition(), dLen, 1e-6);
   // Exactly the audio of "data", within the resampler's delay.
-  EXPECT_NEAR(llBytes / 176400.0, dLen, 0.002);
-  std::vector<int16_t> aBack;
-  ASSERT_EQ(Read(sOut, aBack), 0);
+  EXPECT_NEAR(aBack.size() * 2 / 176400.0, dLen, 0.002);
   EXPECT_NEAR(audiotest::Pitch(audiotest::Channel(aBack, 2, 0), 44100), 440.0, 2.0);
 }
 
@@ -260,12 +235,12 @@ class AudioAcmDamaged : public AudioAcmTest {
   void SetUp() override {
     AudioAcmTest::SetUp();
     ASSERT_EQ(Write(P("good.wav"), 22050, 1, 17, audiotest::Sine(440, 44100, 2, 1.0)), 0);
-    m_sGood = audiotest::ReadAll(P("good.wav"));
+    m_sGood = ReadBytes(P("good.wav"));
     m_aChunks = audiotest::Chunks(m_sGood);
   }
   // Opens the bytes as a file; reads to the end. Result: the open's code.
   int32_t OpenAndDrain(const std::string& sBytes, int64_t* pBytes = nullptr) {
-    audiotest::WriteAll(P("bad.wav"), sBytes);
+    WriteBytes(P("bad.wav"), sBytes);
     CAudioACM o;
     int32_t rc = o.OpenAudioFile(P("bad.wav"), AudioFileRead);
     if (rc != 0) {
@@ -273,13 +248,7 @@ class AudioAcmDamaged : public AudioAcmTest {
       EXPECT_EQ(o.AudioFileName(), "");
       return rc;
     }
-    std::vector<uint8_t> aBuf(2 * 176400);
-    int64_t llTotal = 0;
-    for (int i = 0; i < 1000; ++i) {
-      int32_t n = o.ReadAudioData(aBuf.data(), 1.0f);
-      if (n <= 0) break;
-      llTotal += n;
-    }
+    const int64_t llTotal = static_cast<int64_t>(audiotest::ReadToEnd(o).size() * 2);
     EXPECT_LT(llTotal, 1000LL * 176400) << "no end of audio";
     if (pBytes) *pBytes = llTotal;
     return 0;
@@ -325,7 +294,7 @@ TEST_F(AudioAcmDamaged, BrokenLayoutsGiveTheirResultOrReadCleanly) {
     }
   }
   // A block align that fits no block: no codec decodes it, and the open says so.
-  audiotest::WriteAll(P("align.wav"), Patch(f + 12, std::string("\x03\0", 2)));
+  WriteBytes(P("align.wav"), Patch(f + 12, std::string("\x03\0", 2)));
   EXPECT_EQ(o.OpenAudioFile(P("align.wav"), AudioFileRead), -10);
   EXPECT_FALSE(o.AudioOpen());
 }
@@ -352,7 +321,7 @@ TEST_F(AudioAcmDamaged, DataSizeBeyondTheEndOfTheFileIsCutToTheFile) {
   std::string s = m_sGood;
   s.replace(m_aChunks[2].lOffset - 4, 4, audiotest::U32(0x7FFFFFF0));
   s.replace(4, 4, audiotest::U32(0xFFFFFFF0));
-  audiotest::WriteAll(P("long.wav"), s);
+  WriteBytes(P("long.wav"), s);
   CAudioACM o;
   ASSERT_EQ(o.OpenAudioFile(P("long.wav"), AudioFileRead), 0);
   EXPECT_NEAR(o.AudioLength(), m_aChunks[2].lSize / static_cast<double>(o.FileFormat().nAvgBytesPerSec), 1e-9);
@@ -366,7 +335,7 @@ TEST_F(AudioAcmDamaged, DataSizeBeyondTheEndOfTheFileIsCutToTheFile) {
 TEST_F(AudioAcmTest, WriteGoesToATemporaryNameAndTakesItsNameAtClose) {
   const std::string sFinal = P("hour/130000A.wav");
   fs::create_directories(P("hour"));
-  audiotest::WriteAll(sFinal, "old contents");
+  WriteBytes(sFinal, "old contents");
   CAudioACM o;
   o.SetFileFormat(22050, 1, 17);
   ASSERT_EQ(o.OpenAudioFile(sFinal, AudioFileWrite), 0);
@@ -388,7 +357,7 @@ TEST_F(AudioAcmTest, WriteGoesToATemporaryNameAndTakesItsNameAtClose) {
 
 TEST_F(AudioAcmTest, AFileWithNoAudioIsDeletedAtClose) {
   const std::string sFinal = P("empty.wav");
-  audiotest::WriteAll(sFinal, "old");
+  WriteBytes(sFinal, "old");
   CAudioACM o;
   ASSERT_EQ(o.OpenAudioFile(sFinal, AudioFileWrite), 0);
   const std::string sTemp = o.RecordedFileName();
@@ -399,17 +368,22 @@ TEST_F(AudioAcmTest, AFileWithNoAudioIsDeletedAtClose) {
   // Less than one codec block of audio is still audio: one block, padded with silence,
   // whose "fact" counts the audio alone.
   ASSERT_EQ(Write(sFinal, 22050, 1, 17, audiotest::Sine(440, 44100, 2, 0.02)), 0);
-  const std::string s = audiotest::ReadAll(sFinal);
+  const std::string s = ReadBytes(sFinal);
   const auto aChunks = audiotest::Chunks(s);
   ASSERT_EQ(aChunks.size(), 3u);
   EXPECT_EQ(Le32(s, aChunks[1].lOffset), 441u);
   EXPECT_EQ(aChunks[2].lSize, 512u);
 }
 
+// A failed open leaves the name alone, nothing open, and the trace's nesting where it was.
 TEST_F(AudioAcmTest, OpenFailuresLeaveTheNameAlone) {
+  AppGlobal::SetDebugMode(5);
+  DebugLog::ResetForTesting();
+  DebugMsg("Start Caller", 5, 1);
   CAudioACM o;
   o.SetAudioFileName("before.wav");
   EXPECT_EQ(o.OpenAudioFile(P("no/such/folder/x.wav"), AudioFileWrite), -10);  // no temporary name there
+  EXPECT_EQ(DebugLog::Indent(), 1);
   EXPECT_EQ(o.AudioFileName(), "before.wav");
   EXPECT_EQ(o.CloseAudioFile(), -1) << "a failed open leaves nothing open";
   EXPECT_EQ(o.OpenAudioFile(P("x.wav"), 7), 0);
@@ -445,7 +419,7 @@ TEST_F(AudioAcmTest, AFullDiskFailsTheWriteOrTheCloseAndKeepsNoFinalFile) {
     EXPECT_EQ(o.WriteAudioData(aMem.data() + 88200, 176400), -4);
     EXPECT_EQ(o.WriteAudioData(aMem.data() + 176400, 176400), 0);
     EXPECT_EQ(o.CloseAudioFile(), 0);
-    const std::string s = audiotest::ReadAll(P("gap.wav"));
+    const std::string s = ReadBytes(P("gap.wav"));
     const auto aChunks = audiotest::Chunks(s);
     ASSERT_EQ(aChunks.size(), 3u);
     EXPECT_EQ(aChunks[2].lSize, 2u * 176400);
@@ -576,7 +550,7 @@ TEST_F(AudioAcmTest, TheFactoryGivesAWavObjectThatWritesAndReleasingItCloses) {
 
 TEST_F(AudioAcmTest, CreateAudioFileCarriesTheCodecFormatAndNoAudio) {
   ASSERT_TRUE(CreateAudioFile(P("fmt.wav"), 44100, 2, 17));
-  const std::string s = audiotest::ReadAll(P("fmt.wav"));
+  const std::string s = ReadBytes(P("fmt.wav"));
   auto a = audiotest::Chunks(s);
   ASSERT_EQ(a.size(), 2u);
   EXPECT_EQ(a[0].sId, "fmt ");

@@ -34,18 +34,16 @@ TEST_F(AudioFormatTest, ChooseAudioClassByNumber) {
   EXPECT_NE(ChooseAudioClass(FormatWAV), ChooseAudioClass(FormatWAV));
 }
 
-TEST_F(AudioFormatTest, NoAudioClass) {
-  CAudioNull o;
+TEST_F(AudioFormatTest, NoAudioClassIsTheSameOnlyAsItself) {
+  CAudioNull o, other;
   CAudioACM wav;
-  CAudioNull other;
-  EXPECT_FALSE(o.IsSameFormat(&wav));
   EXPECT_TRUE(o.IsSameFormat(&other));
+  EXPECT_FALSE(o.IsSameFormat(&wav));
   EXPECT_FALSE(o.IsSameFormat(nullptr));
   EXPECT_FALSE(wav.IsSameFormat(&o));
-  EXPECT_EQ(o.Description(), "No Audio");
-  EXPECT_EQ(o.DataSize(3600), 0.0);
   EXPECT_EQ(o.IAudioFormat_Copy()->FormatType(), FormatNone);
   EXPECT_EQ(o.CommonFormat()->FormatType(), FormatCommonNone);
+  EXPECT_EQ(o.Description(), "No Audio");
 }
 
 TEST_F(AudioFormatTest, NoAudioSaveLeavesNoStaleKeys) {
@@ -78,22 +76,30 @@ TEST_F(AudioFormatTest, WavFormatKeysRoundTripAndDefault) {
 }
 
 TEST_F(AudioFormatTest, WavDescriptionSizesAndAlignment) {
-  CAudioACM o;
-  EXPECT_EQ(o.Description(), "44,100Hz; Stereo PCM ");
-  EXPECT_DOUBLE_EQ(o.DataSize(1), 176400);
-  EXPECT_EQ(o.GetBlockAlign(), 4);
-  o.SetFileFormat(44100, 2, 17);
-  EXPECT_EQ(o.Description(), "44,100Hz; Stereo IMA ADPCM ");
-  EXPECT_DOUBLE_EQ(o.DataSize(1), 44100);
-  EXPECT_EQ(o.GetBlockAlign(), 2048);
-  o.SetFileFormat(22050, 1, 17);
-  EXPECT_EQ(o.GetBlockAlign(), 512);
-  EXPECT_EQ(o.Description(), "22,050Hz; Mono IMA ADPCM ");
-  o.SetFileFormat(8000, 1, 2);
-  EXPECT_EQ(o.Description(), "8,000Hz; Mono");
-  EXPECT_DOUBLE_EQ(o.DataSize(2), 8000);
-  EXPECT_EQ(o.GetBlockAlign(), 2);
-  EXPECT_EQ(o.FileFormatBlock().size(), 50u);
+  struct Case {
+    int rate, ch, tag;
+    const char* text;
+    double size;  // a second
+    int32_t align;
+  } cases[] = {{44100, 2, 1, "44,100Hz; Stereo PCM ", 176400, 4},
+               {44100, 2, 17, "44,100Hz; Stereo IMA ADPCM ", 44100, 2048},
+               {22050, 1, 17, "22,050Hz; Mono IMA ADPCM ", 11025, 512},
+               {8000, 1, 2, "8,000Hz; Mono", 4000, 2}};
+  for (const auto& c : cases) {
+    CAudioACM o;
+    o.SetFileFormat(c.rate, c.ch, c.tag);
+    EXPECT_EQ(o.Description(), c.text);
+    EXPECT_DOUBLE_EQ(o.DataSize(1), c.size) << c.text;
+    EXPECT_EQ(o.GetBlockAlign(), c.align) << c.text;
+  }
+}
+
+TEST(FormatHelpers, NumberRules) {
+  for (auto [d, i] : {std::pair{2.5, 3}, {-2.5, -3}, {2.49, 2}, {1e12, 2147483647}, {-1e12, -2147483647 - 1}})
+    EXPECT_EQ(RoundToInt(d), i) << d;
+  for (auto [v, s] : {std::pair<int64_t, const char*>{0, "0"}, {999, "999"}, {1000, "1,000"},
+                      {1234567, "1,234,567"}, {-44100, "-44,100"}})
+    EXPECT_EQ(GroupThousands(v), s);
 }
 
 TEST_F(AudioFormatTest, WavSameFormatCopyAndCommonFormat) {

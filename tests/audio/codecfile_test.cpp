@@ -119,18 +119,18 @@ TEST_F(CodecFileRead, LengthIsTheAudioPresent) {
   };
   for (const auto& m : made) {
     FfmpegConvert(P("odd.wav"), P(m.name), m.opts);
-    auto bytes = audiotest::ReadAll(P(m.name));
+    auto bytes = ReadBytes(P(m.name));
     const bool bOgg = std::string(m.name).ends_with(".ogg");
     size_t lCut = bytes.size() * 11 / 20 + 37;
     if (bOgg) {
-      audiotest::WriteAll(P("cutpage_a.ogg"), bytes.substr(0, lCut));
+      WriteBytes(P("cutpage_a.ogg"), bytes.substr(0, lCut));
       CodecFile f;
       EXPECT_THROW(f.Open(P("cutpage_a.ogg"), 0, 1), CodecError);
       lCut = bytes.find("OggS", lCut);
       ASSERT_NE(lCut, std::string::npos);
     }
     const std::string sCut = std::string("cut_") + m.name;
-    audiotest::WriteAll(P(sCut), bytes.substr(0, lCut));
+    WriteBytes(P(sCut), bytes.substr(0, lCut));
     long lWhole = 0;
     for (const std::string& sFile : {std::string(m.name), sCut}) {
       SCOPED_TRACE(sFile);
@@ -199,8 +199,8 @@ TEST_F(CodecFileRead, DownmixesDownsamplesAndAFormatChangeKeepsThePosition) {
 }
 
 TEST_F(CodecFileRead, RefusesWhatIsNotAudio) {
-  audiotest::WriteAll(P("text.mp3"), std::string(5000, 'x'));
-  audiotest::WriteAll(P("empty.wav"), "");
+  WriteBytes(P("text.mp3"), std::string(5000, 'x'));
+  WriteBytes(P("empty.wav"), "");
   CodecFile f;
   EXPECT_THROW(f.Open(P("missing.mp3"), 0, 1), CodecError);
   EXPECT_THROW(f.Open(P("text.mp3"), 0, 1), CodecError);
@@ -212,16 +212,14 @@ TEST_F(CodecFileRead, RefusesWhatIsNotAudio) {
 
 // Truncated and damaged compressed files read to a clean end.
 TEST_F(CodecFileRead, DamagedFilesEndCleanly) {
-  FfmpegConvert(P("src.wav"), P("a.mp3"), "-c:a libmp3lame -b:a 128k");
-  FfmpegConvert(P("src.wav"), P("a.ogg"), "-c:a libvorbis -b:a 96k");
-  FfmpegConvert(P("src.wav"), P("a.wma"), "-c:a wmav2 -b:a 64k");
   std::srand(7);
-  for (std::string s : {"a.mp3", "a.ogg", "a.wma"}) {
-    auto a = audiotest::ReadAll(P(s));
-    audiotest::WriteAll(P("half_" + s), a.substr(0, a.size() / 2));
-    auto noisy = a;
-    for (size_t i = noisy.size() / 4; i < noisy.size(); i += 97) noisy[i] = static_cast<char>(std::rand());
-    audiotest::WriteAll(P("noisy_" + s), noisy);
+  for (auto [s, sOpts] : {std::pair{std::string("a.mp3"), "-c:a libmp3lame -b:a 128k"},
+                          {std::string("a.ogg"), "-c:a libvorbis -b:a 96k"}, {std::string("a.wma"), "-c:a wmav2 -b:a 64k"}}) {
+    FfmpegConvert(P("src.wav"), P(s), sOpts);
+    auto a = ReadBytes(P(s));
+    WriteBytes(P("half_" + s), a.substr(0, a.size() / 2));
+    for (size_t i = a.size() / 4; i < a.size(); i += 97) a[i] = static_cast<char>(std::rand());
+    WriteBytes(P("noisy_" + s), a);
     for (std::string v : {"half_" + s, "noisy_" + s}) {
       SCOPED_TRACE(v);
       CodecFile f;
@@ -230,11 +228,9 @@ TEST_F(CodecFileRead, DamagedFilesEndCleanly) {
       } catch (const CodecError&) {
         continue;  // refusing a damaged file is a clean result too
       }
-      auto all = ReadAll(f);
-      EXPECT_LT(all.size() / 2, 44100u * 3);
-      if (v.starts_with("half_")) {
-        EXPECT_GT(all.size() / 2, 44100u / 4);
-      }
+      const size_t lFrames = ReadAll(f).size() / 2;
+      EXPECT_LT(lFrames, 44100u * 3);
+      EXPECT_TRUE(v.starts_with("noisy_") || lFrames > 44100u / 4);
     }
   }
 }
@@ -259,19 +255,14 @@ TEST_F(CodecFileWrite, WritesEachFormat) {
     SCOPED_TRACE(c.name);
     CodecFile f;
     f.SetArrayFormat(44100, 2);
-    if (c.type == CodecFile::kTypeMP3) {
-      Mp3Options o;
-      o.SetSampleRate(c.rate);
-      o.SetChannels(c.channels);
-      o.SetBitRate(c.kbps);
-      f.SetFormatMP3(o);
-    } else if (c.type == CodecFile::kTypeMP2) {
-      f.SetFormatMP2(c.rate, c.kbps, c.channels);
-    } else if (c.type == CodecFile::kTypeOGG) {
-      f.SetFormatOGG(c.rate, c.channels, c.kbps, 0, 0, true);
-    } else {
-      f.SetFormatPCM(c.rate, c.channels, 16);
-    }
+    Mp3Options o;
+    o.SetSampleRate(c.rate);
+    o.SetChannels(c.channels);
+    o.SetBitRate(c.kbps);
+    if (c.type == CodecFile::kTypeMP3) f.SetFormatMP3(o);
+    else if (c.type == CodecFile::kTypeMP2) f.SetFormatMP2(c.rate, c.kbps, c.channels);
+    else if (c.type == CodecFile::kTypeOGG) f.SetFormatOGG(c.rate, c.channels, c.kbps, 0, 0, true);
+    else f.SetFormatPCM(c.rate, c.channels, 16);
     EXPECT_EQ(f.BitRate(), c.kbps ? c.kbps * 1000 : c.rate * c.channels * 16);
     f.Create(P(c.name), c.type);
     EXPECT_EQ(f.State(), 2);
@@ -317,7 +308,7 @@ TEST_F(CodecFileWrite, ImaAdpcmBlockLayout) {
   g.Close();
   auto m = Probe(P("like.wav"));
   EXPECT_EQ(m["codec_name"], "adpcm_ima_wav");
-  EXPECT_EQ(audiotest::Le16(audiotest::ReadAll(P("like.wav")), 32), 1024);
+  EXPECT_EQ(audiotest::Le16(ReadBytes(P("like.wav")), 32), 1024);
   EXPECT_EQ(m["sample_rate"], "44100");
 }
 

@@ -48,14 +48,28 @@ class ConversionStreamTest : public ::testing::Test {
   static constexpr int kBlockBytes = 1017 * 2;  // PCM bytes of one codec block
 };
 
-TEST_F(ConversionStreamTest, OpenDoublesTheSourceBufferAndSizesTheDestination) {
+// The open doubles the source buffer and sizes the destination; the close frees the
+// buffers and keeps the doubled size, which a new open does not double again.
+TEST_F(ConversionStreamTest, OpenDoublesTheSourceBufferAndCloseFreesIt) {
+  ConversionStream tNever;
+  EXPECT_EQ(CloseConversionStream(tNever), 0);
   OpenEncoder(4096);
   EXPECT_TRUE(m_t.streamHandle);
   EXPECT_EQ(m_t.SourceBufferSize, 8192u);
   EXPECT_EQ(m_t.estDestBufferSize, 2u * 3 * 512);  // 4096 bytes need 3 blocks
-  EXPECT_EQ(m_t.BufferUsed, 0u);
   ASSERT_TRUE(m_t.lpDstFormat);
   EXPECT_EQ(m_t.lpDstFormat->Extra, Ima22050Mono().Extra);
+  std::vector<uint8_t> aBuf(8192, 0);
+  int32_t n = 3000;
+  ASSERT_EQ(Convert(m_t, aBuf.data(), n, aBuf.size()), 0);
+  EXPECT_EQ(CloseConversionStream(m_t), 0);
+  EXPECT_FALSE(m_t.streamHandle);
+  EXPECT_EQ(m_t.lpSourceBuffer, nullptr);
+  EXPECT_EQ(m_t.BufferUsed, 0u);
+  EXPECT_FALSE(m_t.lpSrcFormat);
+  EXPECT_EQ(m_t.SourceBufferSize, 8192u);
+  OpenEncoder(4096);
+  EXPECT_EQ(m_t.SourceBufferSize, 8192u);
   EXPECT_TRUE(m_aBoxes.empty());
 }
 
@@ -131,24 +145,6 @@ TEST_F(ConversionStreamTest, APieceThatWouldOverrunTheSourceBufferIsRefused) {
   EXPECT_EQ(Convert(m_t, aBuf.data(), n, aBuf.size()), 0);
   EXPECT_EQ(n, 4 * 512);
   EXPECT_EQ(m_t.BufferUsed, 8192u - 4 * kBlockBytes);
-}
-
-TEST_F(ConversionStreamTest, CloseReopenAndCloseOfANeverOpenedStream) {
-  ConversionStream tNever;
-  EXPECT_EQ(CloseConversionStream(tNever), 0);
-  OpenEncoder(4096);
-  std::vector<uint8_t> aBuf(8192, 0);
-  int32_t n = 3000;
-  ASSERT_EQ(Convert(m_t, aBuf.data(), n, aBuf.size()), 0);
-  EXPECT_EQ(CloseConversionStream(m_t), 0);
-  EXPECT_FALSE(m_t.streamHandle);
-  EXPECT_EQ(m_t.lpSourceBuffer, nullptr);
-  EXPECT_EQ(m_t.BufferUsed, 0u);
-  EXPECT_FALSE(m_t.lpSrcFormat);
-  EXPECT_EQ(m_t.SourceBufferSize, 8192u) << "the close leaves the doubled size";
-  OpenEncoder(4096);
-  EXPECT_EQ(m_t.SourceBufferSize, 8192u);
-  EXPECT_TRUE(m_aBoxes.empty());
 }
 
 TEST(MMErrorText, KnownUnknownAndNone) {

@@ -53,7 +53,7 @@ class WavExactSources : public codectest::ScratchTest {
     SetMsgBoxHandler(m_oOldBox);
     ScratchTest::TearDown();
   }
-  std::string Trace() { return audiotest::ReadAll(DebugLog::CurrentFile()); }
+  std::string Trace() { return ReadBytes(DebugLog::CurrentFile()); }
 
   std::vector<std::string> m_aBoxes;
   MsgBoxHandler m_oOldBox;
@@ -79,7 +79,7 @@ TEST_F(WavExactSources, CrashCutHeadersReadToTheEndOfTheFileInWholeBlocks) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.sName);
-    std::string s = audiotest::ReadAll(P(c.sBase));
+    std::string s = ReadBytes(P(c.sBase));
     const auto aChunks = audiotest::Chunks(s);
     const auto& data = aChunks.back();
     ASSERT_EQ(data.sId, "data");
@@ -89,7 +89,7 @@ TEST_F(WavExactSources, CrashCutHeadersReadToTheEndOfTheFileInWholeBlocks) {
     s.replace(data.lOffset - 4, 4, U32(c.lData == 2 ? data.lSize + 100000 : c.lData));
     s.resize(s.size() - c.lCut);
     const std::string sBad = P("cut.wav");
-    audiotest::WriteAll(sBad, s);
+    WriteBytes(sBad, s);
     const int64_t llBytes = static_cast<int64_t>(s.size() - data.lOffset) / iAlign * iAlign;
     const int64_t llFrames = bIma ? llBytes / iAlign * Le16(s, aChunks[0].lOffset + 18) : llBytes / iAlign;
 
@@ -101,7 +101,7 @@ TEST_F(WavExactSources, CrashCutHeadersReadToTheEndOfTheFileInWholeBlocks) {
     EXPECT_NE(Trace().find("header repaired", lTraceFrom), std::string::npos);
     // The whole audio converts, and the source stays as it was.
     wavmatrix::CheckConversion(sBad, llFrames, 22050, Target{17, 22050, 1}, Root());
-    EXPECT_TRUE(audiotest::ReadAll(sBad) == s) << "the source was changed";
+    EXPECT_TRUE(ReadBytes(sBad) == s) << "the source was changed";
   }
   EXPECT_TRUE(m_aBoxes.empty());
 }
@@ -110,13 +110,13 @@ TEST_F(WavExactSources, AnEmptyDataChunkOfAWellClosedFileStaysEmpty) {
   // A closed file states its sizes truly: "data" 0 with a LIST chunk behind it is no
   // audio, and the LIST chunk is not read as audio.
   codectest::MakeToneWav(P("pcm.wav"), 22050, 1, 0.5);
-  std::string s = audiotest::ReadAll(P("pcm.wav"));
+  std::string s = ReadBytes(P("pcm.wav"));
   const auto data = audiotest::Chunks(s).back();
   s.resize(data.lOffset);
   s.replace(data.lOffset - 4, 4, U32(0));
   s += "LIST" + U32(12) + "INFOISFT" + U32(0);
   s.replace(4, 4, U32(static_cast<uint32_t>(s.size() - 8)));
-  audiotest::WriteAll(P("empty.wav"), s);
+  WriteBytes(P("empty.wav"), s);
   CAudioACM o;
   ASSERT_EQ(o.OpenAudioFile(P("empty.wav"), AudioFileRead), 0);
   EXPECT_EQ(o.AudioLength(), 0.0);
@@ -150,7 +150,7 @@ TEST_F(WavExactSources, ExtensibleAndFloatSourcesReadThroughTheirSubFormat) {
   ASSERT_EQ(RunProgram("sox -n -r 44100 -c 2 -e floating-point -b 32 " + Quote(P("soxf.wav")) +
                        " synth 2 sine 440 vol 0.5"), 0);
   codectest::MakeToneWav(P("s16.wav"), 44100, 2, 2.0);
-  audiotest::WriteAll(P("x16.wav"), AsExtensible(audiotest::ReadAll(P("s16.wav")), 1));
+  WriteBytes(P("x16.wav"), AsExtensible(ReadBytes(P("s16.wav")), 1));
   struct Case {
     const char* sFile;
     uint16_t iTag;  // as the file states it
@@ -158,7 +158,7 @@ TEST_F(WavExactSources, ExtensibleAndFloatSourcesReadThroughTheirSubFormat) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.sFile);
     const std::string sSrc = P(c.sFile);
-    const std::string s = audiotest::ReadAll(sSrc);
+    const std::string s = ReadBytes(sSrc);
     const uint16_t iTag = Le16(s, audiotest::Chunks(s)[0].lOffset);
     if (c.iTag) {
       EXPECT_EQ(iTag, c.iTag);
@@ -172,13 +172,7 @@ TEST_F(WavExactSources, ExtensibleAndFloatSourcesReadThroughTheirSubFormat) {
     CAudioACM oPcm;
     oPcm.SetFileFormat(44100, 2, 1);
     EXPECT_FALSE(o.IsSameFormat(&oPcm)) << "a file that is not 16-bit PCM is converted";
-    std::vector<uint8_t> aBuf(2 * 176400);
-    int32_t n;
-    while ((n = o.ReadAudioData(aBuf.data(), 1.0f)) > 0) {
-      const auto* p = reinterpret_cast<const int16_t*>(aBuf.data());
-      aOurs.insert(aOurs.end(), p, p + n / 2);
-    }
-    EXPECT_EQ(n, 0);
+    aOurs = audiotest::ReadToEnd(o);
     ASSERT_EQ(aOurs.size(), aRef.size());
     int iWorst = 0;
     for (size_t i = 0; i < aRef.size(); ++i) iWorst = std::max(iWorst, std::abs(aOurs[i] - aRef[i]));
@@ -187,7 +181,7 @@ TEST_F(WavExactSources, ExtensibleAndFloatSourcesReadThroughTheirSubFormat) {
     wavmatrix::CheckConversion(sSrc, static_cast<int64_t>(aRef.size() / 2), 44100, Target{17, 22050, 1}, Root());
   }
   // A sub-format that no codec reads is refused at the open, without a message box.
-  audiotest::WriteAll(P("x85.wav"), AsExtensible(audiotest::ReadAll(P("s16.wav")), 0x55));
+  WriteBytes(P("x85.wav"), AsExtensible(ReadBytes(P("s16.wav")), 0x55));
   CAudioACM o;
   EXPECT_EQ(o.OpenAudioFile(P("x85.wav"), AudioFileRead), -10);
   EXPECT_FALSE(o.AudioOpen());

@@ -13,7 +13,6 @@
 namespace shuttlematrix {
 
 using codectest::DecodedFrames;
-using codectest::Shell;
 
 inline const std::string kShuttle = std::string(KN_BIN_DIR) + "/SoundShuttle";
 
@@ -64,10 +63,10 @@ inline Result Convert(const std::string& sDir, const std::string& sSrc, int iRat
   std::string sFormat = "FormatType=" + std::to_string(t.iType) + ";SampleRate=" + std::to_string(r.iRate) +
                         ";Channels=" + std::to_string(iChannels) +
                         ";BitRate=" + std::to_string(TargetKbps(t, r.iRate)) + ";ProfileNum=0";
-  int rc = 0;
-  std::string sErr = Shell(Quote(kShuttle) + " " + Quote("/SRCFILE=" + sSrc) + " " + Quote("/DSTFILE=" + sDst) +
-                               " " + Quote("/DSTFORMAT=" + sFormat) + " 2>&1",
-                           &rc);
+  std::string sErr;
+  const int rc = RunProgram(Quote(kShuttle) + " " + Quote("/SRCFILE=" + sSrc) + " " + Quote("/DSTFILE=" + sDst) +
+                                " " + Quote("/DSTFORMAT=" + sFormat),
+                            &sErr);
   if (rc != 0) {
     r.sError = "copier failed (" + std::to_string(rc) + "): " + sErr;
     return r;

@@ -43,9 +43,8 @@ int RunShuttle(const std::vector<std::string>& aArgs, std::string* psErr = nullp
   static std::atomic<int> s_iRun{0};
   std::string sErrFile = fs::temp_directory_path() /
                          ("shuttle_err_" + std::to_string(getpid()) + "_" + std::to_string(s_iRun++));
-  int rc = 0;
-  Shell("(" + sCmd + " 2>" + Quote(sErrFile) + " >/dev/null)", &rc);
-  if (psErr) *psErr = audiotest::ReadAll(sErrFile);
+  const int rc = RunProgram("(" + sCmd + " 2>" + Quote(sErrFile) + " >/dev/null)");
+  if (psErr) *psErr = ReadBytes(sErrFile);
   fs::remove(sErrFile);
   return rc;
 }
@@ -128,7 +127,7 @@ TEST_F(SoundShuttleTest, ConvertsToEveryFormat) {
     // The container's own figure: WMA's counts the frame of silence in front as well.
     EXPECT_NEAR(std::atof(m["format_duration"].c_str()), 1.5, c.type == 2 ? 0.05 : c.type == 16 ? 0.15 : 0.1);
     if (c.tag == 17 && c.type == 2) {
-      EXPECT_EQ(audiotest::Le16(audiotest::ReadAll(sDst), 32), 1024);  // the platform's layout
+      EXPECT_EQ(audiotest::Le16(ReadBytes(sDst), 32), 1024);  // the platform's layout
     }
     const double dSecs = GetAudioLengthSecs(sDst);
     EXPECT_NEAR(dSecs, 1.5, 0.1);
@@ -158,7 +157,7 @@ TEST_F(SoundShuttleTest, TakesTheProcessorsCommandLine) {
 }
 
 TEST_F(SoundShuttleTest, FailuresGiveOneClearLineAndNoFile) {
-  audiotest::WriteAll(P("text.wav"), std::string(3000, 'a'));
+  WriteBytes(P("text.wav"), std::string(3000, 'a'));
   const std::string sSrc = "/SRCFILE=" + P("src.wav"), sMp3 = "/DSTFILE=" + P("x.mp3");
   const std::string sFormat = "/DSTFORMAT=" + FormatText(4, 44100, 2, 128);
   struct Case {
@@ -253,44 +252,34 @@ bool HasTempFile(const std::string& sRoot) {
 // at all.
 TEST_F(SoundShuttleTest, InterruptedRunLeavesNoDestination) {
   MakeToneWav(P("long.wav"), 44100, 2, 120.0);
-  {
-    pid_t pid = StartLongRun(Root(), P("long.wav"), P("killed.mp3"));
+  for (int iSignal : {SIGKILL, SIGTERM}) {
+    SCOPED_TRACE(iSignal);
+    pid_t pid = StartLongRun(Root(), P("long.wav"), P("stopped.mp3"));
     ASSERT_NE(pid, 0);
-    kill(pid, SIGKILL);
+    kill(pid, iSignal);
     int status = 0;
     waitpid(pid, &status, 0);
     EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_FALSE(fs::exists(P("killed.mp3")));
+    EXPECT_FALSE(fs::exists(P("stopped.mp3")));
+    // SIGKILL cannot be caught: its temporary file is the processor's to clean.
+    EXPECT_EQ(HasTempFile(Root()), iSignal == SIGKILL);
     for (const auto& s : FilesIn(Root()))
-      if (s.starts_with(".killed.mp3.shuttle-")) fs::remove(P(s));  // the processor's to clean
+      if (s.starts_with(".stopped.mp3.shuttle-")) fs::remove(P(s));
   }
-  {
-    pid_t pid = StartLongRun(Root(), P("long.wav"), P("term.mp3"));
-    ASSERT_NE(pid, 0);
-    kill(pid, SIGTERM);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_FALSE(fs::exists(P("term.mp3")));
-    EXPECT_FALSE(HasTempFile(Root()));
-  }
-  {
-    // A real limit: the kernel stops the write past 400 KB with SIGXFSZ.
-    std::string sErr;
-    int rc = RunShuttle({"/SRCFILE=" + P("long.wav"), "/DSTFILE=" + P("big.mp3"),
-                         "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
-                        &sErr, "ulimit -f 400; ");
-    EXPECT_NE(rc, 0);
-    EXPECT_FALSE(fs::exists(P("big.mp3")));
-    EXPECT_FALSE(HasTempFile(Root()));
-  }
+  // A real limit: the kernel stops the write past 400 KB with SIGXFSZ.
+  EXPECT_NE(RunShuttle({"/SRCFILE=" + P("long.wav"), "/DSTFILE=" + P("big.mp3"),
+                        "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
+                       nullptr, "ulimit -f 400; "),
+            0);
+  EXPECT_FALSE(fs::exists(P("big.mp3")));
+  EXPECT_FALSE(HasTempFile(Root()));
 }
 
 // The destination is never replaced: not when it exists at the start (the run fails at
 // once), nor when it appears while the run is at work. It stays byte for byte, the
 // run's output goes, and the line says what to do.
 TEST_F(SoundShuttleTest, NeverReplacesADestination) {
-  audiotest::WriteAll(P("keep.mp3"), std::string(100, 'k'));
+  WriteBytes(P("keep.mp3"), std::string(100, 'k'));
   std::string sErr;
   EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("keep.mp3"),
                         "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
@@ -299,19 +288,19 @@ TEST_F(SoundShuttleTest, NeverReplacesADestination) {
   EXPECT_NE(sErr.find("destination " + P("keep.mp3") + " exists and is not replaced: remove it"),
             std::string::npos)
       << sErr;
-  EXPECT_EQ(audiotest::ReadAll(P("keep.mp3")), std::string(100, 'k'));
+  EXPECT_EQ(ReadBytes(P("keep.mp3")), std::string(100, 'k'));
 
   MakeToneWav(P("long.wav"), 44100, 2, 60.0);
   const std::string sErrFile = P("race.err");
   pid_t pid = StartLongRun(Root(), P("long.wav"), P("late.mp3"), "exec 2>" + Quote(sErrFile) + "; ");
   ASSERT_NE(pid, 0);
-  audiotest::WriteAll(P("late.mp3"), std::string(50, 'l'));
+  WriteBytes(P("late.mp3"), std::string(50, 'l'));
   int status = 0;
   waitpid(pid, &status, 0);
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 3);
-  EXPECT_NE(audiotest::ReadAll(sErrFile).find("exists and is not replaced"), std::string::npos);
-  EXPECT_EQ(audiotest::ReadAll(P("late.mp3")), std::string(50, 'l'));
+  EXPECT_NE(ReadBytes(sErrFile).find("exists and is not replaced"), std::string::npos);
+  EXPECT_EQ(ReadBytes(P("late.mp3")), std::string(50, 'l'));
   EXPECT_FALSE(HasTempFile(Root()));
 }
 
@@ -337,10 +326,9 @@ TEST_F(SoundShuttleTest, FirstAndLastSamplesArriveInPlace) {
   const int n = 1152 * 20 - 60;
   std::string sRaw(static_cast<size_t>(n) * 2, '\0');
   for (int i : {100, n - 100}) sRaw[2 * i + 1] = 0x50;  // 0x5000: a loud single sample
-  audiotest::WriteAll(P("clicks.raw"), sRaw);
-  int rc = 0;
-  Shell("sox -t raw -r 44100 -e signed -b 16 -c 1 " + Quote(P("clicks.raw")) + " " + Quote(P("clicks.wav")), &rc);
-  ASSERT_EQ(rc, 0);
+  WriteBytes(P("clicks.raw"), sRaw);
+  ASSERT_EQ(RunProgram("sox -t raw -r 44100 -e signed -b 16 -c 1 " + Quote(P("clicks.raw")) + " " + Quote(P("clicks.wav"))),
+            0);
   for (const auto& t : kTargets) {
     SCOPED_TRACE(t.ext);
     const std::string sDst = P(std::string("clicks.") + t.ext);
@@ -367,9 +355,8 @@ TEST_F(SoundShuttleTest, FirstAndLastSamplesArriveInPlace) {
 }
 
 TEST_F(SoundShuttleTest, HelpDescribesTheFormatText) {
-  int rc = 0;
-  std::string s = Shell(Quote(kShuttle) + " --help", &rc);
-  EXPECT_EQ(rc, 0);
+  std::string s;
+  EXPECT_EQ(RunProgram(Quote(kShuttle) + " --help", &s), 0);
   for (const char* k : {"/SRCFILE=", "/DSTFORMAT=", "FormatType=", "ProfileNum", "ProfileFile", "FormatTag"})
     EXPECT_NE(s.find(k), std::string::npos) << k;
 }

@@ -1,6 +1,5 @@
 // SoundShuttle: the external copier. Converts one audio file into the format named on
 // its command line; see ShuttleUsage() for the command line and the format text.
-#include <fcntl.h>
 #include <malloc.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -14,12 +13,14 @@
 #include <vector>
 
 #include "ShuttleArgs.h"
+#include "audio/AudioFormatHelpers.h"
 #include "audio/AudioTypes.h"
 #include "audio/CommonAudioFormat.h"
 #include "audio/codec/CodecError.h"
 #include "audio/codec/CodecFile.h"
 #include "audio/codec/WmaFile.h"
 #include "support/FileUtils.h"
+#include "support/UniqueFd.h"
 
 namespace {
 
@@ -58,31 +59,6 @@ struct Failure {
 int g_iDebug = 0;
 void Trace(const std::string& s) {
   if (g_iDebug) std::fprintf(stderr, "SoundShuttle: %s\n", s.c_str());
-}
-
-std::string FolderOf(const std::string& sPath) {
-  size_t i = sPath.find_last_of('/');
-  if (i == std::string::npos) return ".";
-  if (i == 0) return "/";
-  return sPath.substr(0, i);
-}
-
-std::string NameOf(const std::string& sPath) {
-  size_t i = sPath.find_last_of('/');
-  return i == std::string::npos ? sPath : sPath.substr(i + 1);
-}
-
-bool EndsWithNoCase(const std::string& s, const std::string& sEnd) {
-  if (s.size() < sEnd.size()) return false;
-  return strcasecmp(s.c_str() + s.size() - sEnd.size(), sEnd.c_str()) == 0;
-}
-
-int SyncPath(const std::string& sPath, bool bFolder) {
-  int fd = open(sPath.c_str(), (bFolder ? O_RDONLY | O_DIRECTORY : O_RDONLY) | O_CLOEXEC);
-  if (fd < 0) return errno;
-  int rc = fsync(fd) == 0 ? 0 : errno;
-  close(fd);
-  return rc;
 }
 
 // The writer of the destination: a codec file or a WMA file.
@@ -187,11 +163,10 @@ Failure DestinationExists(const std::string& sDst) {
                                        " exists and is not replaced: remove it or name another destination"};
 }
 
-void Convert(const ShuttleArgs& args) {
-  {
-    struct stat st {};
-    if (lstat(args.sDstFile.c_str(), &st) == 0) throw DestinationExists(args.sDstFile);
-  }
+// The destination's writer for the format text, or the failure that says why there is none.
+std::unique_ptr<Destination> MakeDestination(const ShuttleArgs& args) {
+  struct stat st {};
+  if (lstat(args.sDstFile.c_str(), &st) == 0) throw DestinationExists(args.sDstFile);
   CommonAudioFormat fmt;
   if (!fmt.ParseFormatText(args.sDstFormat))
     throw Failure{kExitUsage, "no FormatType in the format text: " + args.sDstFormat};
@@ -201,12 +176,14 @@ void Convert(const ShuttleArgs& args) {
   } catch (const CodecError& e) {
     throw Failure{kExitUsage, "unusable destination format (" + e.Description + "): " + args.sDstFormat};
   }
-  Destination& dst = *pDst;
-  Trace("destination " + std::to_string(dst.SampleRate()) + " Hz, " + std::to_string(dst.Channels()) +
-        " channels, " + std::to_string(dst.BitRate()) + " bit/s");
+  Trace("destination " + std::to_string(pDst->SampleRate()) + " Hz, " + std::to_string(pDst->Channels()) +
+        " channels, " + std::to_string(pDst->BitRate()) + " bit/s");
+  return pDst;
+}
 
-  CodecFile src;
-  src.SetUseWindowsMedia(EndsWithNoCase(args.sSrcFile, ".wma"));
+// Opens the source, delivering samples at the destination's rate and channels.
+void OpenSource(CodecFile& src, const ShuttleArgs& args, const Destination& dst) {
+  src.SetUseWindowsMedia(FormatTypeFromFile(args.sSrcFile) == FormatWMA);
   src.SetArrayFormat(dst.SampleRate(), dst.Channels());
   try {
     src.Open(args.sSrcFile, 0, 1);
@@ -216,34 +193,36 @@ void Convert(const ShuttleArgs& args) {
       throw Failure{kExitFailed, "cannot read source " + args.sSrcFile + ": " + std::strerror(errno)};
     throw Failure{kExitFailed, "source is not readable audio: " + args.sSrcFile};
   }
-  Trace("source " + std::to_string(src.SampleRate()) + " Hz, " + std::to_string(src.Channels()) +
-        " channels, " + std::to_string(src.LengthMs()) + " ms");
+  Trace("source " + std::to_string(src.SampleRate()) + " Hz, " + std::to_string(src.Channels()) + " channels, " +
+        std::to_string(src.LengthMs()) + " ms");
+}
 
-  // The temporary file beside the destination.
-  std::string sFolder = FolderOf(args.sDstFile);
-  std::string sTemplate = sFolder + "/." + NameOf(args.sDstFile) + ".shuttle-XXXXXX";
+// The temporary file beside the destination: made empty, its name known to the signal
+// handler, and removed when the guard goes unless it was kept.
+struct TempGuard {
+  std::string sPath;
+  bool bKeep = false;
+  ~TempGuard() {
+    if (!bKeep) unlink(sPath.c_str());
+    g_szTempFile[0] = '\0';
+  }
+};
+
+std::string MakeTempFile(const std::string& sDstFile) {
+  const std::string sFolder = FolderOf(sDstFile);
+  const std::string sTemplate = sFolder + "/." + NameOf(sDstFile) + ".shuttle-XXXXXX";
   if (sTemplate.size() >= sizeof g_szTempFile)
-    throw Failure{kExitDestination, "destination path too long: " + args.sDstFile};
+    throw Failure{kExitDestination, "destination path too long: " + sDstFile};
   std::vector<char> aName(sTemplate.begin(), sTemplate.end());
   aName.push_back('\0');
-  int fd = mkstemp(aName.data());
-  if (fd < 0)
-    throw Failure{kExitDestination,
-                  "cannot write in folder " + sFolder + ": " + std::strerror(errno)};
-  close(fd);
-  std::string sTemp = aName.data();
-  std::memcpy(g_szTempFile, sTemp.c_str(), sTemp.size() + 1);
-  // Whatever ends this routine early, the temporary file goes with it.
-  struct TempGuard {
-    std::string sPath;
-    bool bKeep = false;
-    ~TempGuard() {
-      if (!bKeep) unlink(sPath.c_str());
-      g_szTempFile[0] = '\0';
-    }
-  } guard{sTemp};
-  Trace("writing " + sTemp);
+  UniqueFd fd(mkstemp(aName.data()));
+  if (!fd) throw Failure{kExitDestination, "cannot write in folder " + sFolder + ": " + std::strerror(errno)};
+  std::memcpy(g_szTempFile, aName.data(), aName.size());
+  return aName.data();
+}
 
+// Every sample of the source through the destination's encoder into sTemp.
+void CopySamples(CodecFile& src, Destination& dst, const std::string& sTemp) {
   try {
     dst.Create(sTemp);
     int64_t lFrames = 0;
@@ -264,18 +243,31 @@ void Convert(const ShuttleArgs& args) {
   } catch (const CodecError& e) {
     throw Failure{kExitFailed, "conversion failed: " + e.Description};
   }
-  if (int rc = SyncPath(sTemp, false)) {
-    throw Failure{kExitDestination, "cannot flush " + sTemp + ": " + std::strerror(rc)};
-  }
-  chmod(sTemp.c_str(), 0644 & ~[] { mode_t m = umask(0); umask(m); return m; }());
-  // Never over another file: one that appeared under the name while this run worked
-  // stays as it is, and this run's output goes.
-  if (int iErr = RenameNoReplace(sTemp, args.sDstFile)) {
-    if (iErr == EEXIST) throw DestinationExists(args.sDstFile);
-    throw Failure{kExitDestination, "cannot rename to " + args.sDstFile + ": " + std::strerror(iErr)};
+}
+
+// The finished temporary file, flushed, under the destination's name; never over another
+// file: one that appeared under the name while this run worked stays as it is, and this
+// run's output goes.
+void PutInPlace(TempGuard& guard, const std::string& sDstFile) {
+  if (int rc = SyncFile(guard.sPath))
+    throw Failure{kExitDestination, "cannot flush " + guard.sPath + ": " + std::strerror(rc)};
+  chmod(guard.sPath.c_str(), 0644 & ~[] { mode_t m = umask(0); umask(m); return m; }());
+  if (int iErr = RenameNoReplace(guard.sPath, sDstFile)) {
+    if (iErr == EEXIST) throw DestinationExists(sDstFile);
+    throw Failure{kExitDestination, "cannot rename to " + sDstFile + ": " + std::strerror(iErr)};
   }
   guard.bKeep = true;
-  SyncPath(sFolder, true);
+  SyncFolder(FolderOf(sDstFile));
+}
+
+void Convert(const ShuttleArgs& args) {
+  std::unique_ptr<Destination> pDst = MakeDestination(args);
+  CodecFile src;
+  OpenSource(src, args, *pDst);
+  TempGuard guard{MakeTempFile(args.sDstFile)};
+  Trace("writing " + guard.sPath);
+  CopySamples(src, *pDst, guard.sPath);
+  PutInPlace(guard, args.sDstFile);
   Trace("done: " + args.sDstFile);
 }
 
