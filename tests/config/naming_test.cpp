@@ -156,7 +156,7 @@ TEST_F(HourLogTest, LineGoesToTheHourOfTheClock) {
 
 class ActionPointTest : public ConfigTest {};
 
-TEST_F(ActionPointTest, WritesAPointThatIsStillDue) {
+TEST_F(ActionPointTest, WritesOnlyAStoredPointThatIsStillDue) {
   WriteFile("h/130000.inf", "[General]\r\nVersion=4\r\n[ActionDates]\r\nStandardAudioAt=2010-03-16 13:00\r\n"
                             "ArchiveAudioAt=20100328 1300\r\nDeleteAudioAt=-1\r\n");
   CLog log;
@@ -171,12 +171,8 @@ TEST_F(ActionPointTest, WritesAPointThatIsStillDue) {
   for (const char* k : {"StandardAudioAt", "ArchiveAudioAt", "DeleteAudioAt"})
     sPoints += ConfigAccess::GetProfileString("ActionDates", k, "", PathIn("h/130000.inf")) + "|";
   EXPECT_EQ(sPoints, "20100316 1300|20100328 0900|-1|");
-}
-
-TEST_F(ActionPointTest, AbsentKeyWritesNothing) {
+  // A key the file doesn't hold is not added.
   WriteFile("h/130000.inf", "[ActionDates]\r\nStandardAudioAt=20100316 1300\r\n");
-  CLog log;
-  LogInfo point(40253, 13, 0);
   log.SetDeletePoint(PathIn("h/130000.inf"), nullptr, &point);
   EXPECT_EQ(ReadFile("h/130000.inf"), "[ActionDates]\r\nStandardAudioAt=20100316 1300\r\n");
 }

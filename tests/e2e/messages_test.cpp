@@ -40,31 +40,6 @@ class MessagesTest : public ProcessorTest {
   RunningProgram m_oProc;
 };
 
-TEST_F(MessagesTest, RespondIsAnsweredWithARecentLastActiveTime) {
-  MessageEndpoint oCapture;
-  ASSERT_TRUE(oCapture.Bind("KNCaptureMsgHandler"));
-  StartProcessor();
-  // Let the wait timer tick a few times first.
-  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
-  for (int i = 0; i < 3; ++i) {
-    ASSERT_EQ(Knmsg("send KNLogProcMsgHandler RESPOND"), 0);
-    auto oReply = oCapture.Wait(5000);
-    const long long llNow = static_cast<long long>(std::time(nullptr));
-    ASSERT_TRUE(oReply);
-    ASSERT_TRUE(std::regex_match(oReply->Text,
-                                 std::regex(R"(RESPONSE\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)")))
-        << oReply->Text;
-    const long long llWhen = LocalSeconds(oReply->Text.substr(8));
-    // Refreshed every second by the wait timer. The text rounds to the nearest whole
-    // second and the clock read just after the reply is cut to one, so the text may
-    // stand up to a second ahead of it, and at most 2 behind.
-    EXPECT_LE(llNow - llWhen, 2) << oReply->Text;
-    EXPECT_GE(llNow - llWhen, -1) << oReply->Text;
-    std::this_thread::sleep_for(std::chrono::milliseconds(700));
-  }
-  EXPECT_EQ(Trace().find("Responding with"), std::string::npos);  // a level 10 line
-}
-
 // Messages that are no exact "SHUTDOWN" or "RESPOND" are ignored, and so is a missing
 // capture side: one that comes later gets its answers, and its end goes unnoticed too.
 TEST_F(MessagesTest, NearMissesAndNoCaptureProcessHinderNothing) {
@@ -110,10 +85,14 @@ TEST_F(MessagesTest, ShutdownEndsTheProcessorAndKnmsgListenHearsIdle) {
   EXPECT_NE(sTrace.find("End frmProcessLogs_Unload"), std::string::npos);
   ASSERT_TRUE(oListen.WaitEnd(10000));
   const std::string sOut = ReadFile("listen.txt");
-  EXPECT_TRUE(std::regex_match(
-      sOut, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} RESPONSE\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\n)"
-                       R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} IDLE\n)")))
+  std::smatch m;
+  ASSERT_TRUE(std::regex_match(
+      sOut, m, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} RESPONSE(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\n)"
+                          R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} IDLE\n)")))
       << sOut;
+  // The answer tells a recent moment of local time (the start or a tick of the wait timer).
+  const long long llAgo = static_cast<long long>(std::time(nullptr)) - LocalSeconds(m[1]);
+  EXPECT_TRUE(llAgo >= -1 && llAgo <= 20) << m[1];
   // The listener gives its handler name up when it ends.
   EXPECT_FALSE(Bound("KNCaptureMsgHandler"));
 }

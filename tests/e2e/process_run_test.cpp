@@ -63,18 +63,12 @@ TEST_F(ProcessRunTest, AWholeCycleStandardisesArchivesDeletesAndTidiesUp) {
   EXPECT_EQ(Decode(In(3, "20261115/0900/090000D.wma")).iChannels, 1);
   EXPECT_EQ(IniValue(In(3, "20261115/0900/090000.inf"), "ArchiveAudioAt"), "-1");
 
-  const std::string sLog1 = HourLog(1);
-  EXPECT_NE(sLog1.find(" Start Processing Hour 2026-11-22 13:00\r\n"), std::string::npos) << sLog1;
-  EXPECT_NE(sLog1.find(" Archived audio file 130200A.wav\r\n"), std::string::npos) << sLog1;
-  EXPECT_NE(sLog1.find(" Start Processing Hour 2026-11-15 09:00\r\n"), std::string::npos) << sLog1;
-  EXPECT_NE(sLog1.find(" Finished Archiving Audio\r\n"), std::string::npos) << sLog1;
-  const std::string sLog3 = HourLog(3);
-  EXPECT_NE(sLog3.find(" Archived audio file 090000D.wav\r\n"), std::string::npos) << sLog3;
-
-  EXPECT_TRUE(Heard("ACTIVE1"));
-  EXPECT_TRUE(Heard("ACTIVE3"));
-  EXPECT_FALSE(Heard("ACTIVE2"));
-  EXPECT_TRUE(Heard("IDLE"));
+  for (auto [iLog, sLine] : {std::pair{1, " Start Processing Hour 2026-11-22 13:00\r\n"},
+                            {1, " Archived audio file 130200A.wav\r\n"}, {1, " Start Processing Hour 2026-11-15 09:00\r\n"},
+                            {1, " Finished Archiving Audio\r\n"}, {3, " Archived audio file 090000D.wav\r\n"}})
+    EXPECT_NE(HourLog(iLog).find(sLine), std::string::npos) << sLine << HourLog(iLog);
+  EXPECT_EQ(std::tuple(Heard("ACTIVE1"), Heard("ACTIVE3"), Heard("ACTIVE2"), Heard("IDLE")),
+            std::tuple(true, true, false, true));
 }
 
 // Bad files of hour 13 end in their own result and the rest of the hour is converted;
@@ -100,16 +94,15 @@ TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndAnHourDueTwiceIsArchivedOnc
 
   ASSERT_TRUE(RunProcessor());
 
-  EXPECT_EQ(Decode(sHour + "130000A.wav").sCodec, "adpcm_ima_wav");
-  EXPECT_EQ(Decode(sHour + "130100A.wav").sCodec, "adpcm_ima_wav");
-  EXPECT_EQ(ReadBytes(sHour + "130500A.wav"), "this is no RIFF file");
-  EXPECT_EQ(Decode(sHour + "13060A.wav").sCodec, "pcm_s16le");
-  EXPECT_EQ(Decode(sHour + "1307000A.wav").sCodec, "pcm_s16le");
-  EXPECT_EQ(ReadBytes(sHour + "130400A.txt"), "unknown extension");
-  EXPECT_EQ(ReadBytes(sHour + "130300C.wav"), "a letter beyond the logger's formats");
+  for (auto [sName, sCodec] : {std::pair{"130000A.wav", "adpcm_ima_wav"}, {"130100A.wav", "adpcm_ima_wav"},
+                               {"13060A.wav", "pcm_s16le"}, {"1307000A.wav", "pcm_s16le"}})
+    EXPECT_EQ(Decode(sHour + sName).sCodec, sCodec) << sName;
+  for (auto [sName, sBytes] : {std::pair{"130500A.wav", "this is no RIFF file"}, {"130400A.txt", "unknown extension"},
+                               {"130300C.wav", "a letter beyond the logger's formats"}})
+    EXPECT_EQ(ReadBytes(sHour + sName), sBytes);
   const std::string sTrace = Trace();
-  EXPECT_NE(sTrace.find("not processing file: " + sHour + "130500A.wav"), std::string::npos);
-  EXPECT_NE(sTrace.find("not processing file: " + sHour + "13060A.wav"), std::string::npos);
+  for (const char* sName : {"130500A.wav", "13060A.wav"})
+    EXPECT_NE(sTrace.find("not processing file: " + sHour + sName), std::string::npos) << sName;
   // Eight characters before the extension: the hour's search mask doesn't even find it.
   EXPECT_EQ(sTrace.find(sHour + "1307000A.wav"), std::string::npos);
   // The truncated segment is converted with all the audio it held, and no more.

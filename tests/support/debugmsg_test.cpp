@@ -42,6 +42,11 @@ class DebugMsgTest : public TempRootTest {
     return out;
   }
   std::string DefaultFile() { return Root() + "/drive_c/DebugFiles/knlogproc.20100314.log"; }
+  static std::set<std::string> Names(const std::string& sDir) {
+    std::set<std::string> a;
+    for (auto& e : fs::directory_iterator(sDir)) a.insert(e.path().filename().string());
+    return a;
+  }
 };
 
 TEST_F(DebugMsgTest, LineFormatIndentAndLevels) {
@@ -171,11 +176,7 @@ TEST_F(DebugMsgTest, ClearUpDeletesOldestCaptureFilesUntilThereIsRoom) {
   g_root = Root();
   FileHelper::SetDiskSpaceSourceForTesting(FakeFree);
 
-  auto left = [&] {
-    std::set<std::string> a;
-    for (auto& e : fs::directory_iterator(PathIn("drive_c"))) a.insert(e.path().filename().string());
-    return a;
-  };
+  auto left = [&] { return Names(PathIn("drive_c")); };
   // 1,048,576 free after counting the files: nothing happens.
   g_free = 1048576.0 + 5 * 1048576.0;
   tmrClearUpDebug_Timer();
@@ -200,11 +201,7 @@ TEST_F(DebugMsgTest, OldDebugFilesGoAtTheFirstTraceOfADay) {
                         "knlogproc.20091231.log", "kncapture.20090101.log", "knlogproc.2009010x.log",
                         "knlogproc.20090101.log.bak"})
     std::ofstream(sDir + "/" + s) << "old\r\n";
-  auto names = [&] {
-    std::set<std::string> a;
-    for (auto& e : fs::directory_iterator(sDir)) a.insert(e.path().filename().string());
-    return a;
-  };
+  auto names = [&] { return Names(sDir); };
   AppGlobal::SetDebugMode(5);
 
   // 14 March 2010 less 30 days is 12 February: that day stays, the 11th would go.

@@ -294,17 +294,16 @@ TEST_F(RegistryAccess, WritesAreUtf8ExportsAndReadsSeeTheDisk) {
   EXPECT_FALSE(ConfigAccess::RegKeyExists(kLogger1));
 }
 
-TEST_F(RegistryAccess, CachedReadsFollowEveryChange) {
+// The cache itself (time, size, a file changed just now) is the one the settings files use;
+// here: the registry's own writes are seen at once, even two within one second.
+TEST_F(RegistryAccess, OwnWritesAreSeenAtOnce) {
   WriteFile("registry.reg", "REGEDIT4\n[HKLM\\S]\n\"a\"=\"1\"\n");
   SetMtime(Machine::RegistryFile(), 1000000);
   EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "1");
-  WriteFile("registry.reg", "REGEDIT4\n[HKLM\\S]\n\"a\"=\"2\"\n");  // same size, in place
-  SetMtime(Machine::RegistryFile(), 1000005);
-  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "2");
-  ASSERT_TRUE(ConfigAccess::SetRegString("S", "a", "3"));
-  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "3");
-  ASSERT_TRUE(ConfigAccess::SetRegString("S", "a", "4"));  // within the same second
-  EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), "4");
+  for (const char* s : {"3", "4"}) {
+    ASSERT_TRUE(ConfigAccess::SetRegString("S", "a", s));
+    EXPECT_EQ(ConfigAccess::GetRegString("S", "a", ""), s);
+  }
 }
 
 TEST_F(RegistryAccess, MalformedLineIsReportedOnce) {
@@ -315,9 +314,8 @@ TEST_F(RegistryAccess, MalformedLineIsReportedOnce) {
   EXPECT_TRUE(ConfigAccess::SetRegString("S", "b", "2"));
   EXPECT_EQ(ConfigAccess::GetRegString("S", "b", ""), "2");
   const std::string sErr = testing::internal::GetCapturedStderr();
-  size_t n = 0;
-  for (size_t p = sErr.find("nonsense here"); p != std::string::npos; p = sErr.find("nonsense here", p + 1)) ++n;
-  EXPECT_EQ(n, 1u) << sErr;
+  const size_t p = sErr.find("nonsense here");
+  EXPECT_TRUE(p != std::string::npos && sErr.find("nonsense here", p + 1) == std::string::npos) << sErr;
 }
 
 TEST_F(RegistryAccess, FailedWritesLeaveTheOldFile) {
