@@ -245,7 +245,7 @@ void frmProcessLogs::Form_Load() {
 
   DebugMsg("Read and set timer intervals", -1, 0);
   tmrPrepareLists.setInterval(ReadInterval("PrepareTimerInterval", 100));
-  tmrProcess.setInterval(ReadInterval("ProcessTimerInterval", 500));
+  tmrProcess.setInterval(ReadInterval("ProcessTimerInterval", 0));
 
   DebugMsg("'Close' the window up and and make it visible", -1, 0);
   SetProcessorActive(false);
