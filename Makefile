@@ -6,7 +6,7 @@ FUZZ_BUILD ?= build-fuzz
 PACKAGE_BUILD ?= build-package
 CTEST_ARGS ?=
 
-.PHONY: all deps build test demo fuzz bench clean package
+.PHONY: all deps build test demo fuzz bench bench-compare clean package
 
 all: build
 
@@ -51,6 +51,13 @@ fuzz: deps
 bench: deps
 	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF -DKN_BENCH=ON > /dev/null
 	cmake --build build-bench -j $(JOBS)
+
+# The processor against ffmpeg on the same hour of audio, per target (bench/compare.sh;
+# BENCH_VARIANT=large for 10 loggers x 24 hours scaled to the disk).
+bench-compare: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF > /dev/null
+	cmake --build $(BUILD) -j $(JOBS) --target knlogproc SoundShuttle kncapture-sim
+	KN_BUILD_DIR=$(BUILD) bash bench/compare.sh
 
 clean:
 	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(PACKAGE_BUILD) build-bench
