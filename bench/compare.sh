@@ -7,7 +7,9 @@
 #     segment: each is checked afterwards),
 #   - ffmpeg, one process per segment,
 #   - ffmpeg, one process over each hour (the hour's segments concatenated),
-# and prints audio seconds per wall second for each and the processor's ratios to both.
+# and prints audio seconds per wall second for each and the processor's ratios to both,
+# and the CPU seconds each took (user and system, the copier's and ffmpeg's included): on
+# a machine that is busy with other work, wall times vary, CPU times much less.
 # ffmpeg runs at the priority the processor gives itself (nice 10, idle I/O class), the
 # sources are in the page cache for all three.
 #
@@ -16,6 +18,8 @@
 #                  hours cut down to what half the free disk holds
 #   BENCH_TARGETS  targets to run, of: ima mp3 mp2 ogg (all)
 #   BENCH_SECONDS  seconds of audio in each segment (60); less for a quick trial
+#   BENCH_LOWER    0: the processor keeps its priority ("LowerPriority"=0) and ffmpeg runs
+#                  unniced too (1)
 #   BENCH_DIR      working folder (./bench-work), removed at the end
 #   KN_BUILD_DIR   build folder with bin/ (build)
 set -euo pipefail
@@ -25,6 +29,7 @@ variant="${BENCH_VARIANT:-short}"
 targets="${BENCH_TARGETS:-ima mp3 mp2 ogg}"
 seconds="${BENCH_SECONDS:-60}"
 work="${BENCH_DIR:-$PWD/bench-work}"
+lower="${BENCH_LOWER:-1}"
 for p in ffmpeg ffprobe; do
   command -v "$p" > /dev/null || { echo "bench-compare: $p is needed (scripts/install-deps.sh installs it)" >&2; exit 1; }
 done
@@ -48,6 +53,13 @@ case "$variant" in
 esac
 
 now() { echo "${EPOCHREALTIME/,/.}"; }
+# CPU seconds (user + system) of all the children this shell has waited for so far, into
+# CPU. It must run in this shell, not in $(...): a subshell counts its own children only.
+cpu() {
+  times > "$work/times"
+  CPU=$(tail -n 1 "$work/times" | awk '{ n = 0; for (i = 1; i <= 2; i++) { split($i, a, /[ms]/); n += a[1] * 60 + a[2] } print n }')
+}
+since() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", b - a }'; }
 # Audio seconds per wall second of a run of $2 s over $1 s of audio.
 speed() { awk -v a="$1" -v t="$2" 'BEGIN { printf "%.0f", a / t }'; }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", b / a }'; }
@@ -82,38 +94,48 @@ for t in $targets; do
     --audio tones --seed 16 --format "wav:44100:2/${fmt[$t]}/none" --hours 1,0,0
   # The processor's own defaults: no pacing values in its key.
   sed -i '/"PrepareTimerInterval"\|"ProcessTimerInterval"\|"PrepareHoursPerPing"/d' "$root/registry.reg"
+  if [ "$lower" = 0 ]; then
+    printf '\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"LowerPriority"=dword:00000000\r\n' >> "$root/registry.reg"
+  fi
   mapfile -t segs < <(find "$root" -name '*.wav' -path '*/[0-9][0-9]00/*' | sort)
   [ "${#segs[@]}" -eq $(( loggers * hours * 60 )) ] ||
     { echo "bench-compare: the tree holds ${#segs[@]} segments, not $(( loggers * hours * 60 ))" >&2; exit 1; }
   cat "${segs[@]}" > /dev/null  # into the page cache, for all three runs alike
-  ff=(nice -n 10 ionice -c 3 ffmpeg -nostdin -hide_banner -loglevel error -y)
+  ff=(ffmpeg -nostdin -hide_banner -loglevel error -y)
+  [ "$lower" = 0 ] || ff=(nice -n 10 ionice -c 3 "${ff[@]}")
 
   # ffmpeg, one process per segment.
+  cpu; c0=$CPU
   t0=$(now)
   i=0
   for s in "${segs[@]}"; do
     "${ff[@]}" -i "$s" ${ffopts[$t]} "$work/ff/s$i.${ext[$t]}"
     i=$(( i + 1 ))
   done
-  t_seg=$(awk -v a="$t0" -v b="$(now)" 'BEGIN { print b - a }')
+  t_seg=$(since "$t0" "$(now)")
+  cpu; c_seg=$(since "$c0" "$CPU")
   rm -f "$work"/ff/*
 
   # ffmpeg, one process over each hour.
   for d in $(printf '%s\n' "${segs[@]}" | xargs -n 1 dirname | sort -u); do
     printf "file '%s'\n" "$d"/*.wav > "$work/ff/$(echo "$d" | tr / _).txt"
   done
+  cpu; c0=$CPU
   t0=$(now)
   for l in "$work"/ff/*.txt; do
     "${ff[@]}" -f concat -safe 0 -i "$l" ${ffopts[$t]} "${l%.txt}.${ext[$t]}"
   done
-  t_hour=$(awk -v a="$t0" -v b="$(now)" 'BEGIN { print b - a }')
+  t_hour=$(since "$t0" "$(now)")
+  cpu; c_hour=$(since "$c0" "$CPU")
   rm -f "$work"/ff/*
 
   # The processor, with its defaults, one cycle.
+  cpu; c0=$CPU
   t0=$(now)
   status=0
   KESTRANE_CLOCK_START="2026-01-02 12:00:00" timeout -s TERM 3600 "$bin/knlogproc" > "$work/knlogproc.out" 2>&1 || status=$?
-  t_proc=$(awk -v a="$t0" -v b="$(now)" 'BEGIN { print b - a }')
+  t_proc=$(since "$t0" "$(now)")
+  cpu; c_proc=$(since "$c0" "$CPU")
   if [ "$status" -ne 0 ]; then
     echo "bench-compare: knlogproc ended with status $status:" >&2
     cat "$work/knlogproc.out" >&2
@@ -131,14 +153,17 @@ for t in $targets; do
     exit 1
   fi
 
-  results+=("$(printf '| %s | %.1f s (%sx) | %.1f s (%sx) | %.1f s (%sx) | %s | %s |' "${label[$t]}" \
+  results+=("$(printf '| %s | %.1f s (%sx) | %.1f s (%sx) | %.1f s (%sx) | %s | %s | %s / %s / %s |' "${label[$t]}" \
     "$t_proc" "$(speed "$audio" "$t_proc")" "$t_seg" "$(speed "$audio" "$t_seg")" \
-    "$t_hour" "$(speed "$audio" "$t_hour")" "$(ratio "$t_proc" "$t_seg")" "$(ratio "$t_proc" "$t_hour")")")
-  echo "  ${label[$t]}: knlogproc ${t_proc} s, ffmpeg per segment ${t_seg} s, ffmpeg per hour ${t_hour} s"
+    "$t_hour" "$(speed "$audio" "$t_hour")" "$(ratio "$t_proc" "$t_seg")" "$(ratio "$t_proc" "$t_hour")" \
+    "$c_proc" "$c_seg" "$c_hour")")
+  echo "  ${label[$t]}: knlogproc ${t_proc} s (CPU ${c_proc} s), ffmpeg per segment ${t_seg} s (CPU ${c_seg} s)," \
+       "ffmpeg per hour ${t_hour} s (CPU ${c_hour} s)"
 done
 
 echo
-echo "| Target | knlogproc | ffmpeg, one a segment | ffmpeg, one an hour | vs one a segment | vs one an hour |"
-echo "| --- | --- | --- | --- | --- | --- |"
+echo "| Target | knlogproc | ffmpeg, one a segment | ffmpeg, one an hour | vs one a segment | vs one an hour | CPU s: knlogproc / a segment / an hour |"
+echo "| --- | --- | --- | --- | --- | --- | --- |"
 printf '%s\n' "${results[@]}"
-echo "(wall time, audio seconds per wall second in brackets; the ratios are the processor's speed over ffmpeg's)"
+echo "(wall time, audio seconds per wall second in brackets; the ratios are the processor's speed over ffmpeg's;"
+echo " load average at the end: $(cut -d' ' -f1-3 /proc/loadavg))"
