@@ -15,7 +15,7 @@
 #
 # Settings from the environment:
 #   BENCH_VARIANT  short: 1 logger x 1 hour (default); large: 10 loggers x 24 hours, the
-#                  hours cut down to what half the free disk holds
+#                  hours cut down to what half the free disk holds (or to BENCH_HOURS)
 #   BENCH_TARGETS  targets to run, of: ima mp3 mp2 ogg (all)
 #   BENCH_SECONDS  seconds of audio in each segment (60); less for a quick trial
 #   BENCH_LOWER    0: the processor keeps its priority ("LowerPriority"=0) and ffmpeg runs
@@ -44,7 +44,7 @@ case "$variant" in
     free=$(( $(df --output=avail -B1 "$work" | tail -n 1) ))
     # Sources and outputs of the processor and of ffmpeg side by side: half the free disk.
     hours=$(( free / 2 / (loggers * hour_bytes * 2) ))
-    [ "$hours" -gt 24 ] && hours=24
+    [ "$hours" -gt "${BENCH_HOURS:-24}" ] && hours="${BENCH_HOURS:-24}"
     if [ "$hours" -lt 1 ]; then
       echo "bench-compare: not enough free disk in $work for the large variant" >&2
       exit 1
