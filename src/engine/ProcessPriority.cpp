@@ -34,12 +34,6 @@ void SayNotLowered(const std::string& sWhat, int iErr) {
 
 }  // namespace
 
-int IoClassOf(int pid) {
-  const long lValue = ::syscall(SYS_ioprio_get, kIoWhoProcess, pid);
-  if (lValue < 0) return -1;
-  return static_cast<int>(lValue >> kIoClassShift);
-}
-
 // Nice and I/O class belong to each thread: every thread of the process now (the
 // application object may have started some) is lowered; later ones inherit.
 void LowerProcessPriority() {

@@ -11,7 +11,3 @@ constexpr int kIoClassIdle = 3;
 // to the idle I/O class, unless the registry value "LowerPriority" of the processor's key is 0.
 // A change the system refuses is traced and said on the journal; the run goes on.
 void LowerProcessPriority();
-
-// The I/O class of the process (or thread) pid, 0 for the calling one: one of the
-// kernel's classes (0 none, 1 real time, 2 best effort, 3 idle), -1 when it can't be read.
-int IoClassOf(int pid);
