@@ -8,7 +8,7 @@ PACKAGE_BUILD ?= build-package
 CTEST_ARGS ?=
 BUILD_ARGS ?=
 
-.PHONY: all deps build test test-slow demo fuzz bench lint format clean package
+.PHONY: all deps build test test-slow demo fuzz bench bench-compare lint format clean package
 
 all: build
 
@@ -66,6 +66,13 @@ lint: deps
 # Formats every tracked C++ file in place (.clang-format).
 format: deps
 	git ls-files -z '*.cpp' '*.h' ':!:tests/layers/upward/*' | xargs -0 clang-format -i
+
+# The processor against ffmpeg on the same hour of audio, per target (bench/compare.sh;
+# BENCH_VARIANT=large for 10 loggers x 24 hours scaled to the disk).
+bench-compare: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF > /dev/null
+	cmake --build $(BUILD) -j $(JOBS) --target knlogproc SoundShuttle kncapture-sim
+	KN_BUILD_DIR=$(BUILD) bash bench/compare.sh
 
 clean:
 	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(PACKAGE_BUILD) $(BENCH_BUILD)

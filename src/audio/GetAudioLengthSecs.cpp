@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "audio/RiffFile.h"
+#include "audio/codec/AudioLengthProbe.h"
 #include "audio/codec/CodecError.h"
 #include "audio/codec/CodecFile.h"
 #include "support/DebugMsg.h"
@@ -50,6 +51,10 @@ double GetAudioLengthSecs(const std::string& sFile) {
                  [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   if (sExt == "WAV") {
     if (const double dSecs = WavLengthSecs(sFile); dSecs > 0) return dSecs;
+  }
+  // The copier's MPEG audio: counted from its frame headers, with no decoder opened.
+  if (sExt == "MP3" || sExt == "MP2") {
+    if (const double dSecs = MpegAudioSeconds(sFile); dSecs > 0) return dSecs;
   }
   try {
     CodecFile oFile;

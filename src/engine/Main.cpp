@@ -16,6 +16,7 @@
 #include "engine/CommandLine.h"
 #include "engine/CrashFilter.h"
 #include "engine/Globals.h"
+#include "engine/ProcessPriority.h"
 #include "engine/frmProcessLogs.h"
 #include "support/AppGlobal.h"
 #include "support/ConfigAccess.h"
@@ -94,6 +95,9 @@ bool Main() {
     InstallExceptionFilter();
     UseExceptionHandler = true;
   }
+
+  // Before any thread or copier is started, so that all of them inherit it.
+  LowerProcessPriority();
 
   AppGlobal::SetApplication(AppGlobal::AppPath(), AppGlobal::AppExeName());
   if (CommandLine::HasSwitch(sCommand, "/SILENT")) SilentMode = true;

@@ -236,7 +236,7 @@ void frmProcessLogs::Form_Load() {
 
   DebugMsg("Read and set timer intervals", -1, 0);
   m_tmrPrepareLists.setInterval(ReadInterval("PrepareTimerInterval", 100));
-  m_tmrProcess.setInterval(ReadInterval("ProcessTimerInterval", 500));
+  m_tmrProcess.setInterval(ReadInterval("ProcessTimerInterval", 0));
 
   DebugMsg("'Close' the window up and and make it visible", -1, 0);
   SetProcessorActive(false);

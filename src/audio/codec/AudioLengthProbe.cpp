@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -198,6 +199,21 @@ MpegAudioMeasure MeasureMpegAudio(const std::string& sPath) {
   }
   m.lFrames = std::max<int64_t>(0, lSamples);
   return m;
+}
+
+double MpegAudioSeconds(const std::string& sPath) {
+  {
+    FileWindow w(sPath);
+    const uint8_t* p = w.At(0, 4);
+    if (!p) return -1.0;
+    MpegHeader f;
+    if (std::memcmp(p, "ID3", 3) != 0 && !ParseMpegHeader(Be32(p), f)) return -1.0;
+  }
+  const MpegAudioMeasure m = MeasureMpegAudio(sPath);
+  if (m.lFrames <= 0 || m.lSampleRate <= 0) return -1.0;
+  const double dSeconds = static_cast<double>(m.lFrames) / m.lSampleRate;
+  if (dSeconds > 48.0 * 3600.0) return -1.0;
+  return static_cast<double>(std::llround(dSeconds * 1000.0)) / 1000.0;
 }
 
 namespace {

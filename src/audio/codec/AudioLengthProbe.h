@@ -19,6 +19,12 @@ struct MpegAudioMeasure {
 // frames are present: a file cut short loses its padding from the count, not its audio.
 MpegAudioMeasure MeasureMpegAudio(const std::string& sPath);
 
+// Seconds of audio in a file that begins as the copier writes MPEG audio (an ID3v2 tag or
+// a frame header at its first byte), from MeasureMpegAudio and rounded to whole
+// milliseconds as a length read through the decoder is; -1 for any other file, for one
+// without a whole frame and for one over 48 hours, which are left to the decoder.
+double MpegAudioSeconds(const std::string& sPath);
+
 // Ogg: the granule position of the last page that is whole and passes its checksum, of
 // the stream that the file's first page belongs to, less lStartGranule (the stream's
 // start; a negative start counts from 0).
