@@ -80,7 +80,8 @@ bool MakeInput(const std::string& sPath, int64_t llFrames, int iRate = 44100, in
 }
 
 uint32_t Le32(const std::string& s, size_t i) {
-  return static_cast<uint32_t>(static_cast<uint8_t>(s[i])) | (static_cast<uint32_t>(static_cast<uint8_t>(s[i + 1])) << 8) |
+  return static_cast<uint32_t>(static_cast<uint8_t>(s[i])) |
+         (static_cast<uint32_t>(static_cast<uint8_t>(s[i + 1])) << 8) |
          (static_cast<uint32_t>(static_cast<uint8_t>(s[i + 2])) << 16) |
          (static_cast<uint32_t>(static_cast<uint8_t>(s[i + 3])) << 24);
 }
@@ -126,8 +127,7 @@ int32_t Convert(const std::string& sIn, const std::string& sOut, int iRate, int 
 
 int Matrix(const std::string& sDir) {
   const std::string sIn = sDir + "/bench_matrix_in.wav", sOut = sDir + "/bench_matrix_out.wav";
-  printf("%-22s %-20s %10s %10s %10s %10s %6s\n", "source", "output", "in", "must hold", "fact",
-         "held", "check");
+  printf("%-22s %-20s %10s %10s %10s %10s %6s\n", "source", "output", "in", "must hold", "fact", "held", "check");
   int iBad = 0, iRuns = 0;
   auto t0 = std::chrono::steady_clock::now();
   for (double dSecs : {1.0, 59.99, 60.0})
@@ -138,8 +138,11 @@ int Matrix(const std::string& sDir) {
         const std::string sSource = fmt::format("{:.2f} s {} Hz {}", dSecs, iRate, iCh == 1 ? "mono" : "stereo");
         for (int iTag : {1, 17, 2})
           for (int iOutRate : {8000, 22050, 44100, 48000}) {
-            const std::string sOutput =
-                fmt::format("{} {} Hz", iTag == 1 ? "PCM" : iTag == 17 ? "IMA ADPCM" : "MS ADPCM", iOutRate);
+            const std::string sOutput = fmt::format("{} {} Hz",
+                                                    iTag == 1    ? "PCM"
+                                                    : iTag == 17 ? "IMA ADPCM"
+                                                                 : "MS ADPCM",
+                                                    iOutRate);
             const int64_t llWant = std::llround(static_cast<double>(llIn) * iOutRate / iRate);
             int64_t llFact = -1, llHeld = -1, llSpb = 1;
             const int32_t rc = Convert(sIn, sOut, iOutRate, iCh, iTag);
@@ -217,8 +220,7 @@ int main(int argc, char** argv) {
   printf("CAudioACM read+write (1 s pieces): %.2f s  (output %.1f s of audio)\n", dOurs, dLenOurs);
   printf("ffmpeg (exit %d):                   %.2f s\n", rc, dTheirs);
   printf("ratio CAudioACM / ffmpeg:           %.2f\n", dTheirs > 0 ? dOurs / dTheirs : 0.0);
-  printf("RSS kB: before open %ld, after open %ld, peak during the run %ld\n", lRssBefore,
-         lRssAfterOpen, lRssPeak);
+  printf("RSS kB: before open %ld, after open %ld, peak during the run %ld\n", lRssBefore, lRssAfterOpen, lRssPeak);
   unlink(sIn.c_str());
   unlink(sOurs.c_str());
   unlink(sTheirs.c_str());

@@ -1,9 +1,9 @@
 // Cost of the registry and profile reads that every cycle makes: from the cache while a
 // file is unchanged, and with a parse of the whole file when it was changed just now.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <stdlib.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <filesystem>

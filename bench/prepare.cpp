@@ -42,10 +42,11 @@ void Write(const std::string& sPath, const std::string& sText) {
 }
 
 std::string Settings(int iLog) {
-  std::string s = fmt::format("[General]\r\nName=Logger {}\r\nOutputCount=2\r\n[LogSettings]\r\nSegmentsPerHour=60\r\n"
-                              "StandardAudioAfterHours=48\r\nArchiveAudioAfterHours=336\r\nDeleteAudioAfterHours=2160\r\n"
-                              "[Logtypes]\r\n",
-                              iLog);
+  std::string s = fmt::format(
+      "[General]\r\nName=Logger {}\r\nOutputCount=2\r\n[LogSettings]\r\nSegmentsPerHour=60\r\n"
+      "StandardAudioAfterHours=48\r\nArchiveAudioAfterHours=336\r\nDeleteAudioAfterHours=2160\r\n"
+      "[Logtypes]\r\n",
+      iLog);
   for (char f : {'a', 'b'})
     for (int p = 0; p < 3; ++p) s += fmt::format("FormatType{}{}=2\r\n", p, f);
   const int aRates[2][3] = {{44100, 22050, 11025}, {32000, 16000, 8000}};
@@ -176,10 +177,10 @@ int main(int argc, char** argv) {
     std::vector<double> aWarmCpu(aCpuRates.begin() + 1, aCpuRates.end());
     std::sort(aWarmCpu.begin(), aWarmCpu.end());
     std::printf("warm, by processor time: median %.0f hours/s\n", aWarmCpu[aWarmCpu.size() / 2]);
-    std::printf("warm: median %.0f hours/s (best %.0f, worst %.0f); RSS after cycle 1 %ld kB, after cycle %d %ld kB; "
-                "peak RSS %ld kB\n",
-                aWarm[aWarm.size() / 2], aWarm.back(), aWarm.front(), lRssAfterFirst, iCycles, CurrentRssKb(),
-                PeakRssKb());
+    std::printf(
+        "warm: median %.0f hours/s (best %.0f, worst %.0f); RSS after cycle 1 %ld kB, after cycle %d %ld kB; "
+        "peak RSS %ld kB\n",
+        aWarm[aWarm.size() / 2], aWarm.back(), aWarm.front(), lRssAfterFirst, iCycles, CurrentRssKb(), PeakRssKb());
   }
   oForm.RowsForTesting().Clear();
   LogList().Clear();

@@ -97,9 +97,10 @@ void BuildRoot(const fs::path& root, const Options& o, int iAction, int iHours, 
   // dword values are hexadecimal.
   char szCount[16];
   std::snprintf(szCount, sizeof szCount, "%08x", o.iLoggers);
-  std::string sReg = "Windows Registry Editor Version 5.00\r\n\r\n"
-         "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n\"LogCount\"=dword:" +
-         std::string(szCount) + "\r\n\r\n";
+  std::string sReg =
+      "Windows Registry Editor Version 5.00\r\n\r\n"
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n\"LogCount\"=dword:" +
+      std::string(szCount) + "\r\n\r\n";
   setenv("KESTRANE_ROOT", root.c_str(), 1);
   ConfigAccess::ClearCache();
   for (int iLog = 1; iLog <= o.iLoggers; ++iLog) {
@@ -133,8 +134,9 @@ void BuildRoot(const fs::path& root, const Options& o, int iAction, int iHours, 
       }
     }
   }
-  sReg += "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
-          "\"PrepareTimerInterval\"=dword:00000000\r\n\"ProcessTimerInterval\"=dword:00000000\r\n";
+  sReg +=
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
+      "\"PrepareTimerInterval\"=dword:00000000\r\n\"ProcessTimerInterval\"=dword:00000000\r\n";
   WriteText(root / "registry.reg", sReg);
   const fs::path shared = root / "drive_c/Program Files/Common Files/Norvane Shared";
   fs::create_directories(shared / "Sound Shuttle");
@@ -235,7 +237,8 @@ int main(int argc, char** argv) {
               o.iLoggers, o.iHours, o.iSegments, o.iSeconds, dWavAudio, iWavDone);
   std::printf("  wall %.2f s, %.0f x real time, processor peak RSS %.1f MB, exit status %d\n", rw.dWallSecs,
               dWavAudio / rw.dWallSecs, rw.lMaxRssKb / 1024.0, rw.iStatus);
-  std::printf("  full tree (8 x 24 x 60 minutes = 691200 s) at this rate: %.0f s\n", 691200.0 / (dWavAudio / rw.dWallSecs));
+  std::printf("  full tree (8 x 24 x 60 minutes = 691200 s) at this rate: %.0f s\n",
+              691200.0 / (dWavAudio / rw.dWallSecs));
   fs::remove_all(wavRoot);
 
   // Copier path.
@@ -249,8 +252,8 @@ int main(int argc, char** argv) {
   std::printf("Copier path (PCM 44.1 kHz stereo -> MP2 128 kbit/s through SoundShuttle)\n");
   std::printf("  tree: %d loggers x %d hours x %d segments of %d s = %.0f s of audio; converted files: %d\n",
               o.iLoggers, o.iCopierHours, o.iCopierSegments, o.iSeconds, dMp2Audio, iMp2Done);
-  std::printf("  wall %.2f s, %.0f x real time, peak RSS of the largest child %.1f MB, exit status %d\n",
-              rm.dWallSecs, dMp2Audio / rm.dWallSecs, rm.lMaxRssKb / 1024.0, rm.iStatus);
+  std::printf("  wall %.2f s, %.0f x real time, peak RSS of the largest child %.1f MB, exit status %d\n", rm.dWallSecs,
+              dMp2Audio / rm.dWallSecs, rm.lMaxRssKb / 1024.0, rm.iStatus);
   std::printf("  largest child over both runs: %.1f MB\n", CopierPeakKb() / 1024.0);
   fs::remove_all(base);
   return 0;

@@ -47,8 +47,7 @@ int main(int argc, char** argv) {
   }
   std::string sSrc = (dir / "source.wav").string();
   std::printf("Making %d s of 44100 Hz stereo in %s\n", iSeconds, sSrc.c_str());
-  TimeCommand("sox -n -r 44100 -c 2 -b 16 " + Q(sSrc) + " synth " + std::to_string(iSeconds) +
-              " pinknoise vol 0.3");
+  TimeCommand("sox -n -r 44100 -c 2 -b 16 " + Q(sSrc) + " synth " + std::to_string(iSeconds) + " pinknoise vol 0.3");
 
   struct Case {
     const char* name;
@@ -61,20 +60,20 @@ int main(int argc, char** argv) {
       {"Ogg 128k", "ogg", "FormatType=8;SampleRate=44100;Channels=2;BitRate=128", "-c:a libvorbis -b:a 128k"},
       {"WMA 64k", "wma", "FormatType=16;ProfileNum=23", "-c:a wmav2 -b:a 64k"},
   };
-  std::printf("\n%-10s %12s %12s %8s %10s %12s\n", "format", "copier s", "ffmpeg s", "ratio", "length s",
-              "check ms");
+  std::printf("\n%-10s %12s %12s %8s %10s %12s\n", "format", "copier s", "ffmpeg s", "ratio", "length s", "check ms");
   for (const auto& c : cases) {
     std::string sOut1 = (dir / (std::string("shuttle.") + c.ext)).string();
     std::string sOut2 = (dir / (std::string("ffmpeg.") + c.ext)).string();
     double d1 = TimeCommand(Q(sShuttle) + " " + Q("/SRCFILE=" + sSrc) + " " + Q("/DSTFILE=" + sOut1) + " " +
                             Q(std::string("/DSTFORMAT=") + c.format) + " " + Q("/PRXFILE=" + sPrx));
-    double d2 = TimeCommand("ffmpeg -nostdin -v error -y -i " + Q(sSrc) + " -ar 44100 -ac 2 " + c.ffmpegOpts + " " +
-                            Q(sOut2));
+    double d2 =
+        TimeCommand("ffmpeg -nostdin -v error -y -i " + Q(sSrc) + " -ar 44100 -ac 2 " + c.ffmpegOpts + " " + Q(sOut2));
     constexpr int kChecks = 5;
     double dLength = 0;
     auto t0 = std::chrono::steady_clock::now();
     for (int i = 0; i < kChecks; ++i) dLength = GetAudioLengthSecs(sOut1);
-    double dCheckMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count() / kChecks;
+    double dCheckMs =
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count() / kChecks;
     std::printf("%-10s %12.2f %12.2f %8.3f %10.3f %12.2f\n", c.name, d1, d2, d1 / d2, dLength, dCheckMs);
     std::fflush(stdout);
     fs::remove(sOut1);

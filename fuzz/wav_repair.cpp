@@ -30,8 +30,7 @@ namespace {
 const std::string& FuzzFile() {
   static const std::string s = [] {
     const char* t = getenv("TMPDIR");
-    std::string sPath =
-        std::string(t && *t ? t : "/tmp") + "/fuzz_wav_repair." + std::to_string(getpid()) + ".wav";
+    std::string sPath = std::string(t && *t ? t : "/tmp") + "/fuzz_wav_repair." + std::to_string(getpid()) + ".wav";
     SetMsgBoxHandler([](const std::string&, int32_t, const std::string&) { return vbOK; });
     return sPath;
   }();
@@ -55,9 +54,9 @@ uint32_t SizeOfKind(int iKind, uint32_t lTrue, uint32_t lArbitrary) {
     case 0: return 0;
     case 1: return 0xFFFFFFFFu;
     case 2: return lTrue;
-    case 3: return lTrue + 1 + (lArbitrary & 0xFFFF);  // beyond the end
+    case 3: return lTrue + 1 + (lArbitrary & 0xFFFF);                 // beyond the end
     case 4: return lTrue > 0 ? lTrue - 1 - (lArbitrary % lTrue) : 0;  // short
-    case 5: return 36;  // the size of a header alone
+    case 5: return 36;                                                // the size of a header alone
     default: return lArbitrary;
   }
 }
@@ -75,13 +74,15 @@ std::string FormatChunk(uint8_t iFormat, uint16_t iCh, uint32_t lRate, const uin
   };
   switch (iFormat % 7) {
     case 0: Base(1, static_cast<uint16_t>(2 * iCh), 16, lRate * 2 * iCh); break;
-    case 1: Base(3, static_cast<uint16_t>(4 * iCh), 32, lRate * 4 * iCh); Put16(s, 0); break;
+    case 1:
+      Base(3, static_cast<uint16_t>(4 * iCh), 32, lRate * 4 * iCh);
+      Put16(s, 0);
+      break;
     case 2:  // EXTENSIBLE 24-bit PCM or float
     case 3: {
       const bool bFloat = iFormat % 7 == 3;
       const uint16_t iBytes = bFloat ? 4 : 3;
-      Base(0xFFFE, static_cast<uint16_t>(iBytes * iCh), static_cast<uint16_t>(8 * iBytes),
-           lRate * iBytes * iCh);
+      Base(0xFFFE, static_cast<uint16_t>(iBytes * iCh), static_cast<uint16_t>(8 * iBytes), lRate * iBytes * iCh);
       Put16(s, 22);
       Put16(s, static_cast<uint16_t>(8 * iBytes));
       Put32(s, iCh == 1 ? 4 : 3);

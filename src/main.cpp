@@ -43,10 +43,8 @@ int main(int argc, char** argv) {
   const char* sPlatform = std::getenv("QT_QPA_PLATFORM");
   if (HasDisplay() && !(sPlatform && *sPlatform))
     setenv("QT_QPA_PLATFORM", std::getenv("WAYLAND_DISPLAY") ? "wayland;xcb;offscreen" : "xcb;offscreen", 1);
-  if (HasDisplay())
-    pApp = std::make_unique<QApplication>(s_iQtArgc, s_apQtArgv);
-  else
-    pApp = std::make_unique<QCoreApplication>(s_iQtArgc, s_apQtArgv);
+  if (HasDisplay()) pApp = std::make_unique<QApplication>(s_iQtArgc, s_apQtArgv);
+  else pApp = std::make_unique<QCoreApplication>(s_iQtArgc, s_apQtArgv);
   // The application object sets every category of the C locale from the environment.
   // Numbers in the registry, the settings and hour files and the traces are read and
   // written with "." whatever the server's language, so the numeric category goes back
@@ -79,10 +77,8 @@ int main(int argc, char** argv) {
       pMonitor = std::make_unique<ServiceMonitor>();
       pForm->SetObserver(pMonitor.get());
     }
-    QObject::connect(&oStop, &StopSignals::StopRequested, pForm,
-                     [pForm](int) { pForm->HandleAppMessage("SHUTDOWN"); });
-    QObject::connect(pForm, &frmProcessLogs::Unloaded, pApp.get(), &QCoreApplication::quit,
-                     Qt::QueuedConnection);
+    QObject::connect(&oStop, &StopSignals::StopRequested, pForm, [pForm](int) { pForm->HandleAppMessage("SHUTDOWN"); });
+    QObject::connect(pForm, &frmProcessLogs::Unloaded, pApp.get(), &QCoreApplication::quit, Qt::QueuedConnection);
     if (pForm->IsLoaded()) iResult = pApp->exec();
     pForm->SetView(nullptr);
     pWindow.reset();

@@ -51,12 +51,11 @@ std::string GroupThousands(int64_t v) {
 Wfx GetMemFormat() { return Wfx::PCM(44100, 2); }
 
 bool FormatsDiffer(const Wfx& a, const Wfx& b) {
-  return a.wFormatTag != b.wFormatTag || a.nChannels != b.nChannels ||
-         a.nSamplesPerSec != b.nSamplesPerSec || a.wBitsPerSample != b.wBitsPerSample;
+  return a.wFormatTag != b.wFormatTag || a.nChannels != b.nChannels || a.nSamplesPerSec != b.nSamplesPerSec ||
+         a.wBitsPerSample != b.wBitsPerSample;
 }
 
-bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Channels,
-                     int32_t FormatTag) {
+bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Channels, int32_t FormatTag) {
   TraceScope oTrace("CreateAudioFile");
   if (sFile.empty()) {
     oTrace.Exit("Filename = \"\"");
@@ -75,8 +74,8 @@ bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Chann
   wfxPcm.wFormatTag = WAVE_FORMAT_PCM;
   wfxPcm.nSamplesPerSec = static_cast<uint32_t>(SampleRate);
   wfxPcm.nChannels = static_cast<uint16_t>(Channels);
-  constexpr uint32_t kPinned = Acm::ACM_FORMATSUGGESTF_WFORMATTAG | Acm::ACM_FORMATSUGGESTF_NCHANNELS |
-                               Acm::ACM_FORMATSUGGESTF_NSAMPLESPERSEC;
+  constexpr uint32_t kPinned =
+      Acm::ACM_FORMATSUGGESTF_WFORMATTAG | Acm::ACM_FORMATSUGGESTF_NCHANNELS | Acm::ACM_FORMATSUGGESTF_NSAMPLESPERSEC;
   int32_t rc = Acm::FormatSuggest(wfxSource, wfxPcm, Wfx::kRecordSize, kPinned);
   if (rc != 0) {
     oTrace.Close(fmt::format("Exit CreateAudioFile (acmFormatSuggestFailed. rc = {}", rc));
@@ -105,10 +104,9 @@ bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Chann
   ckRiff.fccType = mmioFOURCC('W', 'A', 'V', 'E');
   ckFmt.ckid = mmioFOURCC('f', 'm', 't', ' ');
   ckData.ckid = mmioFOURCC('d', 'a', 't', 'a');
-  bOk = bOk && f.Seek(0) == 0 && f.CreateChunk(ckRiff, MMIO_CREATERIFF) == 0 &&
-        f.CreateChunk(ckFmt, 0) == 0 && f.Write(aBlock.data(), llBlock) == llBlock &&
-        f.Ascend(ckFmt) == 0 && f.CreateChunk(ckData, 0) == 0 && f.Ascend(ckData) == 0 &&
-        f.Ascend(ckRiff) == 0;
+  bOk = bOk && f.Seek(0) == 0 && f.CreateChunk(ckRiff, MMIO_CREATERIFF) == 0 && f.CreateChunk(ckFmt, 0) == 0 &&
+        f.Write(aBlock.data(), llBlock) == llBlock && f.Ascend(ckFmt) == 0 && f.CreateChunk(ckData, 0) == 0 &&
+        f.Ascend(ckData) == 0 && f.Ascend(ckRiff) == 0;
   if (f.IsOpen() && f.Close() != 0) bOk = false;
   if (!bOk) {
     oTrace.Exit("Unable to write the file");

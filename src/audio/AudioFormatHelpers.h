@@ -15,8 +15,7 @@ std::string FormatTypeExtension(int32_t iFormatType);
 Wfx GetMemFormat();
 // Writes a WAV file with only a "fmt " chunk of the codec's format for the tag and an
 // empty "data" chunk. True when the file was made.
-bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Channels,
-                     int32_t FormatTag);
+bool CreateAudioFile(const std::string& sFile, int32_t SampleRate, int32_t Channels, int32_t FormatTag);
 // True when format tag, channels, sample rate or bits per sample differ.
 bool FormatsDiffer(const Wfx& a, const Wfx& b);
 // The nearest whole number (halves away from zero), held to the range of int32_t.

@@ -18,7 +18,7 @@ constexpr int32_t AudioFileWrite = 1;
 
 // Wave format tags.
 constexpr uint16_t WAVE_FORMAT_PCM = 1;
-constexpr uint16_t WAVE_FORMAT_ADPCM = 2;       // MS ADPCM
+constexpr uint16_t WAVE_FORMAT_ADPCM = 2;  // MS ADPCM
 constexpr uint16_t WAVE_FORMAT_IEEE_FLOAT = 3;
 constexpr uint16_t WAVE_FORMAT_IMA_ADPCM = 17;  // IMA (DVI) ADPCM
 // The real format is the sub-format named in the codec data (cbSize 22): valid bits,

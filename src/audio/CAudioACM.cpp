@@ -84,8 +84,7 @@ std::string CAudioACM::Description() {
 
 bool CAudioACM::IsSameFormat(IAudioFormat* oFormat) {
   auto* o = dynamic_cast<CAudioACM*>(oFormat);
-  return o && o->m_iSampleRate == m_iSampleRate && o->m_iChannels == m_iChannels &&
-         o->m_iFormatTag == m_iFormatTag;
+  return o && o->m_iSampleRate == m_iSampleRate && o->m_iChannels == m_iChannels && o->m_iFormatTag == m_iFormatTag;
 }
 
 std::shared_ptr<CommonAudioFormat> CAudioACM::CommonFormat() {
@@ -104,8 +103,7 @@ void CAudioACM::SetCommonFormat(const std::shared_ptr<CommonAudioFormat>& oForma
 }
 
 int32_t CAudioACM::GetBlockAlign() {
-  if (m_iFormatTag == WAVE_FORMAT_IMA_ADPCM)
-    return RoundToInt(m_iSampleRate / 44100.0 * 1024 * m_iChannels);
+  if (m_iFormatTag == WAVE_FORMAT_IMA_ADPCM) return RoundToInt(m_iSampleRate / 44100.0 * 1024 * m_iChannels);
   return m_iChannels * 2;
 }
 
@@ -144,8 +142,7 @@ bool CAudioACM::BuildFileFormat() {
   std::vector<uint8_t> a = m_wfxFileFormat.ToBytes();
   std::copy(a.begin(), a.end(), m_pFileFormat.begin());
   Wfx wfxDst = m_wfxFileFormat;
-  if (Acm::FormatSuggest(m_wfxFileFormatPCM, wfxDst, static_cast<uint32_t>(m_iFormatSize),
-                         kSuggestPinned) != 0) {
+  if (Acm::FormatSuggest(m_wfxFileFormatPCM, wfxDst, static_cast<uint32_t>(m_iFormatSize), kSuggestPinned) != 0) {
     DebugMsg("Exit CAudioACM::BuildFileFormat (acmFormatSuggest failed", 5, 0);
     return false;
   }
@@ -193,8 +190,7 @@ void CAudioACM::InitialiseCompression() {
     m_tyCompress.SourceBufferSize =
         static_cast<uint32_t>(std::max(0, RoundToInt(m_wfxFileFormatPCM.nAvgBytesPerSec * m_dBufLenSecs)));
     OpenConversionStream(m_tyCompress, &m_wfxFileFormatPCM, &wfxBlock);
-    m_oConvertMemToFile->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec),
-                                        m_wfxMemFormat.nChannels);
+    m_oConvertMemToFile->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec), m_wfxMemFormat.nChannels);
     m_oConvertMemToFile->SetFormatPCM(static_cast<int32_t>(m_wfxFileFormatPCM.nSamplesPerSec),
                                       m_wfxFileFormatPCM.nChannels, 16);
     m_oConvertMemToFile->OpenEncoder(1, lOut);
@@ -203,8 +199,7 @@ void CAudioACM::InitialiseCompression() {
     m_tyDecompress.SourceBufferSize =
         static_cast<uint32_t>(std::max(0, RoundToInt(m_wfxFileFormat.nAvgBytesPerSec * m_dBufLenSecs)));
     OpenConversionStream(m_tyDecompress, &wfxBlock, &m_wfxFileFormatPCM);
-    m_oConvertFileToMem->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec),
-                                        m_wfxMemFormat.nChannels);
+    m_oConvertFileToMem->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec), m_wfxMemFormat.nChannels);
     m_oConvertFileToMem->SetFormatPCM(static_cast<int32_t>(m_wfxFileFormatPCM.nSamplesPerSec),
                                       m_wfxFileFormatPCM.nChannels, 16);
     m_oConvertFileToMem->OpenDecoder(1, lOut);
@@ -219,9 +214,8 @@ void CAudioACM::TerminateCompression() {
 
 void CAudioACM::AllocateBuffers() {
   if (!m_pBuffer.empty() || !m_pConvBuffer.empty()) FreeBuffers();
-  m_iBufferLen = std::max(0, RoundToInt(std::max(m_wfxFileFormatPCM.nAvgBytesPerSec,
-                                                 m_wfxMemFormat.nAvgBytesPerSec) *
-                                        m_dBufLenSecs));
+  m_iBufferLen = std::max(
+      0, RoundToInt(std::max(m_wfxFileFormatPCM.nAvgBytesPerSec, m_wfxMemFormat.nAvgBytesPerSec) * m_dBufLenSecs));
   try {
     m_pBuffer.assign(2 * static_cast<size_t>(m_iBufferLen), 0);
     m_pConvBuffer.assign(2 * static_cast<size_t>(m_iBufferLen), 0);

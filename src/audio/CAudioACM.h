@@ -108,8 +108,8 @@ class CAudioACM : public IAudioFormat, public IAudioFile {
   // File-rate PCM through the compression stream into the accumulator, in pieces that fit
   // the stream. bAudio false: the bytes are the silence that fills the last block, which
   // the "fact" chunk does not count. 0 or the code of the failed flush.
-  int32_t CompressPcm(const uint8_t* pPcm, size_t lPcm, bool bAudio, int32_t iErrInfoBefore,
-                      int32_t iErrWrite, int32_t iErrInfoAfter);
+  int32_t CompressPcm(const uint8_t* pPcm, size_t lPcm, bool bAudio, int32_t iErrInfoBefore, int32_t iErrWrite,
+                      int32_t iErrInfoAfter);
   // The end of a written stream: drains the resampler and pads the codec's tail to a
   // whole block. 0 or the code of the failed flush.
   int32_t FinishCompression(int32_t iErrInfoBefore, int32_t iErrWrite, int32_t iErrInfoAfter);

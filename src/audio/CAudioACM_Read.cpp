@@ -20,8 +20,7 @@ constexpr uint32_t kSuggestPinned = Acm::ACM_FORMATSUGGESTF_PINNED;  // 0x70000
 
 // The GUID of an EXTENSIBLE sub-format behind its first two bytes (the format tag):
 // "-0000-0010-8000-00AA00389B71".
-constexpr uint8_t kGuidTail[14] = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80,
-                                   0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
+constexpr uint8_t kGuidTail[14] = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
 
 }  // namespace
 
@@ -56,14 +55,12 @@ int32_t CAudioACM::OpenReadFileSteps(const std::string& sFile) {
   m_wfxFileFormatPCM.wFormatTag = WAVE_FORMAT_PCM;
   m_wfxFileFormatPCM.nSamplesPerSec = m_wfxFileFormat.nSamplesPerSec;
   m_wfxFileFormatPCM.nChannels = m_wfxFileFormat.nChannels;
-  if (Acm::FormatSuggest(wfxSource, m_wfxFileFormatPCM, Wfx::kRecordSize, kSuggestPinned) != 0)
-    return -10;
+  if (Acm::FormatSuggest(wfxSource, m_wfxFileFormatPCM, Wfx::kRecordSize, kSuggestPinned) != 0) return -10;
   // A format that no codec decodes is refused here, not at the first read.
   {
     Acm::HACMSTREAM hProbe;
     if (Acm::StreamOpen(hProbe, FileFormatRecord(), m_wfxFileFormatPCM) != 0) {
-      DebugMsg(fmt::format("CAudioACM::OpenReadFile (no codec decodes {})",
-                           FormatDumpText(&m_wfxFileFormat)), 5);
+      DebugMsg(fmt::format("CAudioACM::OpenReadFile (no codec decodes {})", FormatDumpText(&m_wfxFileFormat)), 5);
       return -10;
     }
   }
@@ -91,8 +88,7 @@ int32_t CAudioACM::ReadChunks(RiffFile& f, uint16_t& iFileTag) {
   // the size of the header alone): the form then runs to the end of the file.
   auto RiffToEnd = [&] {
     if (static_cast<int64_t>(m_ckRiff.dwDataOffset) + m_ckRiff.cksize >= llFileEnd) return false;
-    m_ckRiff.cksize = static_cast<uint32_t>(
-        std::min<int64_t>(llFileEnd - m_ckRiff.dwDataOffset, 0xFFFFFFFFll));
+    m_ckRiff.cksize = static_cast<uint32_t>(std::min<int64_t>(llFileEnd - m_ckRiff.dwDataOffset, 0xFFFFFFFFll));
     aRepairs.push_back(fmt::format("RIFF size {}", lRiffDeclared));
     return true;
   };
@@ -193,11 +189,12 @@ void CAudioACM::NormaliseByteRate() {
   const Wfx w = FileFormatRecord();
   const int iSpb = SamplesPerBlock(w);
   if (iSpb <= 0 || w.nBlockAlign == 0) return;
-  const uint32_t lAvg = static_cast<uint32_t>(
-      static_cast<uint64_t>(w.nSamplesPerSec) * w.nBlockAlign / static_cast<uint64_t>(iSpb));
+  const uint32_t lAvg =
+      static_cast<uint32_t>(static_cast<uint64_t>(w.nSamplesPerSec) * w.nBlockAlign / static_cast<uint64_t>(iSpb));
   if (lAvg != 0 && (lAvg > m_wfxFileFormat.nAvgBytesPerSec + 1 || lAvg + 1 < m_wfxFileFormat.nAvgBytesPerSec)) {
-    DebugMsg(fmt::format("CAudioACM::OpenReadFile (nAvgBytesPerSec {} taken as {})",
-                         m_wfxFileFormat.nAvgBytesPerSec, lAvg), 10);
+    DebugMsg(
+        fmt::format("CAudioACM::OpenReadFile (nAvgBytesPerSec {} taken as {})", m_wfxFileFormat.nAvgBytesPerSec, lAvg),
+        10);
     m_wfxFileFormat.nAvgBytesPerSec = lAvg;
   }
 }
@@ -246,8 +243,8 @@ int32_t CAudioACM::ReadAudioData(void* lpBuffer, float fBufLen) {
     pOut = reinterpret_cast<const uint8_t*>(m_aDecoded.data());
   }
   // No whole block left: the resampler gives what it still holds, once.
-  const int64_t llLeft = static_cast<int64_t>(m_ckData.cksize) -
-                         (f.Position() - static_cast<int64_t>(m_ckData.dwDataOffset));
+  const int64_t llLeft =
+      static_cast<int64_t>(m_ckData.cksize) - (f.Position() - static_cast<int64_t>(m_ckData.dwDataOffset));
   if (bResample && !m_bStreamEnded && llLeft < llBlock) {
     m_bStreamEnded = true;
     if (m_oConvertFileToMem->FlushDecoder(m_aDrained) > 0) {
@@ -294,8 +291,7 @@ double CAudioACM::AudioLength() {
 
 double CAudioACM::CurrentPosition() {
   if (!m_hAudioFile || m_ckData.cksize == 0) return -1.0;
-  return AudioLength() * static_cast<double>(m_hAudioFile->Position() - m_ckData.dwDataOffset) /
-         m_ckData.cksize;
+  return AudioLength() * static_cast<double>(m_hAudioFile->Position() - m_ckData.dwDataOffset) / m_ckData.cksize;
 }
 
 void CAudioACM::GetLeftOverBuffer(std::vector<uint8_t>& lpBuffer, int32_t& BufferSize) {
@@ -315,8 +311,7 @@ void CAudioACM::GetLeftOverBuffer(std::vector<uint8_t>& lpBuffer, int32_t& Buffe
 
 void CAudioACM::SetLeftOverBuffer(const uint8_t* lpBuffer, int32_t BufferSize) {
   if (!m_tyDecompress.streamHandle || !lpBuffer || BufferSize <= 0 ||
-      static_cast<uint32_t>(BufferSize) > m_tyDecompress.SourceBufferSize ||
-      !m_tyDecompress.lpSourceBuffer)
+      static_cast<uint32_t>(BufferSize) > m_tyDecompress.SourceBufferSize || !m_tyDecompress.lpSourceBuffer)
     return;
   std::memcpy(m_tyDecompress.lpSourceBuffer, lpBuffer, static_cast<size_t>(BufferSize));
   m_tyDecompress.BufferUsed = static_cast<uint32_t>(BufferSize);

@@ -35,8 +35,7 @@ int32_t CAudioACM::OpenWriteFile(const std::string& sFile) {
     TraceWriteOpenFailure("Unable to get a temp filename");
     return -10;
   }
-  if (FileHelper::FileExists(m_sRecordedFileName) &&
-      FileHelper::DeleteFile(m_sRecordedFileName) != 0) {
+  if (FileHelper::FileExists(m_sRecordedFileName) && FileHelper::DeleteFile(m_sRecordedFileName) != 0) {
     TraceWriteOpenFailure("Unable to kill temp file");
     return -11;
   }
@@ -61,7 +60,8 @@ int32_t CAudioACM::OpenWriteFile(const std::string& sFile) {
     return -5;
   }
   BuildFileFormat();
-  if (m_pFileFormat.size() < static_cast<size_t>(m_iFormatSize)) m_pFileFormat.resize(static_cast<size_t>(m_iFormatSize), 0);
+  if (m_pFileFormat.size() < static_cast<size_t>(m_iFormatSize))
+    m_pFileFormat.resize(static_cast<size_t>(m_iFormatSize), 0);
   if (f.Write(m_pFileFormat.data(), m_iFormatSize) != m_iFormatSize) {
     TraceWriteOpenFailure("Unable write format");
     return -7;
@@ -130,21 +130,20 @@ int32_t CAudioACM::WriteAudioData(const void* pAudioBuffer, int32_t lBufferLen) 
     // The caller's bytes may sit at any address: the samples go through the aligned
     // conversion buffer.
     std::memcpy(m_pConvBuffer.data(), pAudioBuffer, lPcm);
-    int32_t n = m_oConvertMemToFile->EncodeArray(reinterpret_cast<const int16_t*>(m_pConvBuffer.data()),
-                                                 lPcm / 2, m_aEncoded);
+    int32_t n =
+        m_oConvertMemToFile->EncodeArray(reinterpret_cast<const int16_t*>(m_pConvBuffer.data()), lPcm / 2, m_aEncoded);
     pPcm = m_aEncoded.data();
     lPcm = n > 0 ? static_cast<size_t>(n) : 0;
   }
   if (int32_t rc = CompressPcm(pPcm, lPcm, true, -3, -4, -5)) {
-    static const char* aWhy[] = {"Unable to get mmioInfo", "Unable to write buffer",
-                                 "Unable to get info"};
+    static const char* aWhy[] = {"Unable to get mmioInfo", "Unable to write buffer", "Unable to get info"};
     return fail(rc, aWhy[-rc - 3]);
   }
   return 0;
 }
 
-int32_t CAudioACM::CompressPcm(const uint8_t* pPcm, size_t lPcm, bool bAudio,
-                               int32_t iErrInfoBefore, int32_t iErrWrite, int32_t iErrInfoAfter) {
+int32_t CAudioACM::CompressPcm(const uint8_t* pPcm, size_t lPcm, bool bAudio, int32_t iErrInfoBefore, int32_t iErrWrite,
+                               int32_t iErrInfoAfter) {
   // Through the codec in pieces that fit its source buffer behind any waiting tail
   // (one piece unless the array step made more bytes than it took).
   size_t lDone = 0;
@@ -174,17 +173,15 @@ int32_t CAudioACM::CompressPcm(const uint8_t* pPcm, size_t lPcm, bool bAudio,
   return 0;
 }
 
-int32_t CAudioACM::FinishCompression(int32_t iErrInfoBefore, int32_t iErrWrite,
-                                     int32_t iErrInfoAfter) {
+int32_t CAudioACM::FinishCompression(int32_t iErrInfoBefore, int32_t iErrWrite, int32_t iErrInfoAfter) {
   if (m_bStreamEnded || !m_tyCompress.streamHandle || m_pConvBuffer.empty()) return 0;
   m_bStreamEnded = true;
   // What the resampler still holds: the last moments of the audio.
-  if (m_oConvertMemToFile && m_oConvertMemToFile->IsOpen() &&
-      FormatsDiffer(m_wfxMemFormat, m_wfxFileFormatPCM)) {
+  if (m_oConvertMemToFile && m_oConvertMemToFile->IsOpen() && FormatsDiffer(m_wfxMemFormat, m_wfxFileFormatPCM)) {
     const int32_t n = m_oConvertMemToFile->FlushEncoder(m_aEncoded);
     if (n > 0) {
-      if (int32_t rc = CompressPcm(m_aEncoded.data(), static_cast<size_t>(n), true,
-                                   iErrInfoBefore, iErrWrite, iErrInfoAfter))
+      if (int32_t rc =
+              CompressPcm(m_aEncoded.data(), static_cast<size_t>(n), true, iErrInfoBefore, iErrWrite, iErrInfoAfter))
         return rc;
     }
   }
@@ -197,8 +194,7 @@ int32_t CAudioACM::FinishCompression(int32_t iErrInfoBefore, int32_t iErrWrite,
                        "{} of silence)",
                        lTail, aSilence.size()),
            10);
-  return CompressPcm(aSilence.data(), aSilence.size(), false, iErrInfoBefore, iErrWrite,
-                     iErrInfoAfter);
+  return CompressPcm(aSilence.data(), aSilence.size(), false, iErrInfoBefore, iErrWrite, iErrInfoAfter);
 }
 
 // ---------------------------------------------------------------- close

@@ -16,17 +16,16 @@
 
 CAudioNCT::CAudioNCT()
     : CopierBackedAudioFile({"CAudioNCT::IAF_OpenAudioFile", "CAudioNCT::IAF_CloseAudioFile",
-                             "CAudioNCT::IAF_WriteAudioData", "CAudioNCT.OpenWriteFile",
-                             "File Object is Nothing", "File Object is Nothing", "File Not Open",
-                             "Samples = 0.  Kill "}) {
+                             "CAudioNCT::IAF_WriteAudioData", "CAudioNCT.OpenWriteFile", "File Object is Nothing",
+                             "File Object is Nothing", "File Not Open", "Samples = 0.  Kill "}) {
   m_wfxMemFormat = GetMemFormat();
   InitialiseCompression();
 }
 
 CAudioNCT::~CAudioNCT() { CloseForDestruction(); }
 
-void CAudioNCT::SetFileFormat(int32_t FormatType, int32_t SampleRate, int32_t BitRate,
-                              int32_t Channels, int32_t FormatTag) {
+void CAudioNCT::SetFileFormat(int32_t FormatType, int32_t SampleRate, int32_t BitRate, int32_t Channels,
+                              int32_t FormatTag) {
   m_iFormatType = FormatType;
   m_iSampleRate = SampleRate;
   m_iBitRate = static_cast<int16_t>(BitRate);
@@ -150,8 +149,7 @@ void CAudioNCT::SetMemFormat(const Wfx& wfx) {
 void CAudioNCT::InitialiseCompression() {
   TraceScope oTrace("CAudioNCT::InitialiseCompression", 10);
   try {
-    m_oAudioFile->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec),
-                                 m_wfxMemFormat.nChannels);
+    m_oAudioFile->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec), m_wfxMemFormat.nChannels);
     if (m_oAudioFile->State() == 0) SetComponentFormat();
   } catch (const CodecError& e) {
     // A format the component refuses: the next Create fails and says so.
@@ -198,8 +196,7 @@ void CAudioNCT::SetAdpcmLikeSample() {
 
 void CAudioNCT::SetArrayFormatQuietly() {
   try {
-    m_oAudioFile->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec),
-                                 m_wfxMemFormat.nChannels);
+    m_oAudioFile->SetArrayFormat(static_cast<int32_t>(m_wfxMemFormat.nSamplesPerSec), m_wfxMemFormat.nChannels);
   } catch (const CodecError&) {
   }
 }
@@ -221,8 +218,8 @@ int32_t CAudioNCT::OpenWriteFile(const std::string& sFile) {
     oTrace.Exit("Unable to delete existing file");
     return rc;
   }
-  m_sRecordedFileName = GetTempFile(FileHelper::GetFolder(sFile) + "/",
-                                    m_bWriteIndirect ? "wav" : FormatTypeExtension(m_iFormatType));
+  m_sRecordedFileName =
+      GetTempFile(FileHelper::GetFolder(sFile) + "/", m_bWriteIndirect ? "wav" : FormatTypeExtension(m_iFormatType));
   if (m_sRecordedFileName.empty()) {
     oTrace.Exit("Unable to get temp file");
     return -1;
@@ -270,8 +267,7 @@ void CAudioNCT::SeekFraction(float Fraction) {
     if (Fraction < 1.0f)
       m_oAudioFile->Seek(RoundToInt(static_cast<double>(Fraction) * m_oAudioFile->TotalSamples()),
                          CodecFile::kSeekAbsolute, lNew);
-    else
-      m_oAudioFile->Seek(0, CodecFile::kSeekEnd, lNew);
+    else m_oAudioFile->Seek(0, CodecFile::kSeekEnd, lNew);
     m_iSamples = lNew;
   } catch (const CodecError&) {
   }

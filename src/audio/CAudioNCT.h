@@ -19,8 +19,7 @@ class CAudioNCT : public CopierBackedAudioFile<CodecFile> {
   std::shared_ptr<CAudioNCT> Copy();
   int16_t BitRate() const { return m_iBitRate; }
   int32_t FormatTag() const { return m_iFormatTag; }
-  void SetFileFormat(int32_t FormatType, int32_t SampleRate, int32_t BitRate, int32_t Channels,
-                     int32_t FormatTag);
+  void SetFileFormat(int32_t FormatType, int32_t SampleRate, int32_t BitRate, int32_t Channels, int32_t FormatTag);
 
   // ---- IAudioFormat
   void SaveFormat(const std::string& File, const std::string& Section) override;

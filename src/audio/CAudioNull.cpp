@@ -10,9 +10,7 @@ void CAudioNull::SaveFormat(const std::string& File, const std::string& Section)
 
 void CAudioNull::LoadFormat(const std::string& File, const std::string& Section) {}
 
-std::shared_ptr<IAudioFormat> CAudioNull::IAudioFormat_Copy() {
-  return std::make_shared<CAudioNull>();
-}
+std::shared_ptr<IAudioFormat> CAudioNull::IAudioFormat_Copy() { return std::make_shared<CAudioNull>(); }
 
 bool CAudioNull::IsSameFormat(IAudioFormat* oFormat) {
   return oFormat != nullptr && oFormat->FormatType() == FormatNone;

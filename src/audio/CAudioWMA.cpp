@@ -17,8 +17,7 @@
 #include "support/FileUtils.h"
 
 std::string CAudioWMA::SystemPrxFile() {
-  return FileHelper::SpecialFolder(FileHelper::kCommonProgramFiles) +
-         "/Norvane Shared/Kestrane v4/nvkn4.prx";
+  return FileHelper::SpecialFolder(FileHelper::kCommonProgramFiles) + "/Norvane Shared/Kestrane v4/nvkn4.prx";
 }
 
 CAudioWMA::CAudioWMA()
@@ -168,15 +167,13 @@ void CAudioWMA::InitialiseArrayConversion() {
   m_wfxConvertFormat.wFormatTag = WAVE_FORMAT_PCM;
   m_wfxConvertFormat.nSamplesPerSec = m_wfxMemFormat.nSamplesPerSec;
   m_wfxConvertFormat.nChannels = m_wfxMemFormat.nChannels;
-  int32_t rc = Acm::FormatSuggest(m_wfxArrayFormat, m_wfxConvertFormat, Wfx::kRecordSize,
-                                  Acm::ACM_FORMATSUGGESTF_WFORMATTAG | Acm::ACM_FORMATSUGGESTF_NCHANNELS |
-                                      Acm::ACM_FORMATSUGGESTF_NSAMPLESPERSEC);
+  int32_t rc = Acm::FormatSuggest(
+      m_wfxArrayFormat, m_wfxConvertFormat, Wfx::kRecordSize,
+      Acm::ACM_FORMATSUGGESTF_WFORMATTAG | Acm::ACM_FORMATSUGGESTF_NCHANNELS | Acm::ACM_FORMATSUGGESTF_NSAMPLESPERSEC);
   ShowMMError(rc, true, "");
   m_oConverter = std::make_unique<ArrayConverter>();
-  m_oConverter->SetFormatPCM(static_cast<int32_t>(m_wfxConvertFormat.nSamplesPerSec),
-                             m_wfxConvertFormat.nChannels, 16);
-  m_oConverter->SetArrayFormat(static_cast<int32_t>(m_wfxArrayFormat.nSamplesPerSec),
-                               m_wfxArrayFormat.nChannels);
+  m_oConverter->SetFormatPCM(static_cast<int32_t>(m_wfxConvertFormat.nSamplesPerSec), m_wfxConvertFormat.nChannels, 16);
+  m_oConverter->SetArrayFormat(static_cast<int32_t>(m_wfxArrayFormat.nSamplesPerSec), m_wfxArrayFormat.nChannels);
   int32_t lOut = 0;
   m_oConverter->OpenEncoder(1, lOut);
   m_bConverterReady = true;
@@ -235,8 +232,8 @@ int32_t CAudioWMA::ReadAudioData(void* lpBuffer, float fBufLen) {
 int32_t CAudioWMA::OpenWriteFile(const std::string& sFile) {
   TraceScope oTrace("CAudioFileWMA::OpenWriteFile");
   std::string sTemp = GetTempFile("", "WAV");
-  m_sRecordedFileName = sTemp.empty() ? std::string()
-                                      : FileHelper::GetFolder(sFile) + "/" + FileHelper::GetFileName(sTemp);
+  m_sRecordedFileName =
+      sTemp.empty() ? std::string() : FileHelper::GetFolder(sFile) + "/" + FileHelper::GetFileName(sTemp);
   if (m_sRecordedFileName.empty()) {
     oTrace.Exit("m_sRecordFileName is empty");
     return -1;
@@ -278,9 +275,8 @@ std::string CAudioWMA::CopierArguments() {
 void CAudioWMA::SeekFraction(float Fraction) {
   int32_t lNew = 0;
   try {
-    int32_t lTarget = Fraction < 1.0f
-                          ? RoundToInt(static_cast<double>(Fraction) * m_oAudioFile->TotalSamples())
-                          : m_oAudioFile->TotalSamples() - 1;
+    int32_t lTarget = Fraction < 1.0f ? RoundToInt(static_cast<double>(Fraction) * m_oAudioFile->TotalSamples())
+                                      : m_oAudioFile->TotalSamples() - 1;
     m_oAudioFile->Seek(lTarget, WmaFile::kSeekAbsolute, lNew);
     m_iSamples = lNew;
     m_aPending.clear();

@@ -12,15 +12,11 @@ std::atomic<bool> g_bWriteIndirectDefault{false};
 }  // namespace
 
 bool WriteIndirectDefault() { return g_bWriteIndirectDefault.load(std::memory_order_relaxed); }
-void SetWriteIndirectDefault(bool bValue) {
-  g_bWriteIndirectDefault.store(bValue, std::memory_order_relaxed);
-}
+void SetWriteIndirectDefault(bool bValue) { g_bWriteIndirectDefault.store(bValue, std::memory_order_relaxed); }
 
 std::shared_ptr<IAudioFormat> ChooseAudioClass(int32_t iFormatType) {
   switch (iFormatType) {
-    case FormatWAV:
-      try {
-        return std::make_shared<CAudioACM>();
+    case FormatWAV: try { return std::make_shared<CAudioACM>();
       } catch (const std::exception&) {
         return nullptr;
       }
@@ -41,15 +37,13 @@ std::shared_ptr<IAudioFormat> ChooseAudioClass(int32_t iFormatType) {
       for (int iTry = 0; iTry < 2; ++iTry) {
         try {
           auto o = std::make_shared<CAudioNCT>();
-          o->SetFileFormat(iFormatType, o->SampleRate(), o->BitRate(), o->Channels(),
-                           WAVE_FORMAT_IMA_ADPCM);
+          o->SetFileFormat(iFormatType, o->SampleRate(), o->BitRate(), o->Channels(), WAVE_FORMAT_IMA_ADPCM);
           if (iFormatType == FormatMP3) o->SetWriteIndirect(WriteIndirectDefault());
           return o;
         } catch (const std::exception&) {
         }
       }
       return nullptr;
-    default:
-      return std::make_shared<CAudioNull>();
+    default: return std::make_shared<CAudioNull>();
   }
 }

@@ -11,13 +11,11 @@
 std::string CommonAudioFormat::FormatText() const {
   std::string sProfile = m_sProfileFile;
   std::replace_if(
-      sProfile.begin(), sProfile.end(),
-      [](char c) { return c == '"' || c == '\r' || c == '\n'; }, '\'');
+      sProfile.begin(), sProfile.end(), [](char c) { return c == '"' || c == '\r' || c == '\n'; }, '\'');
   return fmt::format(
       "FormatType={};SampleRate={};Channels={};BitRate={};BitsPerSample={};FormatTag={};"
       "ProfileNum={};ProfileFile={}",
-      m_lFormatType, m_lSampleRate, m_lChannels, m_lBitRate, m_lBitsPerSample, m_lFormatTag,
-      m_lProfileNum, sProfile);
+      m_lFormatType, m_lSampleRate, m_lChannels, m_lBitRate, m_lBitsPerSample, m_lFormatTag, m_lProfileNum, sProfile);
 }
 
 bool CommonAudioFormat::ParseFormatText(const std::string& sText) {
@@ -65,8 +63,7 @@ double CommonAudioFormat::DataRateBits() const {
     case FormatMP3:
     case FormatOGG:
     case FormatMP2:
-    case FormatWMA:
-      return static_cast<double>(m_lBitRate) * 1000.0;
+    case FormatWMA: return static_cast<double>(m_lBitRate) * 1000.0;
     default: {
       // WAV, or a format whose type is not set yet: the rate of its samples.
       if (m_lSampleRate <= 0 || m_lChannels <= 0) return 0.0;

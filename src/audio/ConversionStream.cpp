@@ -92,8 +92,7 @@ std::string FormatDumpText(const Wfx* p) {
   std::string s = fmt::format(
       "cbSize={}; nAvgBytesPerSec={}; nBlockAlign={}; nChannels={}; nSamplesPerSec={}; "
       "wBitsPerSample={}; wFormatTag={}",
-      p->cbSize, p->nAvgBytesPerSec, p->nBlockAlign, p->nChannels, p->nSamplesPerSec,
-      p->wBitsPerSample, p->wFormatTag);
+      p->cbSize, p->nAvgBytesPerSec, p->nBlockAlign, p->nChannels, p->nSamplesPerSec, p->wBitsPerSample, p->wFormatTag);
   if (p->cbSize > 0) {
     std::vector<uint8_t> a = p->ToBytes();
     s += "; CodecData=" + AppGlobal::ByteArrayText(a.data() + Wfx::kRecordSize, p->cbSize);
@@ -119,15 +118,14 @@ int32_t OpenConversionStream(ConversionStream& t, const Wfx* pSrc, const Wfx* pD
     DebugMsg("Exit OpenConversionStream (Unable to alloc Dst Format)", 5, 2);
     return kConversionNoMemory;
   }
-  int32_t rc = ShowMMError(Acm::StreamOpen(t.streamHandle, *t.lpSrcFormat, *t.lpDstFormat, 0),
-                           true, "Brimcode Open");
+  int32_t rc = ShowMMError(Acm::StreamOpen(t.streamHandle, *t.lpSrcFormat, *t.lpDstFormat, 0), true, "Brimcode Open");
   if (rc != 0) {
     DebugMsg(fmt::format("Exit OpenConversionStream (acmStreamOpen failed. rc={})", rc), 5, 2);
     return rc;
   }
-  rc = ShowMMError(Acm::StreamSize(t.streamHandle.get(), t.SourceBufferSize, t.estDestBufferSize,
-                                   Acm::ACM_STREAMSIZEF_SOURCE),
-                   true, "Brimcode Size");
+  rc = ShowMMError(
+      Acm::StreamSize(t.streamHandle.get(), t.SourceBufferSize, t.estDestBufferSize, Acm::ACM_STREAMSIZEF_SOURCE), true,
+      "Brimcode Size");
   if (rc != 0) {
     DebugMsg(fmt::format("Exit OpenConversionStream (acmStreamSize failed. rc={})", rc), 5, 2);
     return rc;
@@ -165,13 +163,12 @@ int32_t OpenConversionStream(ConversionStream& t, const Wfx* pSrc, const Wfx* pD
   return 0;
 }
 
-int32_t Convert(ConversionStream& t, uint8_t* lpBuffer, int32_t& BufferSize,
-                size_t lBufferCapacity) {
+int32_t Convert(ConversionStream& t, uint8_t* lpBuffer, int32_t& BufferSize, size_t lBufferCapacity) {
   if (!t.streamHandle || BufferSize <= 0 || !lpBuffer) return 0;
   const uint64_t llIn = static_cast<uint64_t>(t.BufferUsed) + static_cast<uint32_t>(BufferSize);
   if (!t.lpSourceBuffer || !t.lpDestBuffer || llIn > t.SourceBufferSize) {
-    DebugMsg(fmt::format("Convert refused a piece of {} bytes behind {} waiting ({} fit)",
-                         BufferSize, t.BufferUsed, t.SourceBufferSize),
+    DebugMsg(fmt::format("Convert refused a piece of {} bytes behind {} waiting ({} fit)", BufferSize, t.BufferUsed,
+                         t.SourceBufferSize),
              5, 0);
     return kConvertPieceTooLarge;
   }
@@ -181,8 +178,7 @@ int32_t Convert(ConversionStream& t, uint8_t* lpBuffer, int32_t& BufferSize,
   // The output must fit the caller's buffer; blocks that don't wait for the next call.
   h.cbDstLength = static_cast<uint32_t>(std::min<uint64_t>(t.estDestBufferSize, lBufferCapacity));
   int32_t rc = ShowMMError(
-      Acm::StreamConvert(t.streamHandle.get(), h,
-                         Acm::ACM_STREAMCONVERTF_BLOCKALIGN | Acm::ACM_STREAMCONVERTF_END),
+      Acm::StreamConvert(t.streamHandle.get(), h, Acm::ACM_STREAMCONVERTF_BLOCKALIGN | Acm::ACM_STREAMCONVERTF_END),
       true, "Brimcode Convert");
   if (rc != 0) return rc;
   std::memcpy(lpBuffer, t.lpDestBuffer, h.cbDstLengthUsed);
@@ -208,8 +204,7 @@ int32_t CloseConversionStream(ConversionStream& t) {
   h.dwSrcUser = 0;
   h.pbDst = t.lpDestBuffer;
   h.cbDstLength = t.estDestBufferSize;
-  int32_t rc = ShowMMError(Acm::StreamUnprepareHeader(t.streamHandle.get(), h, 0), true,
-                           "Brimcode UnPrepare");
+  int32_t rc = ShowMMError(Acm::StreamUnprepareHeader(t.streamHandle.get(), h, 0), true, "Brimcode UnPrepare");
   if (rc != 0) {
     DebugMsg("Exit CloseConversionStream (UnprepareHeader failed)", 5, 2);
     return rc;

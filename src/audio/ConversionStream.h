@@ -14,9 +14,9 @@
 #include "audio/codec/Acm.h"
 
 struct ConversionStream {
-  Acm::HACMSTREAM streamHandle;    // empty when closed
-  uint32_t SourceBufferSize = 0;   // bytes of one nominal piece; doubled by the open
-  uint32_t BufferUsed = 0;         // left-over bytes at the start of the source buffer
+  Acm::HACMSTREAM streamHandle;   // empty when closed
+  uint32_t SourceBufferSize = 0;  // bytes of one nominal piece; doubled by the open
+  uint32_t BufferUsed = 0;        // left-over bytes at the start of the source buffer
   std::vector<uint8_t> SourceBlock;
   uint8_t* lpSourceBuffer = nullptr;
   uint32_t estDestBufferSize = 0;  // output estimate for SourceBufferSize, then doubled
@@ -33,8 +33,7 @@ constexpr int32_t kConversionNoMemory = 664;
 
 // Set SourceBufferSize first. 0, 11 (a format missing), 664 (no memory for a format
 // copy) or the code of the failed call. A failure leaves what was done so far.
-int32_t OpenConversionStream(ConversionStream& tyStream, const Wfx* ptrwfmtxSource,
-                             const Wfx* ptrwfmtxDest);
+int32_t OpenConversionStream(ConversionStream& tyStream, const Wfx* ptrwfmtxSource, const Wfx* ptrwfmtxDest);
 // 0 or the code of the failed call (the stream then stays open).
 int32_t CloseConversionStream(ConversionStream& tyStream);
 // Converts BufferSize bytes at lpBuffer and puts the output back there; BufferSize
@@ -42,8 +41,7 @@ int32_t CloseConversionStream(ConversionStream& tyStream);
 // output never goes beyond it (what does not fit stays in the stream for the next
 // call). A piece that together with the waiting bytes would overrun the source buffer
 // is refused with kConvertPieceTooLarge, and nothing changes.
-int32_t Convert(ConversionStream& tyStream, uint8_t* lpBuffer, int32_t& BufferSize,
-                size_t lBufferCapacity);
+int32_t Convert(ConversionStream& tyStream, uint8_t* lpBuffer, int32_t& BufferSize, size_t lBufferCapacity);
 
 // With rc and bShow not 0, shows rc's text in a box titled with the application's title
 // and sTitle. Returns rc.

@@ -23,8 +23,7 @@ CopierBackedAudioFile<TComponent>::~CopierBackedAudioFile() = default;
 
 template <class TComponent>
 std::string CopierBackedAudioFile<TComponent>::CopierPath() {
-  return FileHelper::SpecialFolder(FileHelper::kCommonProgramFiles) +
-         "/Norvane Shared/Sound Shuttle/SoundShuttle";
+  return FileHelper::SpecialFolder(FileHelper::kCommonProgramFiles) + "/Norvane Shared/Sound Shuttle/SoundShuttle";
 }
 
 template <class TComponent>
@@ -93,8 +92,7 @@ int32_t CopierBackedAudioFile<TComponent>::OpenIndirectWav(const std::string& sF
 }
 
 template <class TComponent>
-int32_t CopierBackedAudioFile<TComponent>::DeleteInTheWay(const std::string& sPath,
-                                                          const std::string& sWarning) {
+int32_t CopierBackedAudioFile<TComponent>::DeleteInTheWay(const std::string& sPath, const std::string& sWarning) {
   if (FileHelper::FileSize(sPath) < 0) return 0;
   int32_t rc = FileHelper::DeleteFile(sPath);
   if (rc != 0) Warn(1, sWarning + "\r\n" + sPath);
@@ -173,8 +171,8 @@ template <class TComponent>
 std::string CopierBackedAudioFile<TComponent>::CopierArguments() {
   std::string sFormat = CommonFormat()->FormatText();
   std::replace(sFormat.begin(), sFormat.end(), '"', '\'');
-  return "/SRCFILE=\"" + m_sRecordedFileName + "\" /DSTFILE=\"" + m_sAudioFileName + "\" /DSTFORMAT=\"" +
-         sFormat + "\"";
+  return "/SRCFILE=\"" + m_sRecordedFileName + "\" /DSTFILE=\"" + m_sAudioFileName + "\" /DSTFORMAT=\"" + sFormat +
+         "\"";
 }
 
 template <class TComponent>

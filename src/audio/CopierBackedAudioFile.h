@@ -16,14 +16,14 @@ class CodecError;
 
 // The names that a class's traces and warnings carry.
 struct CopierTraceNames {
-  std::string sOpen;       // the routine of OpenAudioFile
-  std::string sClose;      // the routine of CloseAudioFile
-  std::string sWrite;      // the routine of WriteAudioData
-  std::string sWarnSource; // the source of the warnings of OpenWriteFile
-  std::string sNoWavFile;  // WriteAudioData's reasons: no WAV writer in indirect mode,
-  std::string sNoFile;     //   no component,
-  std::string sNotOpen;    //   and a component that is not writing
-  std::string sKillEmpty;  // the trace before an empty file is deleted ("" for none)
+  std::string sOpen;        // the routine of OpenAudioFile
+  std::string sClose;       // the routine of CloseAudioFile
+  std::string sWrite;       // the routine of WriteAudioData
+  std::string sWarnSource;  // the source of the warnings of OpenWriteFile
+  std::string sNoWavFile;   // WriteAudioData's reasons: no WAV writer in indirect mode,
+  std::string sNoFile;      //   no component,
+  std::string sNotOpen;     //   and a component that is not writing
+  std::string sKillEmpty;   // the trace before an empty file is deleted ("" for none)
 };
 
 template <class TComponent>

@@ -14,8 +14,8 @@ namespace {
 constexpr uint32_t kRIFF = mmioFOURCC('R', 'I', 'F', 'F');
 constexpr uint32_t kLIST = mmioFOURCC('L', 'I', 'S', 'T');
 uint32_t Get32(const uint8_t* p) {
-  return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
-         (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
+  return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) | (static_cast<uint32_t>(p[2]) << 16) |
+         (static_cast<uint32_t>(p[3]) << 24);
 }
 void Put32(uint8_t* p, uint32_t v) {
   for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
@@ -59,8 +59,7 @@ int64_t RiffFile::ReadWaveFormat(const std::string& sPath, uint8_t* pFormat, int
   MMCKINFO ckRiff, ckFmt;
   ckRiff.fccType = kWAVE;
   ckFmt.ckid = kFmt;
-  if (f.Descend(ckRiff, nullptr, MMIO_FINDRIFF) != 0 || f.Descend(ckFmt, &ckRiff, MMIO_FINDCHUNK) != 0)
-    return 0;
+  if (f.Descend(ckRiff, nullptr, MMIO_FINDRIFF) != 0 || f.Descend(ckFmt, &ckRiff, MMIO_FINDCHUNK) != 0) return 0;
   const int64_t n = f.Read(pFormat, std::min<int64_t>(ckFmt.cksize, llMax));
   return n < 0 ? -EIO : n;
 }
@@ -130,8 +129,7 @@ int32_t RiffFile::CreateChunk(MMCKINFO& ck, uint32_t lFlags) {
 int32_t RiffFile::Descend(MMCKINFO& ck, const MMCKINFO* pParent, uint32_t lFlags) {
   if (!m_iFd) return MMIOERR_CANNOTSEEK;
   int64_t llEnd = m_llSize;
-  if (pParent)
-    llEnd = std::min<int64_t>(llEnd, static_cast<int64_t>(pParent->dwDataOffset) + pParent->cksize);
+  if (pParent) llEnd = std::min<int64_t>(llEnd, static_cast<int64_t>(pParent->dwDataOffset) + pParent->cksize);
   const uint32_t lWantId = ck.ckid, lWantType = ck.fccType;
   int64_t llAt = m_llPos;
   while (llAt + 8 <= llEnd) {
@@ -146,9 +144,7 @@ int32_t RiffFile::Descend(MMCKINFO& ck, const MMCKINFO* pParent, uint32_t lFlags
     c.cksize = static_cast<uint32_t>(std::min<int64_t>(Get32(h + 4), llEnd - (llAt + 8)));
     const bool bList = c.ckid == kRIFF || c.ckid == kLIST;
     if (bList && n == 12) c.fccType = Get32(h + 8);
-    bool bMatch = lFlags == 0 ||
-                  ((lFlags & MMIO_FINDRIFF) && c.ckid == kRIFF && c.fccType == lWantType &&
-                   n == 12) ||
+    bool bMatch = lFlags == 0 || ((lFlags & MMIO_FINDRIFF) && c.ckid == kRIFF && c.fccType == lWantType && n == 12) ||
                   ((lFlags & MMIO_FINDCHUNK) && c.ckid == lWantId);
     if (bMatch) {
       ck = c;

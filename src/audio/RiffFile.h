@@ -29,8 +29,7 @@ constexpr int32_t MMIOERR_CANNOTWRITE = 260;
 constexpr int32_t MMIOERR_CANNOTSEEK = 261;
 
 constexpr uint32_t mmioFOURCC(char a, char b, char c, char d) {
-  return static_cast<uint32_t>(static_cast<uint8_t>(a)) |
-         (static_cast<uint32_t>(static_cast<uint8_t>(b)) << 8) |
+  return static_cast<uint32_t>(static_cast<uint8_t>(a)) | (static_cast<uint32_t>(static_cast<uint8_t>(b)) << 8) |
          (static_cast<uint32_t>(static_cast<uint8_t>(c)) << 16) |
          (static_cast<uint32_t>(static_cast<uint8_t>(d)) << 24);
 }

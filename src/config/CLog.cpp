@@ -11,7 +11,10 @@
 #include "support/DebugMsg.h"
 
 namespace {
-template <class T> T ClampTo(T v, T lo, T hi) { return v < lo ? lo : (v > hi ? hi : v); }
+template <class T>
+T ClampTo(T v, T lo, T hi) {
+  return v < lo ? lo : (v > hi ? hi : v);
+}
 
 // A WAV format of the given rate, channels and format tag.
 std::shared_ptr<IAudioFormat> MakeWavFormat(int32_t lRate, int32_t iChannels, int32_t iTag) {
@@ -51,8 +54,7 @@ CLog::~CLog() {
 
 void CLog::OutputFormatCount(int32_t newVal) {
   if (newVal < 1)
-    throw RaisedError(kErrOutputCount, "CLog.OutputFormatCount (Let)",
-                      fmt::format("Invalid OutputCount ({})", newVal));
+    throw RaisedError(kErrOutputCount, "CLog.OutputFormatCount (Let)", fmt::format("Invalid OutputCount ({})", newVal));
   if (newVal > kMaxOutputFormats) VbConvert::Raise(VbConvert::kErrInvalidCall, "CLog.OutputFormatCount (Let)");
   m_lOutputFormatCount = newVal;
   m_aFormats.resize(static_cast<size_t>(newVal));
@@ -91,8 +93,7 @@ void CLog::logNum(int16_t num) {
 }
 
 std::shared_ptr<HardwareLine> CLog::HardwareLines(int32_t LineNo) {
-  if (LineNo < 0 || LineNo >= kLineSlots || m_aHWLines.size() != static_cast<size_t>(kLineSlots))
-    return nullptr;
+  if (LineNo < 0 || LineNo >= kLineSlots || m_aHWLines.size() != static_cast<size_t>(kLineSlots)) return nullptr;
   auto& slot = m_aHWLines[static_cast<size_t>(LineNo)];
   if (!slot) {
     slot = std::make_shared<HardwareLine>();
@@ -103,8 +104,7 @@ std::shared_ptr<HardwareLine> CLog::HardwareLines(int32_t LineNo) {
 }
 
 void CLog::HardwareLines(int32_t LineNo, const std::shared_ptr<HardwareLine>& newObj) {
-  if (LineNo < 0 || LineNo >= kLineSlots || m_aHWLines.size() != static_cast<size_t>(kLineSlots))
-    return;
+  if (LineNo < 0 || LineNo >= kLineSlots || m_aHWLines.size() != static_cast<size_t>(kLineSlots)) return;
   auto& slot = m_aHWLines[static_cast<size_t>(LineNo)];
   if (!newObj) {
     if (slot) m_iHWLinesChecked = static_cast<int16_t>(std::max(m_iHWLinesChecked - 1, 0));
@@ -194,13 +194,9 @@ std::shared_ptr<CommentSettings> CLog::Comments(int32_t index) const {
   return m_aComments[static_cast<size_t>(ClampTo<int32_t>(index, 0, kCommentSlots - 1))];
 }
 
-void CLog::HWLinesChecked(int32_t i) {
-  m_iHWLinesChecked = static_cast<int16_t>(ClampTo<int32_t>(i, 0, kLineSlots));
-}
+void CLog::HWLinesChecked(int32_t i) { m_iHWLinesChecked = static_cast<int16_t>(ClampTo<int32_t>(i, 0, kLineSlots)); }
 
-void CLog::SAHWLinePeriod(int32_t i) {
-  m_iSAHWLinePeriod = static_cast<int16_t>(ClampTo<int32_t>(i, 1, 3600));
-}
+void CLog::SAHWLinePeriod(int32_t i) { m_iSAHWLinePeriod = static_cast<int16_t>(ClampTo<int32_t>(i, 1, 3600)); }
 
 void CLog::DABServicePassword(const std::string& s) {
   m_sDABServicePassword = s;
@@ -385,8 +381,8 @@ void CLog::Terminate() {
   m_aComments.clear();
 }
 
-void CLog::SettingsChange(const std::string& SettingType, const std::string& Setting,
-                          const SettingValue& vOld, const SettingValue& vNew) {
+void CLog::SettingsChange(const std::string& SettingType, const std::string& Setting, const SettingValue& vOld,
+                          const SettingValue& vNew) {
   if (SettingType != "HardwareLine") return;
   if (Setting == "IsLogged") {
     if (SettingIsTrue(vOld)) --m_iHWLinesChecked;

@@ -33,18 +33,39 @@ class CLog : public IKNSettingsCallback {
 
   // LoadDefaults groups.
   enum LoadType : int32_t {
-    ldName = 1, ldDescription = 2, ldHours = 4, ldFormats = 8, ldSilence = 32, ldDAB = 64,
+    ldName = 1,
+    ldDescription = 2,
+    ldHours = 4,
+    ldFormats = 8,
+    ldSilence = 32,
+    ldDAB = 64,
     ldAll = -1,
   };
   // LoadLog sections.
   enum LoadFlags : int32_t {
-    lfGeneral = 2, lfLogSettings = 4, lfFormats = 8, lfLogicLines = 16, lfSilence = 32,
-    lfDAB = 64, lfFirstLog = 256, lfLastLog = 512, lfSerial = 1024, lfDefaults = 2048,
+    lfGeneral = 2,
+    lfLogSettings = 4,
+    lfFormats = 8,
+    lfLogicLines = 16,
+    lfSilence = 32,
+    lfDAB = 64,
+    lfFirstLog = 256,
+    lfLastLog = 512,
+    lfSerial = 1024,
+    lfDefaults = 2048,
   };
   // SaveLog sections.
   enum eSaveFlags : int32_t {
-    svName = 1, svGeneral = 2, svLogSettings = 4, svFormats = 8, svLogicLines = 16,
-    svSilence = 32, svDAB = 64, svFirstLog = 256, svLastLog = 512, svSerial = 1024,
+    svName = 1,
+    svGeneral = 2,
+    svLogSettings = 4,
+    svFormats = 8,
+    svLogicLines = 16,
+    svSilence = 32,
+    svDAB = 64,
+    svFirstLog = 256,
+    svLastLog = 512,
+    svSerial = 1024,
   };
   // Copy and Merge.
   enum eCopyType : int32_t { ctStatus = 1, ctSettings = 2, ctGUID = 4 };
@@ -145,8 +166,8 @@ class CLog : public IKNSettingsCallback {
   void LoadDefaults(int32_t LoadType);
   void Merge(int32_t eCopyType, CLog& oFromLog);
   void Terminate();
-  void SettingsChange(const std::string& SettingType, const std::string& Setting,
-                      const SettingValue& vOld, const SettingValue& vNew) override;
+  void SettingsChange(const std::string& SettingType, const std::string& Setting, const SettingValue& vOld,
+                      const SettingValue& vNew) override;
 
   // ---- Settings file. LogPath is the logger's folder as stored ("D:\Kestrane\Logger3"
   // or a path of this machine).
@@ -192,8 +213,7 @@ class CLog : public IKNSettingsCallback {
   void SetStandardPoint(const std::string& FileName, const LogInfo* oLogInf, const LogInfo* oStandardPoint);
   void SetArchivePoint(const std::string& FileName, const LogInfo* oLogInf, const LogInfo* oArchivePoint);
   void SetDeletePoint(const std::string& FileName, const LogInfo* oLogInf, const LogInfo* oDeletePoint);
-  void AddToServerLog(const std::string& Path, const std::string& chEvent,
-                      const std::string& FileQualifier) const;
+  void AddToServerLog(const std::string& Path, const std::string& chEvent, const std::string& FileQualifier) const;
   // An SDTime back to a position: hour from the seconds, segment by LogSegmentLength.
   void FromSDTime(const SDTime& t, LogInfo& oLogInfo) const;
 

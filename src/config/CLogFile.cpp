@@ -32,7 +32,8 @@ constexpr const char* kVersion = "4.0";
 
 // Walks a section given as NUL-ended entries. fn(key, value) for each entry with "=";
 // lLine counts the entries walked, for the trace of a failure.
-template <class Fn> void ForEachEntry(const std::string& buf, int32_t& lLine, Fn fn) {
+template <class Fn>
+void ForEachEntry(const std::string& buf, int32_t& lLine, Fn fn) {
   lLine = 0;
   size_t pos = 0;
   const size_t len = buf.size();
@@ -110,11 +111,10 @@ std::string CLog::SettingsFile(const std::string& LogPath) {
   if (FileHelper::FileExists(exact)) return exact;
   // A folder copied from another system may hold the name in another case.
   std::error_code ec;
-  for (auto it = std::filesystem::directory_iterator(folder, ec);
-       !ec && it != std::filesystem::directory_iterator(); it.increment(ec)) {
+  for (auto it = std::filesystem::directory_iterator(folder, ec); !ec && it != std::filesystem::directory_iterator();
+       it.increment(ec)) {
     std::string name = it->path().filename().string();
-    if (Upper(name) == "KESTRANE.INI" && FileHelper::FileExists(folder + "/" + name))
-      return folder + "/" + name;
+    if (Upper(name) == "KESTRANE.INI" && FileHelper::FileExists(folder + "/" + name)) return folder + "/" + name;
   }
   return exact;
 }
@@ -130,8 +130,8 @@ bool CLog::LoadLog(const std::string& LogPath, int32_t LoadFlags) {
   // A file that exists but can't be read would load as a logger without formats or
   // hours; it is treated as missing rather than run with such settings.
   if (int err = ConfigAccess::ProfileReadError(sFile); err != 0) {
-    DebugMsg(fmt::format("Exit CLog::LoadLog (kestrane.ini can not be read: {})", ConfigAccess::ReadErrorText(err)),
-             5, 2);
+    DebugMsg(fmt::format("Exit CLog::LoadLog (kestrane.ini can not be read: {})", ConfigAccess::ReadErrorText(err)), 5,
+             2);
     SayToJournal(JournalPriority::Error, fmt::format("cannot read the settings file {}: {}; the logger is not loaded",
                                                      sFile, ConfigAccess::ReadErrorText(err)));
     return false;
@@ -144,8 +144,8 @@ bool CLog::LoadLog(const std::string& LogPath, int32_t LoadFlags) {
     } catch (const RaisedError& e) {
       DebugMsg(fmt::format("LoadLog: Error {}({}) on line {}", e.Number, e.Description, m_lDecodeLine), 5, 0);
     } catch (const std::exception& e) {
-      DebugMsg(fmt::format("LoadLog: Error {}({}) on line {}", VbConvert::kErrOutOfMemory, e.what(), m_lDecodeLine),
-               5, 0);
+      DebugMsg(fmt::format("LoadLog: Error {}({}) on line {}", VbConvert::kErrOutOfMemory, e.what(), m_lDecodeLine), 5,
+               0);
     }
   };
 
@@ -364,12 +364,10 @@ void CLog::SaveLog(const std::string& LogPath, int32_t eSaveFlags) {
     std::string s = std::string("SilenceDetect=") + VbConvert::FlagText(m_bSilenceDetect) + Z +
                     "Inverted=" + VbConvert::FlagText(m_bInvertSilences) + Z +
                     "SDThreshold=" + std::to_string(m_iSDThreshold) + Z +
-                    "SDPeriod=" + VbConvert::SingleText(m_fSDPeriod) + Z +
-                    "SDMode=" + std::to_string(m_lSDMode) + Z +
+                    "SDPeriod=" + VbConvert::SingleText(m_fSDPeriod) + Z + "SDMode=" + std::to_string(m_lSDMode) + Z +
                     "SilenceAlarm=" + VbConvert::FlagText(m_bSilenceAlarm) + Z +
                     "SAHardwareLine=" + VbConvert::FlagText(m_bSAHWLine) + Z +
-                    "SAHWLinePeriod=" + std::to_string(m_iSAHWLinePeriod) + Z +
-                    "SAEmailAddress=" + SAEmailAddress + Z +
+                    "SAHWLinePeriod=" + std::to_string(m_iSAHWLinePeriod) + Z + "SAEmailAddress=" + SAEmailAddress + Z +
                     "SAEmailType=" + std::to_string(m_iSAEmailType) + Z;
     WriteProfileSection("SilenceDetection", s, f);
   }
@@ -377,8 +375,7 @@ void CLog::SaveLog(const std::string& LogPath, int32_t eSaveFlags) {
     std::string s = std::string("Enabled=") + VbConvert::FlagText(m_bDABEnabled) + Z +
                     "LogServiceName=" + DABServiceName + Z +
                     "LogServicePassword=" + AppGlobal::ScrambleText(m_sDABServicePassword, true) + Z +
-                    "PassThru=" + VbConvert::FlagText(DABPassThru) + Z +
-                    "PassIPAddr=" + m_sDABPassIPAddr + Z +
+                    "PassThru=" + VbConvert::FlagText(DABPassThru) + Z + "PassIPAddr=" + m_sDABPassIPAddr + Z +
                     "PassServiceName=" + DABPassServiceName + Z +
                     "PassServicePass=" + AppGlobal::ScrambleText(DABPassServicePassword, true) + Z;
     WriteProfileSection("DAB", s, f);

@@ -43,9 +43,7 @@ std::string CLog::GetHourFolder(int32_t iDate, int16_t iHour) const {
   return GetDateFolder(iDate) + "/" + Two(iHour) + "00";
 }
 
-std::string CLog::GetHourFolderLI(const LogInfo& loginf) const {
-  return GetHourFolder(loginf.Date, loginf.Hour);
-}
+std::string CLog::GetHourFolderLI(const LogInfo& loginf) const { return GetHourFolder(loginf.Date, loginf.Hour); }
 
 std::string CLog::GetHourFolderSD(const SDTime& sdFile) const {
   return GetHourFolder(sdFile.Date, static_cast<int16_t>(WholeSeconds(sdFile.Seconds) / 3600));
@@ -111,8 +109,7 @@ int32_t CLog::GetDayFromSerial(const std::string& sSerial) const {
 
 int16_t CLog::GetAudioFileOutputNum(const std::string& FileName) const {
   std::string sTitle = FileHelper::GetFileTitle(FileName);
-  if (sTitle.size() != 7)
-    throw RaisedError(kErrNotAudioFile, "CLog.GetFileOutputNum", "Not an audio file");
+  if (sTitle.size() != 7) throw RaisedError(kErrNotAudioFile, "CLog.GetFileOutputNum", "Not an audio file");
   return static_cast<int16_t>(std::toupper(static_cast<unsigned char>(sTitle[6])) - 'A');
 }
 
@@ -161,8 +158,7 @@ void CLog::SetDeletePoint(const std::string& FileName, const LogInfo*, const Log
 // hour folders belong to the capture process, and one made here for a logger that isn't
 // recording would hold no ".inf" file and show other programs an hour that was never
 // recorded. A line that can't be written (no folder, no permission) is lost silently.
-void CLog::AddToServerLog(const std::string& Path, const std::string& chEvent,
-                          const std::string& FileQualifier) const {
+void CLog::AddToServerLog(const std::string& Path, const std::string& chEvent, const std::string& FileQualifier) const {
   std::string sFolder = Machine::TranslatePath(Path);
   if (!FileHelper::FolderExists(sFolder)) return;
   SDTime now = SerialDateHelper::Now();

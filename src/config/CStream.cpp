@@ -34,9 +34,7 @@ std::string CStream::DefaultDirLogPath(int32_t n) {
   return "\\\\" + OsInfo::ComputerName() + "\\Kestrane\\Logger" + std::to_string(n);
 }
 
-std::string CStream::KeyOf() const {
-  return std::string(kDefaultRoot) + "\\Logger" + std::to_string(m_iLogNum);
-}
+std::string CStream::KeyOf() const { return std::string(kDefaultRoot) + "\\Logger" + std::to_string(m_iLogNum); }
 
 void CStream::AutoStart(bool b) {
   m_bAutoStart = b;
@@ -55,8 +53,7 @@ void CStream::Channels(int32_t l) {
 
 void CStream::ChannelMode(int32_t newMode) {
   if (newMode < 0 || newMode > 2)
-    throw RaisedError(kErrChannelMode, "StreamInfo.ChannelMode",
-                      fmt::format("Channel Mode {} is not valid!", newMode));
+    throw RaisedError(kErrChannelMode, "StreamInfo.ChannelMode", fmt::format("Channel Mode {} is not valid!", newMode));
   m_iChannelMode = static_cast<int16_t>(newMode);
   if (ChannelModeChange) ChannelModeChange(m_iChannelMode);
 }
@@ -85,8 +82,8 @@ void CStream::Enabled(bool b) {
 void CStream::logNum(int16_t num) {
   m_iLogNum = num;
   // A path that was never given a number still carries the placeholder of logger 0.
-  bool bPlaceholder = m_sLogPath.empty() ||
-                      (m_sLogPath.size() >= 7 && m_sLogPath.compare(m_sLogPath.size() - 7, 7, "Logger0") == 0);
+  bool bPlaceholder =
+      m_sLogPath.empty() || (m_sLogPath.size() >= 7 && m_sLogPath.compare(m_sLogPath.size() - 7, 7, "Logger0") == 0);
   if (bPlaceholder) {
     m_sLogPath = DefaultLogPath(num);
     DirLogPath = DefaultDirLogPath(num);
@@ -201,8 +198,7 @@ bool CStream::SetupFolders() {
       if (!FileHelper::FolderExists(sAlt)) {
         int32_t err = FileHelper::CreateFolder(sAlt);
         if (err != 0 || !FileHelper::FolderExists(sAlt)) {
-          MsgBox(fmt::format("Could not create Alternate Comments folder in: {} Error:{}",
-                             AltCommentsPath, err),
+          MsgBox(fmt::format("Could not create Alternate Comments folder in: {} Error:{}", AltCommentsPath, err),
                  vbCritical);
           return false;
         }

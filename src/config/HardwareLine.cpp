@@ -1,7 +1,6 @@
 #include "config/HardwareLine.h"
 
-void HardwareLine::Report(const std::string& sSetting, const SettingValue& vOld,
-                          const SettingValue& vNew) {
+void HardwareLine::Report(const std::string& sSetting, const SettingValue& vOld, const SettingValue& vNew) {
   if (callback) callback->SettingsChange("HardwareLine", sSetting, vOld, vNew);
 }
 

@@ -16,6 +16,6 @@ inline bool SettingIsTrue(const SettingValue& v) {
 class IKNSettingsCallback {
  public:
   virtual ~IKNSettingsCallback() = default;
-  virtual void SettingsChange(const std::string& SettingType, const std::string& Setting,
-                              const SettingValue& vOld, const SettingValue& vNew) = 0;
+  virtual void SettingsChange(const std::string& SettingType, const std::string& Setting, const SettingValue& vOld,
+                              const SettingValue& vNew) = 0;
 };

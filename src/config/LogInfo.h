@@ -9,8 +9,7 @@
 class LogInfo {
  public:
   LogInfo() = default;
-  LogInfo(int32_t lDate, int16_t iHour, int16_t iSegment)
-      : Date(lDate), Hour(iHour), Segment(iSegment) {}
+  LogInfo(int32_t lDate, int16_t iHour, int16_t iSegment) : Date(lDate), Hour(iHour), Segment(iSegment) {}
 
   int32_t Date = 0;     // day serial
   int16_t Hour = 0;     // 0 to 23
@@ -26,7 +25,5 @@ class LogInfo {
   // The position lHours later (earlier when negative); days roll over.
   std::shared_ptr<LogInfo> AddHours(int32_t lHours) const;
 
-  bool operator==(const LogInfo& o) const {
-    return Date == o.Date && Hour == o.Hour && Segment == o.Segment;
-  }
+  bool operator==(const LogInfo& o) const { return Date == o.Date && Hour == o.Hour && Segment == o.Segment; }
 };

@@ -78,9 +78,7 @@ double ParseNumber(const std::string& s, size_t i, size_t n) {
 }
 }  // namespace
 
-void Raise(int32_t lNumber, const std::string& sSource) {
-  throw RaisedError(lNumber, sSource, ErrorText(lNumber));
-}
+void Raise(int32_t lNumber, const std::string& sSource) { throw RaisedError(lNumber, sSource, ErrorText(lNumber)); }
 
 double Val(const std::string& s) {
   size_t i = 0;

@@ -73,4 +73,3 @@ int RemoveAbandonedTemporaries(const std::string& sFolder) {
   }
   return iRemoved;
 }
-

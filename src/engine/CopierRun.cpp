@@ -44,10 +44,9 @@ int32_t CopierRun::TimeoutSecs() {
   return lSecs;
 }
 
-AppGlobal::RunResult CopierRun::Run(const std::string& sCopier, const std::string& sSource,
-                                    const std::string& sTarget, const std::string& sFormat,
-                                    const std::string& sPrxFile, std::function<bool()> fnStop,
-                                    std::function<void()> fnPump) {
+AppGlobal::RunResult CopierRun::Run(const std::string& sCopier, const std::string& sSource, const std::string& sTarget,
+                                    const std::string& sFormat, const std::string& sPrxFile,
+                                    std::function<bool()> fnStop, std::function<void()> fnPump) {
   const std::vector<std::string> aArgs = Arguments(sSource, sTarget, sFormat, sPrxFile);
   AppGlobal::RunControl oControl;
   oControl.lTimeoutSecs = TimeoutSecs();
@@ -58,16 +57,12 @@ AppGlobal::RunResult CopierRun::Run(const std::string& sCopier, const std::strin
   DebugMsg("Run " + sCopier + " " + ArgumentLine(aArgs), 10, 0);
   const AppGlobal::RunResult oResult = AppGlobal::RunProgram(sCopier, aArgs, oControl);
   switch (oResult.eOutcome) {
-    case AppGlobal::RunOutcome::Exited:
-      DebugMsg(fmt::format("Copier ended with {}", oResult.lExitCode), 10, 0);
-      break;
+    case AppGlobal::RunOutcome::Exited: DebugMsg(fmt::format("Copier ended with {}", oResult.lExitCode), 10, 0); break;
     case AppGlobal::RunOutcome::NotStarted:
       DebugMsg("Cannot start the copier " + sCopier, -1, 0);
       SayToJournal(JournalPriority::Error, "cannot start the copier " + sCopier + "; " + sSource + " kept");
       break;
-    case AppGlobal::RunOutcome::Signalled:
-      DebugMsg("The copier was killed", -1, 0);
-      break;
+    case AppGlobal::RunOutcome::Signalled: DebugMsg("The copier was killed", -1, 0); break;
     case AppGlobal::RunOutcome::Stopped:
       DebugMsg("Copier ended for a stop request; the source stays: " + sSource, -1, 0);
       RemoveLeftovers(sTarget);
@@ -87,7 +82,7 @@ AppGlobal::RunResult CopierRun::Run(const std::string& sCopier, const std::strin
 void CopierRun::RemoveLeftovers(const std::string& sTarget) {
   const std::string sFolder = FileHelper::GetFolder(sTarget);
   const std::string sStart = "." + FileHelper::GetFileName(sTarget) + ".shuttle-";
-  struct stat st{};
+  struct stat st {};
   if (::lstat(sTarget.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) FileHelper::DeleteFile(sTarget);
   UniqueDir pDir(::opendir(sFolder.empty() ? "." : sFolder.c_str()));
   if (!pDir) return;

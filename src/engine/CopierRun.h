@@ -23,9 +23,8 @@ class CopierRun {
 
   // Runs sCopier on the file. fnStop is asked while it runs (a stop request ends it),
   // fnPump is called while waiting. Leftovers of an ended run are removed.
-  static AppGlobal::RunResult Run(const std::string& sCopier, const std::string& sSource,
-                                  const std::string& sTarget, const std::string& sFormat,
-                                  const std::string& sPrxFile, std::function<bool()> fnStop,
+  static AppGlobal::RunResult Run(const std::string& sCopier, const std::string& sSource, const std::string& sTarget,
+                                  const std::string& sFormat, const std::string& sPrxFile, std::function<bool()> fnStop,
                                   std::function<void()> fnPump);
 
   // Removes the target and the copier's temporary files of it (".<name>.shuttle-*" in

@@ -122,8 +122,7 @@ uint32_t ExceptionCodeForSignal(int iSignal, int iCode) {
   }
   // No Windows code fits: a code of our own that names signal and si_code, so that the
   // "Unknown (&H...)" text still tells what happened.
-  return 0xE0000000u | (static_cast<uint32_t>(iSignal & 0xFF) << 8) |
-         static_cast<uint32_t>(iCode & 0xFF);
+  return 0xE0000000u | (static_cast<uint32_t>(iSignal & 0xFF) << 8) | static_cast<uint32_t>(iCode & 0xFF);
 }
 
 std::string MyExceptionFilter(const ExceptionRecord& oRecord) {

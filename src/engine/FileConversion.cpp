@@ -228,8 +228,8 @@ bool FileConversion::ChooseTarget() {
   m_oOutFormat = oTarget;
   m_oOutFile = std::dynamic_pointer_cast<IAudioFile>(oTarget);
   if (!m_oOutFile) return false;
-  m_sOutFile = std::string(m_oEntry->Action() == actStandardise ? "std" : "arc") +
-               FileHelper::GetFileTitle(m_sFile) + "." + FormatTypeExtension(oTarget->FormatType());
+  m_sOutFile = std::string(m_oEntry->Action() == actStandardise ? "std" : "arc") + FileHelper::GetFileTitle(m_sFile) +
+               "." + FormatTypeExtension(oTarget->FormatType());
   m_sFailure.clear();
   return true;
 }
@@ -255,8 +255,8 @@ bool FileConversion::OpenSource() {
 
   DebugMsg("Compare Formats", -1, 0);
   if (m_oInFormat->IsSameFormat(m_oOutFormat.get())) {
-    m_oHost.HourLog(std::string("Audio already in ") +
-                    (m_oEntry->Action() == actStandardise ? "Standard" : "Archive") + " Format " + m_sFile);
+    m_oHost.HourLog(std::string("Audio already in ") + (m_oEntry->Action() == actStandardise ? "Standard" : "Archive") +
+                    " Format " + m_sFile);
     DebugMsg("Nope.  No conversion needed", -1, 0);
     return false;
   }

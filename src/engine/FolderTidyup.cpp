@@ -38,15 +38,14 @@ bool IsDayFolderName(const CLog& oLog, const std::string& sName) {
 }
 
 bool IsSymbolicLink(const std::string& sPath) {
-  struct stat st{};
+  struct stat st {};
   return ::lstat(sPath.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
 }
 
 // Whether every hour folder of the day folder is finished and past its delete time.
 // Stops at the first hour that still counts. A day that can't be listed completely is
 // not finished.
-bool DayIsFinished(const CLog& oLog, const std::string& sLogPath, const std::string& sDay,
-                   const SDTime& sdNow) {
+bool DayIsFinished(const CLog& oLog, const std::string& sLogPath, const std::string& sDay, const SDTime& sdNow) {
   const std::string sDayPath = sLogPath + "/" + sDay;
   FindScope oHourFind;
   std::string sHour = FileHelper::FindFirst(sDayPath + "/*.*", FileHelper::kAttrDirectory, oHourFind.h);

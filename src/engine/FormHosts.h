@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "engine/IProcessHost.h"
 #include "engine/IPrepareHost.h"
+#include "engine/IProcessHost.h"
 #include "engine/frmProcessLogs.h"
 
 class frmProcessLogs::ProcessHost : public IProcessHost {

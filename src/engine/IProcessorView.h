@@ -28,9 +28,9 @@ class IProcessorView {
 
   virtual void SetAllDoneCaption(const std::string& sText) = 0;      // lblAllDone
   virtual void SetCurrentFileCaption(const std::string& sText) = 0;  // lblCurrentFile
-  virtual void SetRestartEnabled(bool bEnabled) = 0;                  // cmdRestart
-  virtual void SetFileProgress(int iPercent) = 0;                     // prgFile, 0 to 100
-  virtual void SetLogProgress(int iPercent) = 0;                      // prgLog, 0 to 100
+  virtual void SetRestartEnabled(bool bEnabled) = 0;                 // cmdRestart
+  virtual void SetFileProgress(int iPercent) = 0;                    // prgFile, 0 to 100
+  virtual void SetLogProgress(int iPercent) = 0;                     // prgLog, 0 to 100
 
   // The rows of the work list (lvwItems) changed: added, removed, cleared or sorted.
   virtual void RowsChanged() = 0;

@@ -45,8 +45,7 @@ RootLock TakeRootLock(std::string& sWhy) {
   const std::string sLock = sRun + "/knlogproc.lock";
   UniqueFd fd(::open(sLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
   // A lock file that this user can't write (made by another user) still locks.
-  if (!fd && (errno == EACCES || errno == EROFS))
-    fd.Reset(::open(sLock.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (!fd && (errno == EACCES || errno == EROFS)) fd.Reset(::open(sLock.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
   if (!fd) {
     sWhy = fmt::format("cannot open {}: {}", sLock, std::strerror(errno));
     return RootLock::Unavailable;

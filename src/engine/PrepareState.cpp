@@ -39,14 +39,14 @@ void Trace(const char* sText, int32_t lLevel, int32_t lMark) {
 bool IsDotEntry(const std::string& s) { return s == "." || s == ".."; }
 
 bool IsLink(const std::string& sPath) {
-  struct stat st{};
+  struct stat st {};
   return ::lstat(sPath.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
 }
 
 // The entry sName of the day folder (open as iDayFd, else by its path) is a symbolic link.
 bool IsLinkAt(int iDayFd, const std::string& sDay, const std::string& sName) {
   if (iDayFd < 0) return IsLink(sDay + "/" + sName);
-  struct stat st{};
+  struct stat st {};
   return ::fstatat(iDayFd, sName.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode);
 }
 
@@ -167,8 +167,8 @@ void PrepareState::OpenDay(const std::string& sDay) {
   if (const int32_t lError = FileHelper::LastFindError()) {
     // The day's hours keep their points: nothing is decided on a folder not read.
     ReportListError("Cannot list the day folder: " + Win32Helper::ErrorText(lError), lError, "");
-    SayToJournal(JournalPriority::Error, "cannot list the day folder " + sDay + ": " +
-                                             Win32Helper::ErrorText(lError) + "; its hours are left as they are");
+    SayToJournal(JournalPriority::Error, "cannot list the day folder " + sDay + ": " + Win32Helper::ErrorText(lError) +
+                                             "; its hours are left as they are");
   }
   if (m_hFileFind != 0) m_oDayFd.Reset(::open(sDay.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   const auto oLog = LogList().Log(m_iLog);
@@ -193,8 +193,8 @@ void PrepareState::ScanHour(const std::string& sDay, const std::string& sFile, b
   } else if (e != ENOENT) {
     ReportListError("Cannot test the hour info file: " + std::string(std::strerror(e)), CHourlyInf::kErrInfUnreadable,
                     sFile);
-    SayToJournal(JournalPriority::Warning, "cannot read the hour info file " + sInf + ": " + std::strerror(e) +
-                                               "; the hour is left as it is");
+    SayToJournal(JournalPriority::Warning,
+                 "cannot read the hour info file " + sInf + ": " + std::strerror(e) + "; the hour is left as it is");
   }
 }
 
@@ -207,8 +207,7 @@ void PrepareState::HourStep(const std::string& sFile, const std::string& sInf, c
   // The hour is read from the last three parts of the path: the day, the hour folder
   // and the file.
   const auto oHour = oLog->GetLIFromFileName(m_sFolder + "/" + sFile + "/" + sFile + "00.inf");
-  if (!oHour)
-    throw RaisedError(VbConvert::kErrObjectNotSet, "tmrPrepareLists_Timer", "No hour in the path " + sInf);
+  if (!oHour) throw RaisedError(VbConvert::kErrObjectNotSet, "tmrPrepareLists_Timer", "No hour in the path " + sInf);
   const double dTime = static_cast<double>(oHour->SecondsOfDay(iLength)) / 86400.0;
   m_oHost.SetCaption("Preparing Lists... " + m_sDayText + " " + VbDate::Format(dTime, "hh:nn:ss"));
 

@@ -86,8 +86,8 @@ void ProcessState::FinishInterruptedReplaces(const std::string& sMask) {
   const std::string sPrefix = oEntry->Action() == actStandardise ? "std" : "arc";
   std::vector<std::string> aLeftovers;
   FileHelper::FindHandle hFind = 0;
-  for (std::string sName = FileHelper::FindFirst(sHourFolder + "/" + sPrefix + sMask + ".*", 0, hFind);
-       !sName.empty(); sName = FileHelper::FindNext(hFind)) {
+  for (std::string sName = FileHelper::FindFirst(sHourFolder + "/" + sPrefix + sMask + ".*", 0, hFind); !sName.empty();
+       sName = FileHelper::FindNext(hFind)) {
     if (sName.compare(0, 3, sPrefix) == 0 && IsSegmentName(sName.substr(3))) aLeftovers.push_back(sName);
   }
   CloseFind(hFind);
@@ -109,7 +109,8 @@ void ProcessState::FinishInterruptedReplaces(const std::string& sMask) {
     DebugMsg("Finish interrupted replace: " + sName, -1, 0);
     const std::string sFinal = sHourFolder + "/" + sSource;
     if (int32_t lErr = FileConversion::RenameAudio(sPath, sFinal)) {
-      ReportFailure("Cannot rename audio archive file " + sName + " to " + sSource + " " + Win32Helper::ErrorText(lErr));
+      ReportFailure("Cannot rename audio archive file " + sName + " to " + sSource + " " +
+                    Win32Helper::ErrorText(lErr));
       continue;
     }
     SyncFileAndFolder(sFinal);
@@ -122,18 +123,17 @@ void ProcessState::StartGroup() {
   auto oLog = oTaken.Log();
   auto oInfo = oTaken.loginf();
   if (IEngineObserver* pObserver = m_oHost.Observer()) pObserver->HourStarted(oTaken);
-  DebugMsg(std::string(oTaken.Action() == actStandardise ? "Standardising" : "Archiving") + " " +
-               oTaken.ActionDateString(),
-           -1, 0);
+  DebugMsg(
+      std::string(oTaken.Action() == actStandardise ? "Standardising" : "Archiving") + " " + oTaken.ActionDateString(),
+      -1, 0);
   bInGroup = false;
   sLogPath = LogPathOfLogger(oLog->logNum());
   if (sLogPath.empty()) {
     // No loaded logger has the number: nothing can be converted, and the hour must not
     // be marked as done.
     DebugMsg(fmt::format("No logger numbered {} is loaded", oLog->logNum()), -1, 0);
-    SayToJournal(JournalPriority::Error,
-                 fmt::format("{}: no loaded logger is numbered {}; its hour {} stays due", oLog->Name(),
-                             oLog->logNum(), oTaken.ActionDateString()));
+    SayToJournal(JournalPriority::Error, fmt::format("{}: no loaded logger is numbered {}; its hour {} stays due",
+                                                     oLog->Name(), oLog->logNum(), oTaken.ActionDateString()));
     bGroupError = true;
     return;
   }
@@ -141,8 +141,7 @@ void ProcessState::StartGroup() {
     const std::string sMask = oLog->GetHourFileNameLI(*oInfo).substr(0, 2) + "?????";
     sHourFolder = sLogPath + "/" + oLog->GetHourFolderLI(*oInfo);
     if (!FileHelper::FolderExists(sHourFolder)) {
-      oLog->AddToServerLog(sLogPath,
-                           "Cannot find Audio Files " + sMask + " " + Win32Helper::ErrorText(ENOENT), "");
+      oLog->AddToServerLog(sLogPath, "Cannot find Audio Files " + sMask + " " + Win32Helper::ErrorText(ENOENT), "");
       return;
     }
     RemoveAbandonedTemporaries(sHourFolder);
@@ -153,8 +152,8 @@ void ProcessState::StartGroup() {
       const std::string sText = "Cannot find Audio Files " + sMask + " " + Win32Helper::ErrorText(lListError);
       oLog->AddToServerLog(sLogPath, sText, "");
       DebugMsg(sText + " in " + sHourFolder, -1, 0);
-      SayToJournal(JournalPriority::Error, "cannot list " + sHourFolder + ": " +
-                                               Win32Helper::ErrorText(lListError) + "; the hour stays due");
+      SayToJournal(JournalPriority::Error,
+                   "cannot list " + sHourFolder + ": " + Win32Helper::ErrorText(lListError) + "; the hour stays due");
       bGroupError = true;
       CloseGroupSearch();
       return;
@@ -165,10 +164,9 @@ void ProcessState::StartGroup() {
       return;
     }
     bInGroup = true;
-    oLog->AddToServerLog(sLogPath,
-                         "Start Processing Hour " +
-                             SerialDateHelper::TimeText(oInfo->ToSDTime(oLog->LogSegmentLength()), 4),
-                         "");
+    oLog->AddToServerLog(
+        sLogPath, "Start Processing Hour " + SerialDateHelper::TimeText(oInfo->ToSDTime(oLog->LogSegmentLength()), 4),
+        "");
     m_oHost.SendToCapture("ACTIVE" + std::to_string(oLog->logNum()));
   } catch (const std::exception& e) {
     DebugMsg(std::string("Cannot start the group: ") + e.what(), -1, 0);
@@ -236,8 +234,7 @@ void ProcessState::DeleteHour() {
   auto oInfo = oTaken.loginf();
   if (IEngineObserver* pObserver = m_oHost.Observer()) pObserver->HourStarted(oTaken);
   DebugMsg("Delete entry (" + oTaken.ActionDateString() + ")", -1, 0);
-  m_oHost.SetCaption("Deleting Hour - " +
-                        SerialDateHelper::TimeText(oInfo->ToSDTime(oLog->LogSegmentLength()), 0));
+  m_oHost.SetCaption("Deleting Hour - " + SerialDateHelper::TimeText(oInfo->ToSDTime(oLog->LogSegmentLength()), 0));
 
   const std::string sFolder = FileHelper::GetFolder(Machine::TranslatePath(oTaken.HourInf()->FileName()));
   int32_t lError = 0;
@@ -262,8 +259,8 @@ void ProcessState::DeleteHour() {
     }
   } else {
     oLog->AddToServerLog(LogPathOfLogger(oLog->logNum()),
-                         "ERROR deleting hour " + CHourlyInf::FormatPoint(oInfo.get()) + "(" +
-                             std::to_string(lError) + ":" + Win32Helper::ErrorText(lError) + ")",
+                         "ERROR deleting hour " + CHourlyInf::FormatPoint(oInfo.get()) + "(" + std::to_string(lError) +
+                             ":" + Win32Helper::ErrorText(lError) + ")",
                          "");
     ++iRow;
   }

@@ -247,14 +247,21 @@ std::string StatusReport::ToPrometheus() const {
     int64_t (*fn)(const ActionFigures&);
   };
   static const PerAction kPerAction[] = {
-      {"actions_due", "Hours whose action was due in the last cycle.", [](const ActionFigures& f) -> int64_t { return f.iDue; }},
+      {"actions_due", "Hours whose action was due in the last cycle.",
+       [](const ActionFigures& f) -> int64_t { return f.iDue; }},
       {"actions_done", "Hours done in the last cycle.", [](const ActionFigures& f) -> int64_t { return f.iDone; }},
-      {"actions_failed", "Hours taken up and not done in the last cycle.", [](const ActionFigures& f) -> int64_t { return f.iFailed; }},
-      {"files_converted", "Audio files converted in the last cycle.", [](const ActionFigures& f) -> int64_t { return f.iFilesConverted; }},
-      {"files_removed", "Audio files removed in the last cycle.", [](const ActionFigures& f) -> int64_t { return f.iFilesRemoved; }},
-      {"audio_before_bytes", "Audio of the hours done in the last cycle, before.", [](const ActionFigures& f) { return f.lBytesBefore; }},
-      {"audio_after_bytes", "Audio of the hours done in the last cycle, after.", [](const ActionFigures& f) { return f.lBytesAfter; }},
-      {"space_won_bytes", "Space won by the hours done in the last cycle.", [](const ActionFigures& f) { return f.SpaceWon(); }},
+      {"actions_failed", "Hours taken up and not done in the last cycle.",
+       [](const ActionFigures& f) -> int64_t { return f.iFailed; }},
+      {"files_converted", "Audio files converted in the last cycle.",
+       [](const ActionFigures& f) -> int64_t { return f.iFilesConverted; }},
+      {"files_removed", "Audio files removed in the last cycle.",
+       [](const ActionFigures& f) -> int64_t { return f.iFilesRemoved; }},
+      {"audio_before_bytes", "Audio of the hours done in the last cycle, before.",
+       [](const ActionFigures& f) { return f.lBytesBefore; }},
+      {"audio_after_bytes", "Audio of the hours done in the last cycle, after.",
+       [](const ActionFigures& f) { return f.lBytesAfter; }},
+      {"space_won_bytes", "Space won by the hours done in the last cycle.",
+       [](const ActionFigures& f) { return f.SpaceWon(); }},
   };
   for (const auto& m : kPerAction) {
     head(m.sName, "gauge", m.sHelp);
@@ -295,10 +302,8 @@ std::string StatusReport::InWords() const {
   s += fmt::format("\nStatus written {}\n", DateText(dWritten));
   if (dCycleStart <= 0) return s + "No cycle has run yet.\n";
   s += fmt::format("Cycle {} started {}", iCycles, DateText(dCycleStart));
-  if (dCycleEnd > 0)
-    s += fmt::format(" and {} {}", bCycleStopped ? "was stopped" : "ended", DateText(dCycleEnd));
-  else
-    s += " and is running";
+  if (dCycleEnd > 0) s += fmt::format(" and {} {}", bCycleStopped ? "was stopped" : "ended", DateText(dCycleEnd));
+  else s += " and is running";
   s += "\n";
   if (dNextCycle > 0) s += fmt::format("Next cycle at {}\n", DateText(dNextCycle));
   for (const auto& l : aLoggers) {
@@ -308,12 +313,13 @@ std::string StatusReport::InWords() const {
     for (int i : {1, 2, 0}) {
       const ActionFigures& f = l.aAction[static_cast<size_t>(i)];
       s += fmt::format("  {:<12}{:>5}{:>6}{:>8}{:>11}{:>9}{:>15}{:>15}{:>15}\n", StatusActionName(i), f.iDue, f.iDone,
-                       f.iFailed, f.iFilesConverted, f.iFilesRemoved, GroupedDigits(f.lBytesBefore), GroupedDigits(f.lBytesAfter),
-                       GroupedDigits(f.SpaceWon()));
+                       f.iFailed, f.iFilesConverted, f.iFilesRemoved, GroupedDigits(f.lBytesBefore),
+                       GroupedDigits(f.lBytesAfter), GroupedDigits(f.SpaceWon()));
     }
   }
   const ActionFigures t = CycleTotals(*this);
-  s += fmt::format("\nSpace won in the cycle: {} bytes of {}\n", GroupedDigits(t.SpaceWon()), GroupedDigits(t.lBytesBefore));
+  s += fmt::format("\nSpace won in the cycle: {} bytes of {}\n", GroupedDigits(t.SpaceWon()),
+                   GroupedDigits(t.lBytesBefore));
   if (!aErrors.empty()) {
     s += "Last errors:\n";
     for (const auto& e : aErrors) s += "  " + e + "\n";

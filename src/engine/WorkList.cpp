@@ -31,9 +31,7 @@ WorkListRow& WorkList::Row(int iRow) {
   return m_vRows[static_cast<size_t>(iRow - 1)];
 }
 
-const WorkListRow& WorkList::Row(int iRow) const {
-  return const_cast<WorkList*>(this)->Row(iRow);
-}
+const WorkListRow& WorkList::Row(int iRow) const { return const_cast<WorkList*>(this)->Row(iRow); }
 
 void WorkList::Remove(int iRow) {
   Row(iRow);  // range check
@@ -56,7 +54,8 @@ void WorkList::Resort() {
   std::string sSelectedKey = pSelected ? pSelected->sKey : std::string();
   std::stable_sort(m_vRows.begin(), m_vRows.end(), SortsBefore);
   if (pSelected) {
-    auto it = std::find_if(m_vRows.begin(), m_vRows.end(), [&](const WorkListRow& r) { return r.sKey == sSelectedKey; });
+    auto it =
+        std::find_if(m_vRows.begin(), m_vRows.end(), [&](const WorkListRow& r) { return r.sKey == sSelectedKey; });
     m_iSelected = it == m_vRows.end() ? 0 : static_cast<int>(it - m_vRows.begin()) + 1;
   }
 }

@@ -17,8 +17,8 @@ struct WorkListRow {
   // The cells after the first. Their keys, in order.
   enum SubItem { kLogTime = 1, kActionTime, kAction, kEfficiency, kLogTimeSerial, kSubItemCount = kLogTimeSerial };
 
-  std::string sKey;   // the entry's Reference
-  std::string sText;  // the first cell: the logger's Name
+  std::string sKey;                                   // the entry's Reference
+  std::string sText;                                  // the first cell: the logger's Name
   std::array<std::string, kSubItemCount> asSubItems;  // SubItem(1) is asSubItems[0]
   std::shared_ptr<CLogProcessEntry> pTag;             // the row owns its entry; may be null
 
@@ -29,8 +29,10 @@ struct WorkListRow {
 class WorkList {
  public:
   // The keys and headers of the five columns; the fifth ("EFFICIENCY") has width 0.
-  static constexpr std::array<const char*, 5> kColumnKeys = {"LOGNAME", "LOGTIME", "ACTIONTIME", "ACTION", "EFFICIENCY"};
-  static constexpr std::array<const char*, 5> kColumnHeaders = {"Log Name", "Log Time", "Action Time", "Action", "Efficiency"};
+  static constexpr std::array<const char*, 5> kColumnKeys = {"LOGNAME", "LOGTIME", "ACTIONTIME", "ACTION",
+                                                             "EFFICIENCY"};
+  static constexpr std::array<const char*, 5> kColumnHeaders = {"Log Name", "Log Time", "Action Time", "Action",
+                                                                "Efficiency"};
 
   // Removes every row and the selection. The sort setting stays, as on the list view.
   void Clear();

@@ -12,9 +12,9 @@ struct PlanRow {
   std::string sLogger;  // the logger's name
   std::string sHour;    // "yyyy-mm-dd hh:nn"
   int32_t eAction = -1;
-  int32_t iFiles = 0;        // audio segments of the hour now
-  int64_t lBytesNow = 0;     // their bytes
-  int64_t lBytesAfter = 0;   // expected after the action
+  int32_t iFiles = 0;       // audio segments of the hour now
+  int64_t lBytesNow = 0;    // their bytes
+  int64_t lBytesAfter = 0;  // expected after the action
   int64_t SpaceWon() const { return lBytesNow - lBytesAfter; }
 };
 

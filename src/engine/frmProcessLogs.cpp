@@ -16,22 +16,22 @@
 
 #include "config/CLog.h"
 #include "config/CLogList.h"
-#include "hours/CLogProcessEntry.h"
 #include "engine/CommandLine.h"
 #include "engine/CrashFilter.h"
 #include "engine/FormHosts.h"
 #include "engine/Globals.h"
 #include "engine/PrepareState.h"
 #include "engine/ProcessState.h"
+#include "hours/CLogProcessEntry.h"
 #include "support/AppGlobal.h"
 #include "support/CNVErr.h"
 #include "support/Clock.h"
 #include "support/ConfigAccess.h"
 #include "support/DebugMsg.h"
 #include "support/Faults.h"
+#include "support/FileHelper.h"
 #include "support/FileUtils.h"
 #include "support/Journal.h"
-#include "support/FileHelper.h"
 #include "support/MsgBox.h"
 #include "support/VbDate.h"
 
@@ -93,14 +93,11 @@ frmProcessLogs::frmProcessLogs(QObject* pParent)
   m_tmrProcess.setInterval(500);
   m_tmrWait.setInterval(1000);
   m_tmrClearUpDebug.setInterval(60000);
-  connect(&m_tmrLoadLogs, &QTimer::timeout, this,
-          [this] { RunTick(kLoadLogs, &frmProcessLogs::tmrLoadLogs_Timer); });
+  connect(&m_tmrLoadLogs, &QTimer::timeout, this, [this] { RunTick(kLoadLogs, &frmProcessLogs::tmrLoadLogs_Timer); });
   connect(&m_tmrPrepareLists, &QTimer::timeout, this,
           [this] { RunTick(kPrepareLists, &frmProcessLogs::tmrPrepareLists_Timer); });
-  connect(&m_tmrProcess, &QTimer::timeout, this,
-          [this] { RunTick(kProcess, &frmProcessLogs::tmrProcess_Timer); });
-  connect(&m_tmrWait, &QTimer::timeout, this,
-          [this] { RunTick(kWait, &frmProcessLogs::tmrWait_Timer); });
+  connect(&m_tmrProcess, &QTimer::timeout, this, [this] { RunTick(kProcess, &frmProcessLogs::tmrProcess_Timer); });
+  connect(&m_tmrWait, &QTimer::timeout, this, [this] { RunTick(kWait, &frmProcessLogs::tmrWait_Timer); });
   connect(&m_tmrClearUpDebug, &QTimer::timeout, this,
           [this] { RunTick(kClearUpDebug, &frmProcessLogs::ClearUpDebugTick); });
 }
@@ -154,9 +151,9 @@ void frmProcessLogs::TickFailed(TimerId eTimer, const std::string& sError) {
     }
   }
   if (++m_iTickFailures[eTimer] >= kMaxTickFailures) {
-    DebugMsg(fmt::format("{} failed {} times in a row: the cycle is given up", kTimerNames[eTimer],
-                         m_iTickFailures[eTimer]),
-             -1, 0);
+    DebugMsg(
+        fmt::format("{} failed {} times in a row: the cycle is given up", kTimerNames[eTimer], m_iTickFailures[eTimer]),
+        -1, 0);
     m_iTickFailures[eTimer] = 0;
     AbandonCycle();
   }
@@ -231,8 +228,7 @@ void frmProcessLogs::Form_Load() {
   AppGlobal::SetApplication(AppGlobal::AppPath(), AppGlobal::AppExeName());
 
   DebugMsg("Read System Prx file location from registry", -1, 0);
-  SystemPrxFile = FileHelper::SpecialFolder(FileHelper::kCommonProgramFiles) +
-                  "/Norvane Shared/Kestrane v4/nvkn4.prx";
+  SystemPrxFile = FileHelper::SpecialFolder(FileHelper::kCommonProgramFiles) + "/Norvane Shared/Kestrane v4/nvkn4.prx";
 
   DebugMsg("Read and set timer intervals", -1, 0);
   m_tmrPrepareLists.setInterval(ReadInterval("PrepareTimerInterval", 100));
@@ -262,8 +258,8 @@ void frmProcessLogs::RestartProcessing() {
 }
 
 bool frmProcessLogs::CycleRunning() const {
-  return m_tmrLoadLogs.isActive() || m_tmrPrepareLists.isActive() || m_tmrProcess.isActive() ||
-         m_bBusy[kLoadLogs] || m_bBusy[kPrepareLists] || m_bBusy[kProcess];
+  return m_tmrLoadLogs.isActive() || m_tmrPrepareLists.isActive() || m_tmrProcess.isActive() || m_bBusy[kLoadLogs] ||
+         m_bBusy[kPrepareLists] || m_bBusy[kProcess];
 }
 
 void frmProcessLogs::cmdRestart_Click() {

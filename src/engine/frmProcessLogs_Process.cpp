@@ -24,11 +24,11 @@
 #include "config/CLogList.h"
 #include "config/CStream.h"
 #include "config/SerialDateHelper.h"
+#include "engine/AbandonedFiles.h"
 #include "engine/FileConversion.h"
 #include "engine/FolderTidyup.h"
 #include "engine/FormHosts.h"
 #include "engine/Globals.h"
-#include "engine/AbandonedFiles.h"
 #include "engine/ProcessState.h"
 #include "engine/frmProcessLogs.h"
 #include "hours/CHourlyInf.h"
@@ -44,7 +44,6 @@
 #include "support/OsInfo.h"
 
 #include <unistd.h>
-
 
 void frmProcessLogs::tmrProcess_Timer() {
   TraceScope oTrace("tmrProcess_Timer");
@@ -105,13 +104,6 @@ void frmProcessLogs::tmrProcess_Timer() {
   if (st.FileInProgress()) st.RunFile();
   if (st.bNoMoreFiles || m_bShutdown) EndRun();
 }
-
-
-
-
-
-
-
 
 void frmProcessLogs::EndRun() {
   ProcessState& st = *m_pProcess;

@@ -232,9 +232,7 @@ std::shared_ptr<CHourlyInf> CHourlyInf::Copy() const {
   return o;
 }
 
-int CHourlyInf::ProbeFile(const std::string& sPath, FileStamp& oStamp) {
-  return ProbeFileAt(AT_FDCWD, sPath, oStamp);
-}
+int CHourlyInf::ProbeFile(const std::string& sPath, FileStamp& oStamp) { return ProbeFileAt(AT_FDCWD, sPath, oStamp); }
 
 int CHourlyInf::ProbeFileAt(int iFolderFd, const std::string& sRelPath, FileStamp& oStamp) {
   struct stat st {};
@@ -344,8 +342,8 @@ std::shared_ptr<LogInfo> CHourlyInf::ParsePoint(const std::string& sText) {
     iMonth = Number(s, 4, 2);
     iDay = Number(s, 6, 2);
     iHour = Number(s, 8, 2);
-    bValid = iYear >= 1900 && iMonth >= 1 && iMonth <= 12 && iDay >= 1 &&
-             iDay <= DaysInMonth(iYear, iMonth) && iHour <= 23;
+    bValid =
+        iYear >= 1900 && iMonth >= 1 && iMonth <= 12 && iDay >= 1 && iDay <= DaysInMonth(iYear, iMonth) && iHour <= 23;
   }
   if (!bValid) {
     // Never due: garbage in a point must never delete or convert an hour.

@@ -1,8 +1,8 @@
 #include "hours/CLogProcessEntry.h"
 
 #include "config/VbConvert.h"
-#include "support/CNVErr.h"
 #include "support/AppGlobal.h"
+#include "support/CNVErr.h"
 #include "support/DebugMsg.h"
 
 namespace {

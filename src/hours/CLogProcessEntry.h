@@ -50,8 +50,8 @@ class CLogProcessEntry {
   std::string ActionDateString() const;
 
   // For CProcessEntryList::Add.
-  void Fill(std::shared_ptr<CLog> oLog, std::shared_ptr<CHourlyInf> oHourInf,
-            std::shared_ptr<LogInfo> oLogInf, eAction e);
+  void Fill(std::shared_ptr<CLog> oLog, std::shared_ptr<CHourlyInf> oHourInf, std::shared_ptr<LogInfo> oLogInf,
+            eAction e);
 
  private:
   std::shared_ptr<LogInfo> m_oLogInf;

@@ -11,17 +11,16 @@
 
 class CProcessEntryList {
  public:
-  static constexpr int32_t kErrInvalidCall = 5;       // a key that isn't there
-  static constexpr int32_t kErrSubscript = 9;         // an index that isn't there
-  static constexpr int32_t kErrDuplicateKey = 457;    // a key that is there already
+  static constexpr int32_t kErrInvalidCall = 5;     // a key that isn't there
+  static constexpr int32_t kErrSubscript = 9;       // an index that isn't there
+  static constexpr int32_t kErrDuplicateKey = 457;  // a key that is there already
 
   using Entries = std::vector<std::shared_ptr<CLogProcessEntry>>;
 
   // A new entry holding oLog itself, a Copy of oHourInf, a copy of oLogInfo and the
   // action, inserted at lPosition (see Insert). Returns it.
-  std::shared_ptr<CLogProcessEntry> Add(eAction eAct, const std::shared_ptr<CLog>& oLog,
-                                        const CHourlyInf& oHourInf, const LogInfo& oLogInfo,
-                                        int32_t lPosition = -1);
+  std::shared_ptr<CLogProcessEntry> Add(eAction eAct, const std::shared_ptr<CLog>& oLog, const CHourlyInf& oHourInf,
+                                        const LogInfo& oLogInfo, int32_t lPosition = -1);
   // -1 appends; 1 to Count puts the entry before the one at that position; Count + 1
   // appends too. Any other position raises kErrSubscript, a key that is there already
   // raises kErrDuplicateKey, a null entry kErrInvalidCall; the list is then unchanged.

@@ -6,11 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fcntl.h>
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <fcntl.h>
 #include <random>
 
 #include <fmt/format.h>
@@ -168,8 +168,8 @@ void WaitAWhile(int iPidFd, int iMs) {
 
 // Starts the program; its pid, or -1 when it could not be forked. bExecFailed: the
 // program was forked but could not be started (the exec failed).
-pid_t StartProgram(const std::string& sProgram, const std::vector<std::string>& aArgs,
-                   bool bOwnGroup, bool& bExecFailed) {
+pid_t StartProgram(const std::string& sProgram, const std::vector<std::string>& aArgs, bool bOwnGroup,
+                   bool& bExecFailed) {
   bExecFailed = false;
   std::vector<std::string> args = aArgs;
   args.insert(args.begin(), sProgram);
@@ -217,8 +217,7 @@ pid_t StartProgram(const std::string& sProgram, const std::vector<std::string>& 
 
 }  // namespace
 
-RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>& aArgs,
-                     const RunControl& oControl) {
+RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>& aArgs, const RunControl& oControl) {
   RunResult oResult;
   const bool bOwnGroup = oControl.bOwnGroup;
   bool bExecFailed = false;

@@ -40,8 +40,9 @@ thread_local int t_iLastWriteError = 0;
 // A rewrite that did not reach the disk: the old file stays whole, and the journal says why.
 int ReportWriteError(const std::string& sPath, int e, const char* sWhat) {
   t_iLastWriteError = e;
-  if (e) SayToJournal(JournalPriority::Error, fmt::format("cannot write the {} {}: {}; the file is kept as it was",
-                                                          sWhat, sPath, std::strerror(e)));
+  if (e)
+    SayToJournal(JournalPriority::Error,
+                 fmt::format("cannot write the {} {}: {}; the file is kept as it was", sWhat, sPath, std::strerror(e)));
   return e;
 }
 
@@ -136,8 +137,8 @@ class FileCache {
     std::shared_ptr<const T> pFile;
   };
   static bool Same(const Entry& c, const struct stat& st) {
-    return c.dev == st.st_dev && c.ino == st.st_ino && c.size == st.st_size &&
-           c.mtime.tv_sec == st.st_mtim.tv_sec && c.mtime.tv_nsec == st.st_mtim.tv_nsec;
+    return c.dev == st.st_dev && c.ino == st.st_ino && c.size == st.st_size && c.mtime.tv_sec == st.st_mtim.tv_sec &&
+           c.mtime.tv_nsec == st.st_mtim.tv_nsec;
   }
   static constexpr size_t kMaxEntries = 256;
   std::mutex m_mutex;
@@ -217,9 +218,8 @@ bool ChangeRegistry(const std::function<bool(RegistryFile&)>& fnChange) {
 std::shared_ptr<const ProfileFile> LoadProfile(const std::string& sFile) {
   if (sFile.empty()) return nullptr;
   int e = 0;
-  return ProfileCache().Get(sFile, e, [](const std::string&, const std::string& sBytes) {
-    return ProfileFile::Parse(sBytes);
-  });
+  return ProfileCache().Get(sFile, e,
+                            [](const std::string&, const std::string& sBytes) { return ProfileFile::Parse(sBytes); });
 }
 
 // Read the file as it is now, change it and write it back when the text changed.
@@ -285,8 +285,8 @@ bool DeleteRegKey(const std::string& sKey) {
 
 // ---- Profile files
 
-std::string GetProfileString(const std::string& sSection, const std::string& sKey,
-                             const std::string& sDefault, const std::string& sFile) {
+std::string GetProfileString(const std::string& sSection, const std::string& sKey, const std::string& sDefault,
+                             const std::string& sFile) {
   if (auto pFile = LoadProfile(sFile)) {
     if (auto v = pFile->GetString(sSection, sKey)) return *v;
   }

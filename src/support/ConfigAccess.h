@@ -12,8 +12,7 @@ namespace ConfigAccess {
 // "SOFTWARE\Norvane\Kestrane v4\Capture\Logger1"; names compare without regard to case.
 
 // A string value; a dword reads as its decimal text. sDefault when absent.
-std::string GetRegString(const std::string& sKey, const std::string& sValue,
-                         const std::string& sDefault);
+std::string GetRegString(const std::string& sKey, const std::string& sValue, const std::string& sDefault);
 // A 32-bit value; a string value gives its leading number. lDefault when absent.
 int32_t GetRegLong(const std::string& sKey, const std::string& sValue, int32_t lDefault);
 bool RegValueExists(const std::string& sKey, const std::string& sValue);
@@ -21,27 +20,24 @@ bool RegKeyExists(const std::string& sKey);
 
 // Writes create missing keys. bFlag is the platform's extra argument (not used here).
 bool SetRegString(const std::string& sKey, const std::string& sValue, const std::string& sData);
-bool SetRegLong(const std::string& sKey, const std::string& sValue, int32_t lData,
-                bool bFlag = false);
+bool SetRegLong(const std::string& sKey, const std::string& sValue, int32_t lData, bool bFlag = false);
 // Deletes the key, its values and its sub-keys. True when it is gone afterwards.
 bool DeleteRegKey(const std::string& sKey);
 
 // ---- Private profile files. File names are paths of this machine (see
 // Machine::TranslatePath for stored paths).
 
-std::string GetProfileString(const std::string& sSection, const std::string& sKey,
-                             const std::string& sDefault, const std::string& sFile);
-int32_t GetProfileInt(const std::string& sSection, const std::string& sKey, int32_t lDefault,
-                      const std::string& sFile);
+std::string GetProfileString(const std::string& sSection, const std::string& sKey, const std::string& sDefault,
+                             const std::string& sFile);
+int32_t GetProfileInt(const std::string& sSection, const std::string& sKey, int32_t lDefault, const std::string& sFile);
 // The whole section as entries each ended by a NUL, with one more NUL after the last;
 // "" when the section (or the file) is absent.
 std::string GetProfileSection(const std::string& sSection, const std::string& sFile);
 // Writes one key (creating file and section as needed). False on failure.
-bool WriteProfileString(const std::string& sSection, const std::string& sKey,
-                        const std::string& sValue, const std::string& sFile);
+bool WriteProfileString(const std::string& sSection, const std::string& sKey, const std::string& sValue,
+                        const std::string& sFile);
 // Replaces the whole section by the NUL-separated entries (same form as a section read).
-bool WriteProfileSection(const std::string& sSection, const std::string& sEntries,
-                         const std::string& sFile);
+bool WriteProfileSection(const std::string& sSection, const std::string& sEntries, const std::string& sFile);
 
 // Can the file be read at all? 0 when it can (or does not exist), else the errno of the
 // failed read, or kErrNotRegularFile. Lets callers tell "unreadable" from "empty".

@@ -137,8 +137,7 @@ void DebugMsg(const std::string& sMessage, int32_t lLevel, int32_t lMark) {
   if (OsInfo::PlatformId() == 2 && mode >= 10) {
     uint64_t ws = 0, pf = 0;
     MemoryCounters(ws, pf);
-    line += " " + AppGlobal::PadLeftText(std::to_string(ws), 10) + " " +
-            AppGlobal::PadLeftText(std::to_string(pf), 10);
+    line += " " + AppGlobal::PadLeftText(std::to_string(ws), 10) + " " + AppGlobal::PadLeftText(std::to_string(pf), 10);
   }
   line.append(static_cast<size_t>(g_indent) * 4, ' ');
   line += ' ';
@@ -170,7 +169,8 @@ void tmrClearUpDebug_Timer() {
   while (!name.empty()) {
     // The eight characters of the date stamp; names that are not digit stamps are passed over.
     std::string stamp = name.size() >= 18 ? name.substr(10, 8) : "";
-    if (stamp.size() == 8 && std::all_of(stamp.begin(), stamp.end(), [](char c) { return std::isdigit(static_cast<unsigned char>(c)); }))
+    if (stamp.size() == 8 &&
+        std::all_of(stamp.begin(), stamp.end(), [](char c) { return std::isdigit(static_cast<unsigned char>(c)); }))
       stamps.push_back(std::stoi(stamp));
     name = FileHelper::FindNext(h);
   }

@@ -21,10 +21,10 @@ std::atomic<bool> g_armed{false};
 std::once_flag g_envOnce;
 
 int ErrnoByName(const std::string& s) {
-  static const std::map<std::string, int> names = {
-      {"ENOSPC", ENOSPC}, {"EIO", EIO},       {"EACCES", EACCES}, {"EPERM", EPERM},
-      {"EROFS", EROFS},   {"ENOENT", ENOENT}, {"EEXIST", EEXIST}, {"EBUSY", EBUSY},
-      {"EDQUOT", EDQUOT}, {"EINVAL", EINVAL}, {"EFAULT", EFAULT}};
+  static const std::map<std::string, int> names = {{"ENOSPC", ENOSPC}, {"EIO", EIO},      {"EACCES", EACCES},
+                                                   {"EPERM", EPERM},   {"EROFS", EROFS},  {"ENOENT", ENOENT},
+                                                   {"EEXIST", EEXIST}, {"EBUSY", EBUSY},  {"EDQUOT", EDQUOT},
+                                                   {"EINVAL", EINVAL}, {"EFAULT", EFAULT}};
   auto it = names.find(s);
   if (it != names.end()) return it->second;
   return std::atoi(s.c_str());

@@ -66,7 +66,7 @@ bool Glob(const char* m, const char* n) {
 }
 
 bool IsDirectory(const std::string& sPath) {
-  struct stat st{};
+  struct stat st {};
   return ::stat(sPath.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
@@ -95,7 +95,7 @@ int32_t RemoveContentsAt(UniqueFd oFd, dev_t device) {
     aNames.emplace_back(e->d_name);
   }
   for (const std::string& sName : aNames) {
-    struct stat st{};
+    struct stat st {};
     if (::fstatat(fd, sName.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
       if (errno != ENOENT) note(errno);
       continue;
@@ -136,14 +136,14 @@ std::string SpecialFolder(int32_t lFolderId) {
 std::string DataDrive() { return "D"; }
 
 bool FileExists(const std::string& sPath) {
-  struct stat st{};
+  struct stat st {};
   return !sPath.empty() && ::stat(sPath.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
 bool FolderExists(const std::string& sPath) { return !sPath.empty() && IsDirectory(sPath); }
 
 int64_t FileSize(const std::string& sPath) {
-  struct stat st{};
+  struct stat st {};
   if (sPath.empty() || ::stat(sPath.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return -1;
   return static_cast<int64_t>(st.st_size);
 }
@@ -161,7 +161,7 @@ int32_t CreateFolder(const std::string& sPath) {
 bool EnsureFolder(const std::string& sPath, int32_t) { return CreateFolder(sPath) == 0; }
 
 int32_t DeleteFolder(const std::string& sPath, const std::string&, intptr_t, int32_t, int32_t) {
-  struct stat st{};
+  struct stat st {};
   if (sPath.empty() || ::lstat(sPath.c_str(), &st) != 0) return ENOENT;
   if (S_ISLNK(st.st_mode)) {
     // A link to a folder is removed as a link; what it points to stays.
@@ -189,8 +189,7 @@ bool MatchMask(const std::string& sName, const std::string& sMask) {
   if (sMask == "*.*" || sMask == "*") return true;
   if (Glob(sMask.c_str(), sName.c_str())) return true;
   // A trailing ".*" also matches a name without any extension ("13*.*" fits "13ab").
-  if (sMask.size() >= 2 && sMask.compare(sMask.size() - 2, 2, ".*") == 0 &&
-      sName.find('.') == std::string::npos)
+  if (sMask.size() >= 2 && sMask.compare(sMask.size() - 2, 2, ".*") == 0 && sName.find('.') == std::string::npos)
     return Glob(sMask.substr(0, sMask.size() - 2).c_str(), sName.c_str());
   return false;
 }
@@ -295,10 +294,13 @@ double DiskSpace(const std::string& sDrive, int32_t lKind) {
   // The nearest existing folder holds the drive's file system.
   while (!IsDirectory(path)) {
     size_t sep = path.find_last_of('/');
-    if (sep == std::string::npos || sep == 0) { path = "/"; break; }
+    if (sep == std::string::npos || sep == 0) {
+      path = "/";
+      break;
+    }
     path.erase(sep);
   }
-  struct statvfs sv{};
+  struct statvfs sv {};
   if (::statvfs(path.c_str(), &sv) != 0) return -1;
   double unit = static_cast<double>(sv.f_frsize);
   return lKind == 1 ? unit * static_cast<double>(sv.f_blocks) : unit * static_cast<double>(sv.f_bavail);

@@ -6,16 +6,16 @@
 
 namespace FileHelper {
 
-constexpr int32_t kWindowsFolder = 36;         // <root>/drive_c/Windows
-constexpr int32_t kCommonProgramFiles = 43;    // <root>/drive_c/Program Files/Common Files
+constexpr int32_t kWindowsFolder = 36;       // <root>/drive_c/Windows
+constexpr int32_t kCommonProgramFiles = 43;  // <root>/drive_c/Program Files/Common Files
 constexpr int32_t kAttrDirectory = 16;
 
 std::string SpecialFolder(int32_t lFolderId);  // "" for an unknown id
 std::string DataDrive();                       // "D"
 
-bool FileExists(const std::string& sPath);     // a plain file
+bool FileExists(const std::string& sPath);  // a plain file
 bool FolderExists(const std::string& sPath);
-int64_t FileSize(const std::string& sPath);    // -1 when there is no such file
+int64_t FileSize(const std::string& sPath);  // -1 when there is no such file
 
 // Creates the folder and its parents. True when it exists afterwards.
 bool EnsureFolder(const std::string& sPath, int32_t lFlags = 0);
@@ -27,8 +27,8 @@ int32_t CreateFolder(const std::string& sPath);
 // link to a folder loses the link only. A folder of another file system inside (a mount)
 // is never entered: the delete fails with EXDEV and the mount stays. Every entry that can
 // go goes; the result is the first error met.
-int32_t DeleteFolder(const std::string& sPath, const std::string& sTitle = "",
-                     intptr_t hWnd = 0, int32_t lZero = 0, int32_t lFlags = 1028);
+int32_t DeleteFolder(const std::string& sPath, const std::string& sTitle = "", intptr_t hWnd = 0, int32_t lZero = 0,
+                     int32_t lFlags = 1028);
 // Deletes one file. 0 on success, else an errno value.
 int32_t DeleteFile(const std::string& sPath);
 
@@ -51,10 +51,10 @@ int32_t LastFindError();
 bool MatchMask(const std::string& sName, const std::string& sMask);
 
 // Name parts. Both "/" and "\" separate.
-std::string GetFolder(const std::string& sPath);      // "/a/b/c.wav" -> "/a/b"
-std::string GetFileName(const std::string& sPath);    // -> "c.wav"
-std::string GetFileTitle(const std::string& sPath);   // -> "c"
-std::string GetExtension(const std::string& sPath);   // -> "wav" ("" when none)
+std::string GetFolder(const std::string& sPath);     // "/a/b/c.wav" -> "/a/b"
+std::string GetFileName(const std::string& sPath);   // -> "c.wav"
+std::string GetFileTitle(const std::string& sPath);  // -> "c"
+std::string GetExtension(const std::string& sPath);  // -> "wav" ("" when none)
 
 // Free (lKind 2) or total (lKind 1) bytes of the file system that holds the drive
 // ("c:" -> <root>/drive_c). -1 when it can't be read.

@@ -116,8 +116,8 @@ std::string GetTempFile(std::string sPath, const std::string& sExt) {
       return "";
     }
     DebugMsg("Process the return", -1);
-    if (sExt.empty() || (sExt.size() == 3 && (sExt[0] | 0x20) == 't' && (sExt[1] | 0x20) == 'm' &&
-                         (sExt[2] | 0x20) == 'p')) {
+    if (sExt.empty() ||
+        (sExt.size() == 3 && (sExt[0] | 0x20) == 't' && (sExt[1] | 0x20) == 'm' && (sExt[2] | 0x20) == 'p')) {
       DebugMsg("End GetTempFile", 5, 2);
       return sName;
     }
@@ -230,8 +230,7 @@ int WriteFileAtomically(const std::string& sPath, const std::string& sContent) {
 
 int RenameNoReplace(const std::string& sFrom, const std::string& sTo) {
   if (sFrom.empty() || sTo.empty()) return ENOENT;
-  if (::syscall(SYS_renameat2, AT_FDCWD, sFrom.c_str(), AT_FDCWD, sTo.c_str(), RENAME_NOREPLACE) == 0)
-    return 0;
+  if (::syscall(SYS_renameat2, AT_FDCWD, sFrom.c_str(), AT_FDCWD, sTo.c_str(), RENAME_NOREPLACE) == 0) return 0;
   const int e = errno;
   if (e != EINVAL && e != ENOSYS) return e;
   // The file system has no no-replace rename: a hard link fails on an existing name too.

@@ -26,24 +26,19 @@ bool EnsureMessageFolder(const std::string& sFolder) {
     iPos = sFolder.find('/', iPos + 1);
     sPath = sFolder.substr(0, iPos);
     if (sPath.empty()) continue;
-    if (mkdir(sPath.c_str(), iPos == std::string::npos ? 0700 : 0755) != 0 && errno != EEXIST)
-      return false;
+    if (mkdir(sPath.c_str(), iPos == std::string::npos ? 0700 : 0755) != 0 && errno != EEXIST) return false;
   }
   struct stat st {};
   return stat(sFolder.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-int OpenFolder(const std::string& sFolder) {
-  return open(sFolder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-}
+int OpenFolder(const std::string& sFolder) { return open(sFolder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }
 
 // The address of handler sName. A path that doesn't fit the 108 bytes of sun_path goes
 // through the descriptor of the open folder instead (/proc/self/fd/<dirfd>/<name>), which
 // the kernel resolves as the same file.
-bool MakeAddress(const std::string& sFolder, int iDirFd, const std::string& sName,
-                 sockaddr_un& addr, socklen_t& len) {
-  if (sName.empty() || sName.find('/') != std::string::npos || sName == "." || sName == "..")
-    return false;
+bool MakeAddress(const std::string& sFolder, int iDirFd, const std::string& sName, sockaddr_un& addr, socklen_t& len) {
+  if (sName.empty() || sName.find('/') != std::string::npos || sName == "." || sName == "..") return false;
   std::memset(&addr, 0, sizeof addr);
   addr.sun_family = AF_UNIX;
   std::string sPath = sFolder + "/" + sName;
@@ -57,15 +52,13 @@ bool MakeAddress(const std::string& sFolder, int iDirFd, const std::string& sNam
   return true;
 }
 
-bool SendFrom(int iFd, const std::string& sFolder, int iDirFd, const std::string& sHandler,
-              const std::string& sText) {
+bool SendFrom(int iFd, const std::string& sFolder, int iDirFd, const std::string& sHandler, const std::string& sText) {
   sockaddr_un addr;
   socklen_t len = 0;
   if (!MakeAddress(sFolder, iDirFd, sHandler, addr, len)) return false;
   ssize_t n;
   do {
-    n = sendto(iFd, sText.data(), sText.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-               reinterpret_cast<sockaddr*>(&addr), len);
+    n = sendto(iFd, sText.data(), sText.size(), MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&addr), len);
   } while (n < 0 && errno == EINTR);
   return n == static_cast<ssize_t>(sText.size());
 }
@@ -133,8 +126,7 @@ std::optional<MessageEndpoint::Message> MessageEndpoint::Receive() {
   std::memset(&from, 0, sizeof from);
   ssize_t n;
   do {
-    n = recvfrom(m_fd.Get(), buf.data(), buf.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&from),
-                 &fromLen);
+    n = recvfrom(m_fd.Get(), buf.data(), buf.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&from), &fromLen);
   } while (n < 0 && errno == EINTR);
   if (n < 0) return std::nullopt;
   Message m;

@@ -34,12 +34,12 @@ int32_t DefaultAnswer(int32_t lStyle) {
   const int32_t buttons = lStyle & 7;
   const int32_t which = (lStyle >> 8) & 3;  // default button 1, 2, 3
   static const int32_t answers[6][3] = {
-      {vbOK, vbOK, vbOK},  // OK
-      {vbOK, vbCancel, vbOK},  // OK, Cancel
-      {3, 4, 5},                 // Abort, Retry, Ignore
-      {vbYes, vbNo, vbCancel},   // Yes, No, Cancel
-      {vbYes, vbNo, vbYes},      // Yes, No
-      {4, vbCancel, 4},          // Retry, Cancel
+      {vbOK, vbOK, vbOK},       // OK
+      {vbOK, vbCancel, vbOK},   // OK, Cancel
+      {3, 4, 5},                // Abort, Retry, Ignore
+      {vbYes, vbNo, vbCancel},  // Yes, No, Cancel
+      {vbYes, vbNo, vbYes},     // Yes, No
+      {4, vbCancel, 4},         // Retry, Cancel
   };
   if (buttons > 5) return vbOK;
   return answers[buttons][which > 2 ? 0 : which];

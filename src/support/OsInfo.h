@@ -3,8 +3,8 @@
 #include <string>
 
 namespace OsInfo {
-int32_t PlatformId();          // 2: the NT family, as the system expects
-std::string ComputerName();    // host name, upper case, no backslashes
+int32_t PlatformId();        // 2: the NT family, as the system expects
+std::string ComputerName();  // host name, upper case, no backslashes
 }  // namespace OsInfo
 
 namespace Win32Helper {

@@ -47,8 +47,7 @@ bool ProcessUid(uint32_t lPid, unsigned long& lUid) {
 
 }  // namespace
 
-uint32_t FindProcess(const std::string& sFolder, const std::string& sExeName, bool IncludeSelf,
-                     bool AnyUser) {
+uint32_t FindProcess(const std::string& sFolder, const std::string& sExeName, bool IncludeSelf, bool AnyUser) {
   std::string sTarget = sFolder;
   while (sTarget.size() > 1 && sTarget.back() == '/') sTarget.pop_back();
   sTarget += "/" + StripExe(sExeName);

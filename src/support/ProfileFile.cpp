@@ -158,9 +158,7 @@ std::optional<std::string> ProfileFile::GetString(std::string_view sSection, std
   return std::nullopt;
 }
 
-bool ProfileFile::HasSection(std::string_view sSection) const {
-  return FindSection(sSection) != std::string::npos;
-}
+bool ProfileFile::HasSection(std::string_view sSection) const { return FindSection(sSection) != std::string::npos; }
 
 std::string ProfileFile::GetSection(std::string_view sSection) const {
   const size_t iSec = FindSection(sSection);

@@ -13,10 +13,8 @@ using namespace RegistryText;
 
 std::optional<std::string> RegistryFile::Value::AsText() const {
   switch (eType) {
-    case ValueType::String:
-      return sString;
-    case ValueType::Dword:
-      return std::to_string(static_cast<int32_t>(lDword));
+    case ValueType::String: return sString;
+    case ValueType::Dword: return std::to_string(static_cast<int32_t>(lDword));
     case ValueType::Hex:
       if (lHexKind == 1 || lHexKind == 2) {
         std::string_view s(reinterpret_cast<const char*>(aBytes.data()), aBytes.size());
@@ -33,19 +31,17 @@ std::optional<std::string> RegistryFile::Value::AsText() const {
 
 std::optional<int32_t> RegistryFile::Value::AsLong() const {
   switch (eType) {
-    case ValueType::String:
-      return TextRules::LeadingInt32(sString);
-    case ValueType::Dword:
-      return static_cast<int32_t>(lDword);
+    case ValueType::String: return TextRules::LeadingInt32(sString);
+    case ValueType::Dword: return static_cast<int32_t>(lDword);
     case ValueType::Hex:
       if (lHexKind == 1 || lHexKind == 2) return TextRules::LeadingInt32(*AsText());
       if ((lHexKind == 4 && aBytes.size() == 4) || (lHexKind == 0xb && aBytes.size() == 8)) {
-        return static_cast<int32_t>(uint32_t(aBytes[0]) | uint32_t(aBytes[1]) << 8 |
-                                    uint32_t(aBytes[2]) << 16 | uint32_t(aBytes[3]) << 24);
+        return static_cast<int32_t>(uint32_t(aBytes[0]) | uint32_t(aBytes[1]) << 8 | uint32_t(aBytes[2]) << 16 |
+                                    uint32_t(aBytes[3]) << 24);
       }
       if (lHexKind == 5 && aBytes.size() == 4) {
-        return static_cast<int32_t>(uint32_t(aBytes[3]) | uint32_t(aBytes[2]) << 8 |
-                                    uint32_t(aBytes[1]) << 16 | uint32_t(aBytes[0]) << 24);
+        return static_cast<int32_t>(uint32_t(aBytes[3]) | uint32_t(aBytes[2]) << 8 | uint32_t(aBytes[1]) << 16 |
+                                    uint32_t(aBytes[0]) << 24);
       }
       return std::nullopt;
   }
@@ -60,8 +56,7 @@ std::vector<std::string> RegistryFile::PathOf(const std::string& sKey) {
   return aParts;
 }
 
-bool RegistryFile::IsPrefix(const std::vector<std::string>& aPrefix,
-                            const std::vector<std::string>& aPath) {
+bool RegistryFile::IsPrefix(const std::vector<std::string>& aPrefix, const std::vector<std::string>& aPath) {
   return aPrefix.size() <= aPath.size() && std::equal(aPrefix.begin(), aPrefix.end(), aPath.begin());
 }
 
@@ -71,31 +66,25 @@ long RegistryFile::FindValue(const std::vector<std::string>& aPath, const std::s
   for (size_t i = 0; i < m_aLines.size(); ++i) {
     const Line& L = m_aLines[i];
     switch (L.eKind) {
-      case Kind::Key:
-        bInKey = L.aPath == aPath;
-        break;
+      case Kind::Key: bInKey = L.aPath == aPath; break;
       case Kind::KeyDelete:
         bInKey = false;
         if (IsPrefix(L.aPath, aPath)) lFound = -1;
         break;
-      case Kind::BadKey:
-        bInKey = false;
-        break;
+      case Kind::BadKey: bInKey = false; break;
       case Kind::Value:
         if (bInKey && L.sNameUpper == sNameUpper) lFound = static_cast<long>(i);
         break;
       case Kind::ValueDelete:
         if (bInKey && L.sNameUpper == sNameUpper) lFound = -1;
         break;
-      default:
-        break;
+      default: break;
     }
   }
   return lFound;
 }
 
-std::optional<RegistryFile::Value> RegistryFile::GetValue(const std::string& sKey,
-                                                          const std::string& sName) const {
+std::optional<RegistryFile::Value> RegistryFile::GetValue(const std::string& sKey, const std::string& sName) const {
   const long i = FindValue(PathOf(sKey), TextRules::Upper(sName));
   if (i < 0) return std::nullopt;
   return m_aLines[static_cast<size_t>(i)].oValue;
@@ -126,20 +115,16 @@ size_t RegistryFile::BlockEnd(size_t iHeader) const {
 
 std::vector<std::string> RegistryFile::ValueLines(const std::string& sName, const Value& oValue) {
   switch (oValue.eType) {
-    case ValueType::String:
-      return {NameText(sName) + "=" + Quote(oValue.sString)};
-    case ValueType::Dword:
-      return {NameText(sName) + fmt::format("=dword:{:08x}", oValue.lDword)};
-    case ValueType::Hex:
-      break;
+    case ValueType::String: return {NameText(sName) + "=" + Quote(oValue.sString)};
+    case ValueType::Dword: return {NameText(sName) + fmt::format("=dword:{:08x}", oValue.lDword)};
+    case ValueType::Hex: break;
   }
   const std::string sType = oValue.lHexKind < 0 ? "hex:" : fmt::format("hex({:x}):", oValue.lHexKind);
   return HexLines(NameText(sName) + "=" + sType, oValue.aBytes);
 }
 
 bool RegistryFile::PutValue(const std::string& sKey, const std::string& sName, const Value& oValue) {
-  if (sKey.find_first_of("\r\n") != std::string::npos || sName.find_first_of("\r\n") != std::string::npos)
-    return false;
+  if (sKey.find_first_of("\r\n") != std::string::npos || sName.find_first_of("\r\n") != std::string::npos) return false;
   const auto aPath = PathOf(sKey);
   Line NL;
   NL.eKind = Kind::Value;
@@ -177,8 +162,7 @@ bool RegistryFile::PutValue(const std::string& sKey, const std::string& sName, c
   return true;
 }
 
-void RegistryFile::InsertKeyWith(const std::string& sKey, const std::vector<std::string>& aPath,
-                                 Line NL) {
+void RegistryFile::InsertKeyWith(const std::string& sKey, const std::vector<std::string>& aPath, Line NL) {
   // A new key goes after the last section of the key nearest to it in the tree, so that
   // an export's order is kept; at the end when a later "[-...]" line would remove it.
   size_t iBest = 0;

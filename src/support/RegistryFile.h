@@ -77,7 +77,7 @@ class RegistryFile {
     std::vector<std::string> aPath;  // Key, KeyDelete: components, upper case, hive spelt out
     std::string sName;               // Value, ValueDelete: the name as written
     std::string sNameUpper;
-    Value oValue;                    // Value
+    Value oValue;  // Value
   };
 
   static std::vector<std::string> PathOf(const std::string& sKey);
@@ -86,10 +86,10 @@ class RegistryFile {
   // The steps of ClassifyLines: each fills L from the trimmed line t and gives the reason
   // it cannot be read, or "". A hex value takes its continuation lines (moving i).
   static std::string ClassifyKey(std::string_view t, Line& L);
-  std::string ClassifyValue(std::string_view t, bool bInKey,
-                            const std::vector<std::string_view>& aPhysical, size_t& i, Line& L) const;
-  std::string ReadHexValue(std::string_view sType, const std::vector<std::string_view>& aPhysical,
-                           size_t& i, Line& L) const;
+  std::string ClassifyValue(std::string_view t, bool bInKey, const std::vector<std::string_view>& aPhysical, size_t& i,
+                            Line& L) const;
+  std::string ReadHexValue(std::string_view sType, const std::vector<std::string_view>& aPhysical, size_t& i,
+                           Line& L) const;
   // Index of the line that holds the value now in force, or -1.
   long FindValue(const std::vector<std::string>& aPath, const std::string& sNameUpper) const;
   // Sets a value; an existing value keeps the spelling of its name.

@@ -19,8 +19,7 @@ RegistryFile RegistryFile::Parse(std::string_view sBytes) {
     sText = TextRules::Utf16ToUtf8(sBytes.substr(2), true);
   } else if (sBytes.substr(0, 3) == "\xEF\xBB\xBF") {
     sText = sBytes.substr(3);
-  } else if (sBytes.size() >= 4 && sBytes[0] != '\0' && sBytes[1] == '\0' && sBytes[2] != '\0' &&
-             sBytes[3] == '\0') {
+  } else if (sBytes.size() >= 4 && sBytes[0] != '\0' && sBytes[1] == '\0' && sBytes[2] != '\0' && sBytes[3] == '\0') {
     // UTF-16LE that lost its byte-order mark: text never holds NUL bytes otherwise.
     sText = TextRules::Utf16ToUtf8(sBytes, false);
   } else {
@@ -102,9 +101,8 @@ std::string RegistryFile::ClassifyKey(std::string_view t, Line& L) {
   return "";
 }
 
-std::string RegistryFile::ClassifyValue(std::string_view t, bool bInKey,
-                                        const std::vector<std::string_view>& aPhysical, size_t& i,
-                                        Line& L) const {
+std::string RegistryFile::ClassifyValue(std::string_view t, bool bInKey, const std::vector<std::string_view>& aPhysical,
+                                        size_t& i, Line& L) const {
   std::string sName;
   size_t pos = 0;
   if (t[0] == '@') {
@@ -129,8 +127,7 @@ std::string RegistryFile::ClassifyValue(std::string_view t, bool bInKey,
     if (q != sRest.size()) return "text after the closing quote";
     v.eType = ValueType::String;
   } else if (StartsWithNoCase(sRest, "dword:")) {
-    if (!ParseHex32(TextRules::Trim(sRest.substr(6), kBlanks), v.lDword))
-      return "dword value is not 1 to 8 hex digits";
+    if (!ParseHex32(TextRules::Trim(sRest.substr(6), kBlanks), v.lDword)) return "dword value is not 1 to 8 hex digits";
     v.eType = ValueType::Dword;
   } else if (StartsWithNoCase(sRest, "hex")) {
     std::string sWhy = ReadHexValue(sRest.substr(3), aPhysical, i, L);
@@ -142,9 +139,8 @@ std::string RegistryFile::ClassifyValue(std::string_view t, bool bInKey,
   return "";
 }
 
-std::string RegistryFile::ReadHexValue(std::string_view sType,
-                                       const std::vector<std::string_view>& aPhysical, size_t& i,
-                                       Line& L) const {
+std::string RegistryFile::ReadHexValue(std::string_view sType, const std::vector<std::string_view>& aPhysical,
+                                       size_t& i, Line& L) const {
   Value& v = L.oValue;
   v.lHexKind = -1;
   if (!sType.empty() && sType[0] == '(') {

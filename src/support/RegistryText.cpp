@@ -14,9 +14,7 @@ bool StartsWithNoCase(std::string_view s, std::string_view sPrefix) {
 
 namespace {
 
-bool IsHexDigit(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
+bool IsHexDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
 uint32_t HexDigitValue(char c) {
   if (c >= '0' && c <= '9') return static_cast<uint32_t>(c - '0');
@@ -90,14 +88,13 @@ bool ParseHexBytes(std::string_view s, std::vector<uint8_t>& aBytes) {
 bool IsHexContinuation(std::string_view s) {
   s = TextRules::Trim(s, kBlanks);
   if (s.empty()) return false;
-  return std::all_of(s.begin(), s.end(), [](char c) {
-    return IsHexDigit(c) || c == ',' || c == ' ' || c == '\t' || c == '\\';
-  });
+  return std::all_of(s.begin(), s.end(),
+                     [](char c) { return IsHexDigit(c) || c == ',' || c == ' ' || c == '\t' || c == '\\'; });
 }
 
 bool IsKnownHive(std::string_view sUpper) {
-  return sUpper.substr(0, 5) == "HKEY_" || sUpper == "HKLM" || sUpper == "HKCU" ||
-         sUpper == "HKCR" || sUpper == "HKU" || sUpper == "HKCC";
+  return sUpper.substr(0, 5) == "HKEY_" || sUpper == "HKLM" || sUpper == "HKCU" || sUpper == "HKCR" ||
+         sUpper == "HKU" || sUpper == "HKCC";
 }
 
 std::vector<std::string> SplitPath(std::string_view s) {

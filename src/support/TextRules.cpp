@@ -82,8 +82,7 @@ int32_t LeadingInt32(std::string_view s) {
   bool bNegative = false;
   if (i < s.size() && (s[i] == '+' || s[i] == '-')) bNegative = s[i++] == '-';
   uint32_t lValue = 0;
-  while (i < s.size() && s[i] >= '0' && s[i] <= '9')
-    lValue = lValue * 10u + static_cast<uint32_t>(s[i++] - '0');
+  while (i < s.size() && s[i] >= '0' && s[i] <= '9') lValue = lValue * 10u + static_cast<uint32_t>(s[i++] - '0');
   if (bNegative) lValue = 0u - lValue;
   return static_cast<int32_t>(lValue);
 }

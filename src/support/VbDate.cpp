@@ -48,13 +48,9 @@ int32_t DateSerial(int iYear, int iMonth, int iDay) {
   return static_cast<int32_t>(first + iDay - 1);
 }
 
-double TimeSerial(int iHour, int iMinute, int iSecond) {
-  return (iHour * 3600.0 + iMinute * 60.0 + iSecond) / 86400.0;
-}
+double TimeSerial(int iHour, int iMinute, int iSecond) { return (iHour * 3600.0 + iMinute * 60.0 + iSecond) / 86400.0; }
 
-double Make(const Parts& p) {
-  return DateSerial(p.Year, p.Month, p.Day) + TimeSerial(p.Hour, p.Minute, p.Second);
-}
+double Make(const Parts& p) { return DateSerial(p.Year, p.Month, p.Day) + TimeSerial(p.Hour, p.Minute, p.Second); }
 
 Parts Split(double dDate) {
   Parts p;
@@ -82,21 +78,41 @@ std::string Format(double dDate, const std::string& sPattern) {
   size_t i = 0;
   auto starts = [&](const char* t) { return sPattern.compare(i, std::char_traits<char>::length(t), t) == 0; };
   while (i < sPattern.size()) {
-    if (starts("yyyy")) { out += fmt::format("{:04}", p.Year); i += 4; }
-    else if (starts("yy")) { out += fmt::format("{:02}", p.Year % 100); i += 2; }
-    else if (starts("mmmm")) { out += kMonths[p.Month - 1]; i += 4; }
-    else if (starts("mm")) { out += fmt::format("{:02}", p.Month); i += 2; }
-    else if (starts("dddd")) {
+    if (starts("yyyy")) {
+      out += fmt::format("{:04}", p.Year);
+      i += 4;
+    } else if (starts("yy")) {
+      out += fmt::format("{:02}", p.Year % 100);
+      i += 2;
+    } else if (starts("mmmm")) {
+      out += kMonths[p.Month - 1];
+      i += 4;
+    } else if (starts("mm")) {
+      out += fmt::format("{:02}", p.Month);
+      i += 2;
+    } else if (starts("dddd")) {
       int64_t days = DaysFromCivil(p.Year, p.Month, p.Day);  // 1970-01-01 was a Thursday
       out += kWeekdays[((days % 7) + 11) % 7];
       i += 4;
+    } else if (starts("dd")) {
+      out += fmt::format("{:02}", p.Day);
+      i += 2;
+    } else if (starts("d")) {
+      out += fmt::format("{}", p.Day);
+      i += 1;
+    } else if (starts("hh")) {
+      out += fmt::format("{:02}", p.Hour);
+      i += 2;
+    } else if (starts("nn")) {
+      out += fmt::format("{:02}", p.Minute);
+      i += 2;
+    } else if (starts("ss")) {
+      out += fmt::format("{:02}", p.Second);
+      i += 2;
+    } else {
+      out += sPattern[i];
+      ++i;
     }
-    else if (starts("dd")) { out += fmt::format("{:02}", p.Day); i += 2; }
-    else if (starts("d")) { out += fmt::format("{}", p.Day); i += 1; }
-    else if (starts("hh")) { out += fmt::format("{:02}", p.Hour); i += 2; }
-    else if (starts("nn")) { out += fmt::format("{:02}", p.Minute); i += 2; }
-    else if (starts("ss")) { out += fmt::format("{:02}", p.Second); i += 2; }
-    else { out += sPattern[i]; ++i; }
   }
   return out;
 }

@@ -14,55 +14,36 @@ constexpr int32_t vbAbort = 3, vbRetry = 4, vbIgnore = 5;
 
 QMessageBox::Icon IconOf(int32_t lStyle) {
   switch (lStyle & 0x70) {
-    case vbCritical:
-      return QMessageBox::Critical;
-    case vbQuestion:
-      return QMessageBox::Question;
-    case vbExclamation:
-      return QMessageBox::Warning;
-    case vbInformation:
-      return QMessageBox::Information;
-    default:
-      return QMessageBox::NoIcon;
+    case vbCritical: return QMessageBox::Critical;
+    case vbQuestion: return QMessageBox::Question;
+    case vbExclamation: return QMessageBox::Warning;
+    case vbInformation: return QMessageBox::Information;
+    default: return QMessageBox::NoIcon;
   }
 }
 
 QMessageBox::StandardButton ButtonOf(int32_t lAnswer) {
   switch (lAnswer) {
-    case vbOK:
-      return QMessageBox::Ok;
-    case vbCancel:
-      return QMessageBox::Cancel;
-    case vbAbort:
-      return QMessageBox::Abort;
-    case vbRetry:
-      return QMessageBox::Retry;
-    case vbIgnore:
-      return QMessageBox::Ignore;
-    case vbYes:
-      return QMessageBox::Yes;
-    case vbNo:
-      return QMessageBox::No;
-    default:
-      return QMessageBox::NoButton;
+    case vbOK: return QMessageBox::Ok;
+    case vbCancel: return QMessageBox::Cancel;
+    case vbAbort: return QMessageBox::Abort;
+    case vbRetry: return QMessageBox::Retry;
+    case vbIgnore: return QMessageBox::Ignore;
+    case vbYes: return QMessageBox::Yes;
+    case vbNo: return QMessageBox::No;
+    default: return QMessageBox::NoButton;
   }
 }
 
 // The buttons of a style, in their order on the box.
 std::vector<int32_t> AnswersOf(int32_t lStyle) {
   switch (lStyle & 7) {
-    case 1:
-      return {vbOK, vbCancel};
-    case 2:
-      return {vbAbort, vbRetry, vbIgnore};
-    case 3:
-      return {vbYes, vbNo, vbCancel};
-    case vbYesNo:
-      return {vbYes, vbNo};
-    case 5:
-      return {vbRetry, vbCancel};
-    default:
-      return {vbOK};
+    case 1: return {vbOK, vbCancel};
+    case 2: return {vbAbort, vbRetry, vbIgnore};
+    case 3: return {vbYes, vbNo, vbCancel};
+    case vbYesNo: return {vbYes, vbNo};
+    case 5: return {vbRetry, vbCancel};
+    default: return {vbOK};
   }
 }
 

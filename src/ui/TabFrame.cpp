@@ -4,8 +4,7 @@
 #include <QStylePainter>
 #include <QTabBar>
 
-TabFrame::TabFrame(const QString& sTabCaption, QWidget* pParent)
-    : QWidget(pParent), m_pTabBar(new QTabBar(this)) {
+TabFrame::TabFrame(const QString& sTabCaption, QWidget* pParent) : QWidget(pParent), m_pTabBar(new QTabBar(this)) {
   m_pTabBar->setDrawBase(false);
   m_pTabBar->setExpanding(false);
   m_pTabBar->addTab(sTabCaption);

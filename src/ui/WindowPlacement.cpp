@@ -22,9 +22,7 @@ constexpr int kSmallest = 600;
 constexpr int kLargest = 15 * 20000;
 
 // What the frame adds to the client area (nothing before the window manager framed it).
-QSize FrameExtra(const QWidget& oWindow) {
-  return oWindow.frameGeometry().size() - oWindow.geometry().size();
-}
+QSize FrameExtra(const QWidget& oWindow) { return oWindow.frameGeometry().size() - oWindow.geometry().size(); }
 
 }  // namespace
 
@@ -33,12 +31,12 @@ std::optional<Placement> Read(const std::string& sKey) {
   Placement oPlace;
   int iState = 0;
   char cEnd = 0;
-  if (std::sscanf(sText.c_str(), "%d,%d,%d,%d,%d%c", &oPlace.iLeft, &oPlace.iTop, &oPlace.iWidth,
-                  &oPlace.iHeight, &iState, &cEnd) != 5)
+  if (std::sscanf(sText.c_str(), "%d,%d,%d,%d,%d%c", &oPlace.iLeft, &oPlace.iTop, &oPlace.iWidth, &oPlace.iHeight,
+                  &iState, &cEnd) != 5)
     return std::nullopt;
   if (oPlace.iWidth < kSmallest || oPlace.iHeight < kSmallest || oPlace.iWidth > kLargest ||
-      oPlace.iHeight > kLargest || oPlace.iLeft < -kLargest || oPlace.iLeft > kLargest ||
-      oPlace.iTop < -kLargest || oPlace.iTop > kLargest)
+      oPlace.iHeight > kLargest || oPlace.iLeft < -kLargest || oPlace.iLeft > kLargest || oPlace.iTop < -kLargest ||
+      oPlace.iTop > kLargest)
     return std::nullopt;
   oPlace.bMaximised = iState == 2;
   return oPlace;
@@ -53,8 +51,8 @@ bool Save(const std::string& sKey, const QWidget& oWindow) {
   const QPoint oOrigin = oClient.topLeft() - (oWindow.geometry().topLeft() - oWindow.frameGeometry().topLeft());
   const std::string sText =
       fmt::format("{},{},{},{},{}", PixelsToTwips(oOrigin.x()), PixelsToTwips(oOrigin.y()),
-                  PixelsToTwips(oClient.width() + oExtra.width()),
-                  PixelsToTwips(oClient.height() + oExtra.height()), oWindow.isMaximized() ? 2 : 0);
+                  PixelsToTwips(oClient.width() + oExtra.width()), PixelsToTwips(oClient.height() + oExtra.height()),
+                  oWindow.isMaximized() ? 2 : 0);
   return ConfigAccess::SetRegString(sKey, kValue, sText);
 }
 

@@ -2,12 +2,9 @@
 
 #include "engine/WorkList.h"
 
-WorkListModel::WorkListModel(const WorkList& oRows, QObject* pParent)
-    : QAbstractTableModel(pParent), m_oRows(oRows) {}
+WorkListModel::WorkListModel(const WorkList& oRows, QObject* pParent) : QAbstractTableModel(pParent), m_oRows(oRows) {}
 
-int WorkListModel::rowCount(const QModelIndex& oParent) const {
-  return oParent.isValid() ? 0 : m_oRows.Count();
-}
+int WorkListModel::rowCount(const QModelIndex& oParent) const { return oParent.isValid() ? 0 : m_oRows.Count(); }
 
 int WorkListModel::columnCount(const QModelIndex& oParent) const {
   return oParent.isValid() ? 0 : static_cast<int>(WorkList::kColumnHeaders.size());

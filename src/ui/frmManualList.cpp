@@ -24,8 +24,7 @@ void MakeLabel(Control<QLabel>& oLabel, QWidget* pParent, int iLeft, int iTop, i
 
 }  // namespace
 
-frmManualList::frmManualList(QWidget* pParent)
-    : QDialog(pParent), m_pEntryList(std::make_shared<CProcessEntryList>()) {
+frmManualList::frmManualList(QWidget* pParent) : QDialog(pParent), m_pEntryList(std::make_shared<CProcessEntryList>()) {
   setWindowTitle("Build a Manual Processing List");
   setFont(FormFont(font()));
   setFixedSize(TwipsToPixels(kClientWidth), TwipsToPixels(kClientHeight));

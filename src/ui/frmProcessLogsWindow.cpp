@@ -154,10 +154,8 @@ void frmProcessLogsWindow::MoveForm(int iLeft, int iTop, int iWidth, int iHeight
 
 void frmProcessLogsWindow::SetWindowStateNormal() {
   if (!isMinimized() && !isMaximized() && !isFullScreen()) return;
-  if (isVisible())
-    showNormal();
-  else
-    setWindowState(windowState() & ~(Qt::WindowMinimized | Qt::WindowMaximized | Qt::WindowFullScreen));
+  if (isVisible()) showNormal();
+  else setWindowState(windowState() & ~(Qt::WindowMinimized | Qt::WindowMaximized | Qt::WindowFullScreen));
 }
 
 // ---- The layouts.
@@ -168,8 +166,7 @@ void frmProcessLogsWindow::SetProcessorActive(bool bActive) {
   m_bProcessorActive = bActive;
 
   QRect oScreen(0, 0, 800, 600);
-  if (const QScreen* pScreen = screen() ? screen() : QGuiApplication::primaryScreen())
-    oScreen = pScreen->geometry();
+  if (const QScreen* pScreen = screen() ? screen() : QGuiApplication::primaryScreen()) oScreen = pScreen->geometry();
   const int iScreenWidth = PixelsToTwips(oScreen.width());
   const int iScreenHeight = PixelsToTwips(oScreen.height());
 
@@ -195,8 +192,7 @@ void frmProcessLogsWindow::SetProcessorActive(bool bActive) {
 
 void frmProcessLogsWindow::PlaceClosedBox() {
   QRect oScreen(0, 0, 800, 600);
-  if (const QScreen* pScreen = screen() ? screen() : QGuiApplication::primaryScreen())
-    oScreen = pScreen->geometry();
+  if (const QScreen* pScreen = screen() ? screen() : QGuiApplication::primaryScreen()) oScreen = pScreen->geometry();
   m_oPlacedFrame = frameGeometry().size() - size();
   MoveForm(PixelsToTwips(oScreen.left()) + (PixelsToTwips(oScreen.width()) - kClosedWidth) / 2,
            PixelsToTwips(oScreen.top()) + (PixelsToTwips(oScreen.height()) - kClosedHeight) / 2, kClosedWidth,
@@ -227,9 +223,9 @@ void frmProcessLogsWindow::Form_Resize() {
     SSTab2.SetLeft(SW - SSTab1.Left() - SSTab2.Width());
     SSTab1.SetWidth(SW - 2 * SSTab1.Left());
     fraActive.SetWidth(SSTab1.Width() - 2 * fraActive.Left());
-    for (TwipControl* p : {static_cast<TwipControl*>(&prgLog), static_cast<TwipControl*>(&Label3),
-                           static_cast<TwipControl*>(&prgFile), static_cast<TwipControl*>(&Label2),
-                           static_cast<TwipControl*>(&Label5), static_cast<TwipControl*>(&lvwItems)})
+    for (TwipControl* p :
+         {static_cast<TwipControl*>(&prgLog), static_cast<TwipControl*>(&Label3), static_cast<TwipControl*>(&prgFile),
+          static_cast<TwipControl*>(&Label2), static_cast<TwipControl*>(&Label5), static_cast<TwipControl*>(&lvwItems)})
       p->SetLeft(0);
     prgLog.SetWidth(fraActive.Width());
     prgFile.SetWidth(fraActive.Width());
@@ -267,10 +263,8 @@ void frmProcessLogsWindow::ShowForm() { show(); }
 void frmProcessLogsWindow::SetBusyPointer(bool bBusy) {
   if (bBusy == m_bBusyPointer) return;
   m_bBusyPointer = bBusy;
-  if (bBusy)
-    QApplication::setOverrideCursor(Qt::WaitCursor);
-  else
-    QApplication::restoreOverrideCursor();
+  if (bBusy) QApplication::setOverrideCursor(Qt::WaitCursor);
+  else QApplication::restoreOverrideCursor();
 }
 
 void frmProcessLogsWindow::SetAllDoneCaption(const std::string& sText) {
@@ -319,10 +313,8 @@ void frmProcessLogsWindow::lvwItems_SelectionChanged() {
 }
 
 void frmProcessLogsWindow::Minimise() {
-  if (isVisible())
-    showMinimized();
-  else
-    setWindowState((windowState() & ~Qt::WindowMaximized) | Qt::WindowMinimized);
+  if (isVisible()) showMinimized();
+  else setWindowState((windowState() & ~Qt::WindowMaximized) | Qt::WindowMinimized);
 }
 
 void frmProcessLogsWindow::SaveWindowPosition() {
@@ -365,10 +357,8 @@ void frmProcessLogsWindow::closeEvent(QCloseEvent* pEvent) {
   const bool bClosed = m_oForm.RequestClose();
   m_bInCloseEvent = false;
   // While the question was open, the running cycle may have ended and unloaded the form.
-  if (bClosed || m_bFormUnloaded)
-    pEvent->accept();
-  else
-    pEvent->ignore();
+  if (bClosed || m_bFormUnloaded) pEvent->accept();
+  else pEvent->ignore();
 }
 
 // ---- Manual lists.

@@ -75,18 +75,18 @@ class frmProcessLogsWindow : public QWidget, public IProcessorView {
 
   // The controls, nested as on the form.
   uHWndGrab uHWndGrab1;
-  Control<TabFrame> SSTab2;          // "Actions", hidden
-  Control<QWidget> picActions;       // in SSTab2
+  Control<TabFrame> SSTab2;               // "Actions", hidden
+  Control<QWidget> picActions;            // in SSTab2
   Control<QToolButton> cmdInsertList;     // in picActions
   Control<QToolButton> cmdInsertListNow;  // in picActions
-  Control<TabFrame> SSTab1;          // "Current Task"
-  Control<QWidget> picDone;          // in SSTab1: the closed layout's panel
-  Control<QPushButton> cmdRestart;   // in picDone
-  Control<QLabel> lblAllDone;        // in picDone
-  Control<QFrame> fraActive;         // in SSTab1: the open layout's panel
-  Control<QListWidget> fileInfLister;  // in fraActive, used by nothing
-  Control<QTreeView> lvwItems;       // in fraActive: the work list
-  Control<QLabel> lblCurrentFile;    // in fraActive
+  Control<TabFrame> SSTab1;               // "Current Task"
+  Control<QWidget> picDone;               // in SSTab1: the closed layout's panel
+  Control<QPushButton> cmdRestart;        // in picDone
+  Control<QLabel> lblAllDone;             // in picDone
+  Control<QFrame> fraActive;              // in SSTab1: the open layout's panel
+  Control<QListWidget> fileInfLister;     // in fraActive, used by nothing
+  Control<QTreeView> lvwItems;            // in fraActive: the work list
+  Control<QLabel> lblCurrentFile;         // in fraActive
   Control<QLabel> Label5;
   Control<QLabel> Label2;
   Control<QProgressBar> prgFile;

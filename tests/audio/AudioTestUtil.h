@@ -18,8 +18,7 @@
 namespace audiotest {
 
 // Interleaved 16-bit tone: every channel carries the same sine.
-inline std::vector<int16_t> Sine(double dFreq, int iRate, int iChannels, double dSeconds,
-                                 double dAmp = 12000.0) {
+inline std::vector<int16_t> Sine(double dFreq, int iRate, int iChannels, double dSeconds, double dAmp = 12000.0) {
   const size_t n = static_cast<size_t>(dSeconds * iRate);
   std::vector<int16_t> a(n * iChannels);
   for (size_t i = 0; i < n; ++i) {
@@ -39,8 +38,7 @@ inline std::vector<double> Channel(const std::vector<int16_t>& a, int iChannels,
 
 // Best normalised correlation of b against a over lags -iMaxLag..iMaxLag, over a window
 // of up to 6000 samples from the middle of the signals (the ends may be cut by a block).
-inline double BestCorrelation(const std::vector<double>& a, const std::vector<double>& b,
-                              int iMaxLag = 64) {
+inline double BestCorrelation(const std::vector<double>& a, const std::vector<double>& b, int iMaxLag = 64) {
   const size_t n = std::min(a.size(), b.size());
   if (n < 4 * static_cast<size_t>(iMaxLag) + 16) return 0.0;
   double dBest = -1;
@@ -118,8 +116,7 @@ inline bool DecodeWith(const std::string& sTool, const std::string& sWav, const 
                        std::vector<int16_t>& aOut) {
   std::string sCmd = sTool == "sox"
                          ? "sox -V1 '" + sWav + "' -t raw -e signed -b 16 '" + sRaw + "'"
-                         : "ffmpeg -nostdin -v error -y -i '" + sWav + "' -f s16le -acodec pcm_s16le '" +
-                               sRaw + "'";
+                         : "ffmpeg -nostdin -v error -y -i '" + sWav + "' -f s16le -acodec pcm_s16le '" + sRaw + "'";
   if (RunProgram(sCmd) != 0) return false;
   aOut = BytesToSamples(ReadBytes(sRaw));
   return true;

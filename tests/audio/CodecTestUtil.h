@@ -40,10 +40,12 @@ inline void FfmpegConvert(const std::string& sSrc, const std::string& sDst, cons
 inline std::map<std::string, std::string> Probe(const std::string& sPath) {
   std::map<std::string, std::string> m;
   std::string s;
-  RunProgram("ffprobe -v error -select_streams a:0 -show_entries "
-             "stream=codec_name,sample_rate,channels,bit_rate,duration,block_align:"
-             "format=duration,bit_rate -of default=nw=1 " + Quote(sPath),
-             &s);
+  RunProgram(
+      "ffprobe -v error -select_streams a:0 -show_entries "
+      "stream=codec_name,sample_rate,channels,bit_rate,duration,block_align:"
+      "format=duration,bit_rate -of default=nw=1 " +
+          Quote(sPath),
+      &s);
   std::istringstream in(s);
   std::string sLine;
   bool bFormat = false;

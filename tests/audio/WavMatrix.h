@@ -59,8 +59,8 @@ inline int32_t ConvertThroughClass(const std::string& sSrc, const std::string& s
 // Converts sSrc (llFrames frames at iSrcRate) to t and checks that the output holds every
 // sample of the source after rate conversion (rounded), at most one block more, a "fact"
 // count of exactly that many samples, and audio (not silence) up to its last sample.
-inline void CheckConversion(const std::string& sSrc, int64_t llFrames, int iSrcRate,
-                            const Target& t, const std::string& sWork) {
+inline void CheckConversion(const std::string& sSrc, int64_t llFrames, int iSrcRate, const Target& t,
+                            const std::string& sWork) {
   SCOPED_TRACE(TargetName(t));
   const std::string sOut = sWork + "/out.wav";
   ASSERT_EQ(ConvertThroughClass(sSrc, sOut, t), 0);

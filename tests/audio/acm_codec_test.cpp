@@ -5,10 +5,10 @@
 #include <cstring>
 #include <random>
 
+#include "AudioTestUtil.h"
 #include "audio/AudioTypes.h"
 #include "audio/codec/Acm.h"
 #include "audio/codec/AdpcmCodec.h"
-#include "AudioTestUtil.h"
 
 using namespace Acm;
 
@@ -19,10 +19,10 @@ Wfx Suggest(uint32_t lRate, uint16_t iCh, uint16_t iTag) {
   dst.wFormatTag = iTag;
   dst.nChannels = iCh;
   dst.nSamplesPerSec = lRate;
-  EXPECT_EQ(FormatSuggest(Wfx::PCM(lRate, iCh), dst, 50,
-                          ACM_FORMATSUGGESTF_WFORMATTAG | ACM_FORMATSUGGESTF_NCHANNELS |
-                              ACM_FORMATSUGGESTF_NSAMPLESPERSEC),
-            MMSYSERR_NOERROR);
+  EXPECT_EQ(
+      FormatSuggest(Wfx::PCM(lRate, iCh), dst, 50,
+                    ACM_FORMATSUGGESTF_WFORMATTAG | ACM_FORMATSUGGESTF_NCHANNELS | ACM_FORMATSUGGESTF_NSAMPLESPERSEC),
+      MMSYSERR_NOERROR);
   return dst;
 }
 
@@ -87,23 +87,19 @@ TEST_P(AcmSuggest, AdpcmFormatsAsTheWindowsCodecsSuggestThem) {
     // wNumCoef 7, then the standard pairs: (256,0) (512,-256) (0,0) (192,64) (240,0) (460,-208) (392,-232)
     const int16_t aCoef[14] = {256, 0, 512, -256, 0, 0, 192, 64, 240, 0, 460, -208, 392, -232};
     EXPECT_EQ(a[20] | (a[21] << 8), 7);
-    for (int i = 0; i < 14; ++i)
-      EXPECT_EQ(static_cast<int16_t>(a[22 + 2 * i] | (a[23 + 2 * i] << 8)), aCoef[i]) << i;
+    for (int i = 0; i < 14; ++i) EXPECT_EQ(static_cast<int16_t>(a[22 + 2 * i] | (a[23 + 2 * i] << 8)), aCoef[i]) << i;
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Table, AcmSuggest,
-    ::testing::Values(SuggestCase{22050, 1, 17, 512, 1017, 11100},
-                      SuggestCase{44100, 2, 17, 2048, 2041, 44251},
-                      SuggestCase{8000, 1, 17, 256, 505, 4055},
-                      SuggestCase{11025, 2, 17, 512, 505, 11177},
-                      SuggestCase{22050, 1, 2, 512, 1012, 11155},
-                      SuggestCase{44100, 2, 2, 2048, 2036, 44359}));
+    ::testing::Values(SuggestCase{22050, 1, 17, 512, 1017, 11100}, SuggestCase{44100, 2, 17, 2048, 2041, 44251},
+                      SuggestCase{8000, 1, 17, 256, 505, 4055}, SuggestCase{11025, 2, 17, 512, 505, 11177},
+                      SuggestCase{22050, 1, 2, 512, 1012, 11155}, SuggestCase{44100, 2, 2, 2048, 2036, 44359}));
 
 TEST(AcmFormats, SuggestRefusesWhatNoCodecMakes) {
-  constexpr uint32_t kPin = ACM_FORMATSUGGESTF_WFORMATTAG | ACM_FORMATSUGGESTF_NCHANNELS |
-                            ACM_FORMATSUGGESTF_NSAMPLESPERSEC;
+  constexpr uint32_t kPin =
+      ACM_FORMATSUGGESTF_WFORMATTAG | ACM_FORMATSUGGESTF_NCHANNELS | ACM_FORMATSUGGESTF_NSAMPLESPERSEC;
   Wfx dst = Wfx::PCM(44100, 2);
   dst.wFormatTag = 85;
   EXPECT_EQ(FormatSuggest(Wfx::PCM(44100, 2), dst, 50, kPin), ACMERR_NOTPOSSIBLE);
@@ -152,9 +148,8 @@ TEST_P(AcmCodecRoundTrip, SineSurvivesEncodeAndDecode) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Codecs, AcmCodecRoundTrip,
-                         ::testing::Values(CodecCase{17, 22050, 1}, CodecCase{17, 44100, 2},
-                                           CodecCase{17, 8000, 2}, CodecCase{2, 22050, 1},
-                                           CodecCase{2, 44100, 2}, CodecCase{2, 11025, 2}));
+                         ::testing::Values(CodecCase{17, 22050, 1}, CodecCase{17, 44100, 2}, CodecCase{17, 8000, 2},
+                                           CodecCase{2, 22050, 1}, CodecCase{2, 44100, 2}, CodecCase{2, 11025, 2}));
 
 TEST(AcmStreams, PcmPassesThroughAndWiderPcmNarrowsTo16Bits) {
   auto aIn = audiotest::Sine(300, 8000, 2, 0.1);

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <string>
 #include <cstring>
+#include <string>
 
 #include "AudioTestUtil.h"
 #include "audio/codec/ArrayConverter.h"
@@ -72,13 +72,16 @@ TEST(ArrayConverter, TheDrainAtTheEndGivesEverySample) {
     bool bEncoder;
     double dSecs;
     size_t lPiece;
-  } cases[] = {{44100, 22050, true, 1.37, 202},  {44100, 8000, true, 1.37, 202},
-               {44100, 8000, false, 1.37, 202}, {44100, 48000, false, 1.37, 202},
+  } cases[] = {{44100, 22050, true, 1.37, 202},
+               {44100, 8000, true, 1.37, 202},
+               {44100, 8000, false, 1.37, 202},
+               {44100, 48000, false, 1.37, 202},
                // 59.99 s of 22050 Hz audio once at 44100 Hz, to 48000 Hz in 1 s pieces: the
                // resampler alone gives one frame too many.
                {44100, 48000, true, 2645560.0 / 44100, 44100}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::to_string(c.iArrayRate) + "/" + std::to_string(c.iPcmRate) + (c.bEncoder ? " encoder" : " decoder"));
+    SCOPED_TRACE(std::to_string(c.iArrayRate) + "/" + std::to_string(c.iPcmRate) +
+                 (c.bEncoder ? " encoder" : " decoder"));
     ArrayConverter o;
     o.SetArrayFormat(c.iArrayRate, 1);
     o.SetFormatPCM(c.iPcmRate, 1, 16);

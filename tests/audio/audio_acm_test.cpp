@@ -30,8 +30,8 @@ class AudioAcmTest : public TempRootTest {
 
   // Writes memory-format audio (44100 Hz stereo) into a new file in pieces of
   // dPieceSecs. Result: the open's code, or the first failing write's or the close's.
-  int32_t Write(const std::string& sPath, int iRate, int iCh, int iTag,
-                const std::vector<int16_t>& aMem, double dPieceSecs = 1.0) {
+  int32_t Write(const std::string& sPath, int iRate, int iCh, int iTag, const std::vector<int16_t>& aMem,
+                double dPieceSecs = 1.0) {
     CAudioACM o;
     o.SetFileFormat(iRate, iCh, iTag);
     o.SetBufLenSecs(dPieceSecs);
@@ -218,14 +218,13 @@ TEST_P(AudioAcmForeign, FilesOfTheReferenceToolsReadToTheRightLength) {
 const std::string kFfmpeg = "ffmpeg -nostdin -v error -f lavfi -i sine=frequency=440:duration=1:sample_rate=";
 INSTANTIATE_TEST_SUITE_P(
     Tools, AudioAcmForeign,
-    ::testing::Values(
-        ForeignCase{"sox_pcm", "sox -n -r 22050 -c 1 -b 16 -e signed $OUT synth 1 sine 440", 22050, 1, 1},
-        ForeignCase{"sox_ima", "sox -n -r 22050 -c 2 -e ima-adpcm $OUT synth 1 sine 440", 22050, 2, 17},
-        ForeignCase{"sox_ms", "sox -n -r 11025 -c 1 -e ms-adpcm $OUT synth 1 sine 440", 11025, 1, 2},
-        ForeignCase{"sox_pcm8", "sox -n -r 8000 -c 1 -b 8 -e unsigned $OUT synth 1 sine 440", 8000, 1, 1},
-        ForeignCase{"ffmpeg_pcm", kFfmpeg + "44100 -ac 2 -c:a pcm_s16le $OUT", 44100, 2, 1},
-        ForeignCase{"ffmpeg_ima", kFfmpeg + "22050 -c:a adpcm_ima_wav $OUT", 22050, 1, 17},
-        ForeignCase{"ffmpeg_ms", kFfmpeg + "44100 -ac 2 -c:a adpcm_ms $OUT", 44100, 2, 2}),
+    ::testing::Values(ForeignCase{"sox_pcm", "sox -n -r 22050 -c 1 -b 16 -e signed $OUT synth 1 sine 440", 22050, 1, 1},
+                      ForeignCase{"sox_ima", "sox -n -r 22050 -c 2 -e ima-adpcm $OUT synth 1 sine 440", 22050, 2, 17},
+                      ForeignCase{"sox_ms", "sox -n -r 11025 -c 1 -e ms-adpcm $OUT synth 1 sine 440", 11025, 1, 2},
+                      ForeignCase{"sox_pcm8", "sox -n -r 8000 -c 1 -b 8 -e unsigned $OUT synth 1 sine 440", 8000, 1, 1},
+                      ForeignCase{"ffmpeg_pcm", kFfmpeg + "44100 -ac 2 -c:a pcm_s16le $OUT", 44100, 2, 1},
+                      ForeignCase{"ffmpeg_ima", kFfmpeg + "22050 -c:a adpcm_ima_wav $OUT", 22050, 1, 17},
+                      ForeignCase{"ffmpeg_ms", kFfmpeg + "44100 -ac 2 -c:a adpcm_ms $OUT", 44100, 2, 2}),
     [](const auto& i) { return i.param.sName; });
 
 // ------------------------------------------------------------------ damaged files
@@ -263,7 +262,9 @@ TEST_F(AudioAcmDamaged, BrokenLayoutsGiveTheirResultOrReadCleanly) {
   const auto &fmt = m_aChunks[0], &data = m_aChunks[2];
   const size_t f = fmt.lOffset;
   auto Riff = [](const std::string& sBody) { return "RIFF" + audiotest::U32(sBody.size() + 4) + "WAVE" + sBody; };
-  auto Patch = [&](size_t i, const std::string& sBytes) { return std::string(m_sGood).replace(i, sBytes.size(), sBytes); };
+  auto Patch = [&](size_t i, const std::string& sBytes) {
+    return std::string(m_sGood).replace(i, sBytes.size(), sBytes);
+  };
   const std::string sOdd = "odd " + audiotest::U32(3) + "abc";
   struct Case {
     const char* name;
@@ -301,8 +302,8 @@ TEST_F(AudioAcmDamaged, BrokenLayoutsGiveTheirResultOrReadCleanly) {
 
 TEST_F(AudioAcmDamaged, TruncatedFilesEndTheAudioCleanly) {
   const size_t lDataStart = m_aChunks[2].lOffset;
-  for (size_t lCut : {size_t{10}, size_t{30}, lDataStart - 4, lDataStart, lDataStart + 100,
-                      lDataStart + 5000, m_sGood.size() - 1}) {
+  for (size_t lCut :
+       {size_t{10}, size_t{30}, lDataStart - 4, lDataStart, lDataStart + 100, lDataStart + 5000, m_sGood.size() - 1}) {
     SCOPED_TRACE(lCut);
     int64_t llBytes = -1;
     int32_t rc = OpenAndDrain(m_sGood.substr(0, lCut), &llBytes);
@@ -401,8 +402,7 @@ TEST_F(AudioAcmTest, AFullDiskFailsTheWriteOrTheCloseAndKeepsNoFinalFile) {
     ASSERT_EQ(o.OpenAudioFile(P("full.wav"), AudioFileWrite), 0);
     Faults::Arm("audio.write", ENOSPC);
     int32_t rc = 0;
-    for (size_t i = 0; i < aMem.size() && rc == 0; i += 88200)
-      rc = o.WriteAudioData(aMem.data() + i, 176400);
+    for (size_t i = 0; i < aMem.size() && rc == 0; i += 88200) rc = o.WriteAudioData(aMem.data() + i, 176400);
     EXPECT_EQ(rc, -4);
     EXPECT_EQ(o.CloseAudioFile(), -3);
     EXPECT_TRUE(o.AudioOpen());

@@ -97,8 +97,11 @@ TEST_F(AudioFormatTest, WavDescriptionSizesAndAlignment) {
 TEST(FormatHelpers, NumberRules) {
   for (auto [d, i] : {std::pair{2.5, 3}, {-2.5, -3}, {2.49, 2}, {1e12, 2147483647}, {-1e12, -2147483647 - 1}})
     EXPECT_EQ(RoundToInt(d), i) << d;
-  for (auto [v, s] : {std::pair<int64_t, const char*>{0, "0"}, {999, "999"}, {1000, "1,000"},
-                      {1234567, "1,234,567"}, {-44100, "-44,100"}})
+  for (auto [v, s] : {std::pair<int64_t, const char*>{0, "0"},
+                      {999, "999"},
+                      {1000, "1,000"},
+                      {1234567, "1,234,567"},
+                      {-44100, "-44,100"}})
     EXPECT_EQ(GroupThousands(v), s);
 }
 

@@ -19,7 +19,9 @@ class CodecOwnersTest : public TempRootTest {};
 
 TEST_F(CodecOwnersTest, WaveFormatIsFoundBehindOtherChunksAndCutToTheFile) {
   const std::string sFmt = std::string("\x11\x00\x02\x00\x44\xAC\x00\x00", 8) + std::string(10, 'f');
-  auto riff = [](const std::string& sBody) { return "RIFF" + U32(static_cast<uint32_t>(sBody.size() + 4)) + "WAVE" + sBody; };
+  auto riff = [](const std::string& sBody) {
+    return "RIFF" + U32(static_cast<uint32_t>(sBody.size() + 4)) + "WAVE" + sBody;
+  };
   const struct {
     const char* sName;
     std::string sBytes;

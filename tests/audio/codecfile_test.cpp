@@ -3,10 +3,10 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "audio/CodecTestUtil.h"
 #include "audio/codec/CodecError.h"
 #include "audio/codec/CodecFile.h"
 #include "audio/codec/Mp3GaplessInfo.h"
-#include "audio/CodecTestUtil.h"
 
 using namespace codectest;
 
@@ -30,7 +30,6 @@ std::vector<int16_t> Ramp(int n, int iChannels) {
   return a;
 }
 
-
 }  // namespace
 
 class CodecFileRead : public ScratchTest {
@@ -50,9 +49,12 @@ TEST_F(CodecFileRead, ReadsEveryFormatAtTheArrayFormat) {
     const char* opts;
     int tag, bitrate;  // 0: not checked
   } cases[] = {
-      {"a.mp3", "-c:a libmp3lame -b:a 128k", 85, 128000}, {"a.ogg", "-c:a libvorbis -b:a 96k", 0, 0},
-      {"a.mp2", "-c:a mp2 -b:a 192k", 0, 0},               {"a.wma", "-c:a wmav2 -b:a 64k", 0, 0},
-      {"ima.wav", "-c:a adpcm_ima_wav", 17, 0},            {"ms.wav", "-c:a adpcm_ms", 0, 0},
+      {"a.mp3", "-c:a libmp3lame -b:a 128k", 85, 128000},
+      {"a.ogg", "-c:a libvorbis -b:a 96k", 0, 0},
+      {"a.mp2", "-c:a mp2 -b:a 192k", 0, 0},
+      {"a.wma", "-c:a wmav2 -b:a 64k", 0, 0},
+      {"ima.wav", "-c:a adpcm_ima_wav", 17, 0},
+      {"ms.wav", "-c:a adpcm_ms", 0, 0},
       {"pcm.wav", "-c:a pcm_s16le", 1, 44100 * 2 * 16},
   };
   for (const auto& c : cases) {
@@ -98,7 +100,6 @@ TEST_F(CodecFileRead, ResamplesAndUpmixes) {
   EXPECT_NEAR(static_cast<double>(all.size()) / 2, 44100, 64);
   for (size_t i = 0; i + 1 < all.size(); i += 2) ASSERT_EQ(all[i], all[i + 1]) << i;
 }
-
 
 // The length of a compressed file is that of the audio present, as a decoder delivers
 // it: whole, or cut short anywhere (the MP3's Info frame still counts every frame then).
@@ -214,7 +215,8 @@ TEST_F(CodecFileRead, RefusesWhatIsNotAudio) {
 TEST_F(CodecFileRead, DamagedFilesEndCleanly) {
   std::srand(7);
   for (auto [s, sOpts] : {std::pair{std::string("a.mp3"), "-c:a libmp3lame -b:a 128k"},
-                          {std::string("a.ogg"), "-c:a libvorbis -b:a 96k"}, {std::string("a.wma"), "-c:a wmav2 -b:a 64k"}}) {
+                          {std::string("a.ogg"), "-c:a libvorbis -b:a 96k"},
+                          {std::string("a.wma"), "-c:a wmav2 -b:a 64k"}}) {
     FfmpegConvert(P("src.wav"), P(s), sOpts);
     auto a = ReadBytes(P(s));
     WriteBytes(P("half_" + s), a.substr(0, a.size() / 2));
@@ -246,8 +248,10 @@ TEST_F(CodecFileWrite, WritesEachFormat) {
     int type;
     int rate, channels, kbps;
   } cases[] = {
-      {"a.mp3", CodecFile::kTypeMP3, 22050, 1, 32}, {"b.mp2", CodecFile::kTypeMP2, 48000, 2, 192},
-      {"a.ogg", CodecFile::kTypeOGG, 22050, 1, 48}, {"a.wav", CodecFile::kTypeWAV, 16000, 1, 0},
+      {"a.mp3", CodecFile::kTypeMP3, 22050, 1, 32},
+      {"b.mp2", CodecFile::kTypeMP2, 48000, 2, 192},
+      {"a.ogg", CodecFile::kTypeOGG, 22050, 1, 48},
+      {"a.wav", CodecFile::kTypeWAV, 16000, 1, 0},
   };
   auto src = Ramp(44100 * 3 / 2, 2);
   for (auto& s : src) s = static_cast<int16_t>(8000 * std::sin(&s - src.data()));
@@ -266,7 +270,8 @@ TEST_F(CodecFileWrite, WritesEachFormat) {
     EXPECT_EQ(f.BitRate(), c.kbps ? c.kbps * 1000 : c.rate * c.channels * 16);
     f.Create(P(c.name), c.type);
     EXPECT_EQ(f.State(), 2);
-    for (size_t i = 0; i < src.size(); i += 8820) f.WriteSamples(src.data() + i, std::min<size_t>(8820, src.size() - i));
+    for (size_t i = 0; i < src.size(); i += 8820)
+      f.WriteSamples(src.data() + i, std::min<size_t>(8820, src.size() - i));
     EXPECT_EQ(f.TotalSamples(), 44100 * 3 / 2);
     f.Close();
     EXPECT_EQ(f.State(), 0);

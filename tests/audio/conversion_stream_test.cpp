@@ -102,9 +102,7 @@ TEST_F(ConversionStreamTest, AShortPieceWaitsAndTheNextCompletesTheBlock) {
   EXPECT_EQ(n, 512);
   EXPECT_EQ(m_t.BufferUsed, 2500u - kBlockBytes);
   // The waiting bytes are the start of the next block, in order.
-  EXPECT_EQ(std::memcmp(m_t.lpSourceBuffer, reinterpret_cast<uint8_t*>(aPcm.data()) + kBlockBytes,
-                        m_t.BufferUsed),
-            0);
+  EXPECT_EQ(std::memcmp(m_t.lpSourceBuffer, reinterpret_cast<uint8_t*>(aPcm.data()) + kBlockBytes, m_t.BufferUsed), 0);
 }
 
 TEST_F(ConversionStreamTest, NothingToConvertChangesNothing) {

@@ -55,8 +55,10 @@ class NctTest : public CopierRootTest {
 // ------------------------------------------------------------------ format face
 
 TEST_F(NctTest, ChooseAudioClassAndIndirectDefaults) {
-  for (auto [iType, bWma, bIndirect] : {std::tuple{FormatMP3, false, true}, {FormatMP2, false, false},
-                                        {FormatOGG, false, false}, {FormatWMA, true, true}}) {
+  for (auto [iType, bWma, bIndirect] : {std::tuple{FormatMP3, false, true},
+                                        {FormatMP2, false, false},
+                                        {FormatOGG, false, false},
+                                        {FormatWMA, true, true}}) {
     SCOPED_TRACE(iType);
     auto o = ChooseAudioClass(iType);
     auto w = std::dynamic_pointer_cast<CAudioWMA>(o);
@@ -298,7 +300,8 @@ TEST_F(NctTest, WriteFailuresReportByResult) {
     int type, kbps;  // WMA: a profile that does not exist
     const char* name;
     const char* source;
-  } cases[] = {{FormatMP2, 128, "x.mp2", "CAudioNCT.OpenWriteFile"}, {FormatWMA, 4444, "x.wma", "CAudioFileWMA.OpenWriteFile"}};
+  } cases[] = {{FormatMP2, 128, "x.mp2", "CAudioNCT.OpenWriteFile"},
+               {FormatWMA, 4444, "x.wma", "CAudioFileWMA.OpenWriteFile"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     auto f = Make(c.type, 11025, c.kbps, 2, 17, false);  // MP2 refuses 11025 Hz
@@ -334,10 +337,11 @@ TEST_F(NctTest, TracesKeepTheirNamesAndNesting) {
   const std::string sTrace = ReadBytes(DebugLog::CurrentFile());
   for (const char* s :
        {"Start CAudioNCT::IAF_OpenAudioFile", "    Start CAudioNCT::OpenWriteFile", "    End CAudioNCT::OpenWriteFile",
-        " End CAudioNCT::IAF_OpenAudioFile", "Start CAudioNCT::IAF_CloseAudioFile", " End CAudioNCT::IAF_CloseAudioFile",
-        " Exit CAudioNCT::IAF_WriteAudioData (File Not Open)", "Exit CAudioNCT::OpenWriteFile (Unable to create file)",
-        "Start CAudioFileWMA::IAudioFile_OpenAudioFile", "    Start CAudioFileWMA::OpenWriteFile",
-        " End CAudioFileWMA::IAudioFile_CloseAudioFile", " Exit CAudioWMA::IAudioFile_WriteAudioData (File is not open)",
+        " End CAudioNCT::IAF_OpenAudioFile", "Start CAudioNCT::IAF_CloseAudioFile",
+        " End CAudioNCT::IAF_CloseAudioFile", " Exit CAudioNCT::IAF_WriteAudioData (File Not Open)",
+        "Exit CAudioNCT::OpenWriteFile (Unable to create file)", "Start CAudioFileWMA::IAudioFile_OpenAudioFile",
+        "    Start CAudioFileWMA::OpenWriteFile", " End CAudioFileWMA::IAudioFile_CloseAudioFile",
+        " Exit CAudioWMA::IAudioFile_WriteAudioData (File is not open)",
         "Exit CAudioFileWMA::OpenWriteFile (CreateFile failed.  err = "})
     EXPECT_NE(sTrace.find(s), std::string::npos) << s << "\n" << sTrace;
 }
@@ -372,8 +376,8 @@ TEST_F(NctTest, IndirectWritesRunTheCopier) {
     auto r = Make(c.type, 8000, 8, 2, 1, false);
     ASSERT_EQ(r->OpenAudioFile(P(c.name), AudioFileRead), 0);
     // The file's values replace the object's (for WMA, the profile number too).
-    EXPECT_TRUE(std::dynamic_pointer_cast<IAudioFormat>(r)->IsSameFormat(
-        std::dynamic_pointer_cast<IAudioFormat>(o).get()));
+    EXPECT_TRUE(
+        std::dynamic_pointer_cast<IAudioFormat>(r)->IsSameFormat(std::dynamic_pointer_cast<IAudioFormat>(o).get()));
     if (auto w = std::dynamic_pointer_cast<CAudioWMA>(r)) {
       EXPECT_EQ(w->ProfileNum(), 7);
     }
@@ -387,8 +391,8 @@ TEST_F(NctTest, IndirectWritesRunTheCopier) {
 TEST_F(NctTest, CopierOutputCutShortFailsTheLengthCheck) {
   const double dSecs = 12.0;
   const auto src = MemTone(dSecs);
-  for (auto [iType, sName] : {std::pair{FormatMP3, "a.mp3"}, {FormatMP2, "a.mp2"}, {FormatOGG, "a.ogg"},
-                              {FormatWMA, "a.wma"}}) {
+  for (auto [iType, sName] :
+       {std::pair{FormatMP3, "a.mp3"}, {FormatMP2, "a.mp2"}, {FormatOGG, "a.ogg"}, {FormatWMA, "a.wma"}}) {
     SCOPED_TRACE(sName);
     {
       auto o = Make(iType, 44100, iType == FormatWMA ? 23 : 128, 2, 17, true);

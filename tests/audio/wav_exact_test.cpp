@@ -25,10 +25,10 @@ using wavmatrix::SourceCase;
 class WavExactMatrix : public codectest::ScratchTest, public ::testing::WithParamInterface<SourceCase> {};
 
 TEST_P(WavExactMatrix, EverySourceSampleIsKeptAndTheFactCountIsExact) {
-  wavmatrix::CheckSource(GetParam(),
-                         {Target{1, 48000, 2}, Target{17, 22050, 1}, Target{17, 44100, 2}, Target{2, 8000, 1},
-                          Target{2, 22050, 2}},
-                         Root());
+  wavmatrix::CheckSource(
+      GetParam(),
+      {Target{1, 48000, 2}, Target{17, 22050, 1}, Target{17, 44100, 2}, Target{2, 8000, 1}, Target{2, 22050, 2}},
+      Root());
 }
 
 INSTANTIATE_TEST_SUITE_P(Quick, WavExactMatrix,
@@ -142,13 +142,15 @@ std::string AsExtensible(const std::string& sPcm, uint16_t iSub) {
 }
 
 TEST_F(WavExactSources, ExtensibleAndFloatSourcesReadThroughTheirSubFormat) {
-  const std::string sLavfi = "ffmpeg -nostdin -v error -y -f lavfi -i "
-                             "sine=frequency=440:duration=2:sample_rate=44100 -ac 2 ";
+  const std::string sLavfi =
+      "ffmpeg -nostdin -v error -y -f lavfi -i "
+      "sine=frequency=440:duration=2:sample_rate=44100 -ac 2 ";
   ASSERT_EQ(RunProgram(sLavfi + "-c:a pcm_s24le " + Quote(P("s24.wav"))), 0);
   ASSERT_EQ(RunProgram(sLavfi + "-c:a pcm_s32le " + Quote(P("s32.wav"))), 0);
   ASSERT_EQ(RunProgram(sLavfi + "-c:a pcm_f32le " + Quote(P("f32.wav"))), 0);
-  ASSERT_EQ(RunProgram("sox -n -r 44100 -c 2 -e floating-point -b 32 " + Quote(P("soxf.wav")) +
-                       " synth 2 sine 440 vol 0.5"), 0);
+  ASSERT_EQ(
+      RunProgram("sox -n -r 44100 -c 2 -e floating-point -b 32 " + Quote(P("soxf.wav")) + " synth 2 sine 440 vol 0.5"),
+      0);
   codectest::MakeToneWav(P("s16.wav"), 44100, 2, 2.0);
   WriteBytes(P("x16.wav"), AsExtensible(ReadBytes(P("s16.wav")), 1));
   struct Case {

@@ -19,12 +19,12 @@ TEST(WmaProfiles, ParsesTheLineGrammar) {
       "  7 = 22050 , 1, 32 , Medium, mono  \r\n"
       "# another comment\n"
       "8=44100,2,64\n"
-      "7 = 8000, 1, 24\n"         // a second 7: the first counts
-      "9 = 44100, 3, 64\n"        // three channels
-      "10 = 44100, 2, 16\n"       // below the encoder's range
-      "11 = 96000, 2, 64\n"       // rate out of range
-      "12 = 44100, 2\n"           // too few items
-      "13 = 44100, 2, 64k\n"      // not a number
+      "7 = 8000, 1, 24\n"     // a second 7: the first counts
+      "9 = 44100, 3, 64\n"    // three channels
+      "10 = 44100, 2, 16\n"   // below the encoder's range
+      "11 = 96000, 2, 64\n"   // rate out of range
+      "12 = 44100, 2\n"       // too few items
+      "13 = 44100, 2, 64k\n"  // not a number
       "x = 44100, 2, 64\n"
       "0 = 44100, 2, 64\n"
       "no equals sign\n");

@@ -22,8 +22,8 @@ inline std::string ScratchFile() {
 }
 
 struct Counted {
-  std::string sCodec;    // as ffmpeg names it; empty when ffmpeg can't read the file
-  int iRate = 0;         // Hz
+  std::string sCodec;  // as ffmpeg names it; empty when ffmpeg can't read the file
+  int iRate = 0;       // Hz
   int iChannels = 0;
   long long lFrames = -1;  // -1 when the file doesn't decode to its end
   double Seconds() const { return iRate > 0 && lFrames >= 0 ? static_cast<double>(lFrames) / iRate : -1.0; }
@@ -34,9 +34,8 @@ inline Counted CountFrames(const std::string& sPath) {
   Counted c;
   const std::string sRaw = ScratchFile();
   std::string sOut;
-  const int rc = RunProgram("ffmpeg -hide_banner -nostdin -y -xerror -i " + Quote(sPath) + " -ac 1 -f s16le " +
-                                Quote(sRaw),
-                            &sOut);
+  const int rc = RunProgram(
+      "ffmpeg -hide_banner -nostdin -y -xerror -i " + Quote(sPath) + " -ac 1 -f s16le " + Quote(sRaw), &sOut);
   // "Stream #0:0: Audio: adpcm_ima_wav ([17][0][0][0] / 0x0011), 22050 Hz, stereo, s16p, 176 kb/s"
   const size_t i = sOut.find("Audio: ");
   if (i != std::string::npos) {

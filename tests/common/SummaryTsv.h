@@ -18,7 +18,8 @@ inline std::string ParseSummaryTsv(const std::string& sTsv, SummaryRows& m) {
     int iLog = 0;
     std::string sAction;
     ActionFigures f;
-    ls >> iLog >> sAction >> f.iDue >> f.iDone >> f.iFilesConverted >> f.iFilesRemoved >> f.lBytesBefore >> f.lBytesAfter;
+    ls >> iLog >> sAction >> f.iDue >> f.iDone >> f.iFilesConverted >> f.iFilesRemoved >> f.lBytesBefore >>
+        f.lBytesAfter;
     if (ls.fail()) return sLine.empty() ? "(empty line)" : sLine;
     m[{iLog, sAction}] = f;
   }

@@ -11,8 +11,16 @@
 using namespace VbConvert;
 
 TEST(ValTest, TakesTheLeadingNumberOnly) {
-  for (auto [s, dWant] : {std::pair{"42", 42.0}, {"  7x", 7}, {"2,5", 2}, {"2.5", 2.5}, {"-3.25e2", -325}, {".5", 0.5},
-                          {"yes", 0}, {"", 0}, {"1e", 1}, {"-", 0}})
+  for (auto [s, dWant] : {std::pair{"42", 42.0},
+                          {"  7x", 7},
+                          {"2,5", 2},
+                          {"2.5", 2.5},
+                          {"-3.25e2", -325},
+                          {".5", 0.5},
+                          {"yes", 0},
+                          {"", 0},
+                          {"1e", 1},
+                          {"-", 0}})
     EXPECT_EQ(Val(s), dWant) << s;
 }
 
@@ -23,7 +31,8 @@ TEST(ValTest, CommaDecimalLocaleChangesNothing) {
   std::vector<double> aInC;
   for (const auto& s : aTexts) aInC.push_back(Val(s));
   const std::string sBefore = std::setlocale(LC_ALL, nullptr);
-  if (!std::setlocale(LC_ALL, "de_DE.UTF-8")) GTEST_SKIP() << "locale de_DE.UTF-8 not generated (scripts/install-deps.sh)";
+  if (!std::setlocale(LC_ALL, "de_DE.UTF-8"))
+    GTEST_SKIP() << "locale de_DE.UTF-8 not generated (scripts/install-deps.sh)";
   ASSERT_EQ(std::string(std::localeconv()->decimal_point), ",");
   for (size_t i = 0; i < aTexts.size(); ++i) EXPECT_EQ(Val(aTexts[i]), aInC[i]) << aTexts[i];
   EXPECT_EQ(Val("0.5"), 0.5);
@@ -56,6 +65,7 @@ TEST(StrictTest, WholeTextMustBeANumber) {
 }
 
 TEST(FlagTest, OnlyOneIsTrue) {
-  for (auto [s, bWant] : {std::pair{"1", true}, {" 1.0", true}, {"-1", false}, {"2", false}, {"yes", false}, {"", false}})
+  for (auto [s, bWant] :
+       {std::pair{"1", true}, {" 1.0", true}, {"-1", false}, {"2", false}, {"yes", false}, {"", false}})
     EXPECT_EQ(Flag(s), bWant) << s;
 }

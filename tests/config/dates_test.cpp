@@ -17,17 +17,26 @@ class ClockGuard : public ::testing::Test {
 // years that are not leap years (1900, 2100) and the one that is (2000).
 TEST(DaySerialTest, KnownDaysOfTheCalendarAndRollOver) {
   CLog log;
-  for (auto [y, m, d, lWant] : {std::tuple{1900, 1, 1, 2}, {1900, 2, 28, 60}, {1900, 3, 1, 61}, {1999, 12, 31, 36525},
-                                {2000, 2, 29, 36585}, {2000, 3, 1, 36586}, {2010, 3, 14, 40251}, {2024, 2, 29, 45351},
-                                {2038, 1, 19, 50424}, {2100, 2, 28, 73109}, {2100, 3, 1, 73110}, {2100, 12, 31, 73415}}) {
+  for (auto [y, m, d, lWant] : {std::tuple{1900, 1, 1, 2},
+                                {1900, 2, 28, 60},
+                                {1900, 3, 1, 61},
+                                {1999, 12, 31, 36525},
+                                {2000, 2, 29, 36585},
+                                {2000, 3, 1, 36586},
+                                {2010, 3, 14, 40251},
+                                {2024, 2, 29, 45351},
+                                {2038, 1, 19, 50424},
+                                {2100, 2, 28, 73109},
+                                {2100, 3, 1, 73110},
+                                {2100, 12, 31, 73415}}) {
     const std::string serial = fmt::format("{:04d}{:02d}{:02d}", y, m, d);
     EXPECT_EQ(VbDate::DateSerial(y, m, d), lWant) << serial;
     EXPECT_EQ(log.GetDayFromSerial(serial), lWant) << serial;
     EXPECT_EQ(log.GetDateFolder(lWant), serial);
   }
   // Month 13 is January of the next year; a day past the month's end rolls into the next.
-  for (auto [s, lWant] : {std::pair{"20091301", 40179}, {"20100229", 40238}, {"2010031", 0}, {"201003145", 0},
-                          {"2010O314", 0}, {"", 0}})
+  for (auto [s, lWant] :
+       {std::pair{"20091301", 40179}, {"20100229", 40238}, {"2010031", 0}, {"201003145", 0}, {"2010O314", 0}, {"", 0}})
     EXPECT_EQ(log.GetDayFromSerial(s), lWant) << s;
 }
 
@@ -74,8 +83,8 @@ TEST_F(ClockGuard, NowFollowsTheClock) {
 }
 
 TEST(SerialDateHelperTest, NormaliseCarriesWholeDays) {
-  for (auto [fIn, lDate, fSeconds] : {std::tuple{99 * 3600.0f, 40255, 3 * 3600.0f}, {-3600.0f, 40250, 23 * 3600.0f},
-                                      {100.0f, 40251, 100.0f}}) {
+  for (auto [fIn, lDate, fSeconds] :
+       {std::tuple{99 * 3600.0f, 40255, 3 * 3600.0f}, {-3600.0f, 40250, 23 * 3600.0f}, {100.0f, 40251, 100.0f}}) {
     const SDTime n = SerialDateHelper::Normalise({40251, fIn});
     EXPECT_EQ(n.Date, lDate) << fIn;
     EXPECT_FLOAT_EQ(n.Seconds, fSeconds) << fIn;

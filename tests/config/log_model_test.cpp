@@ -177,7 +177,7 @@ TEST_F(LogModelTest, CopySharesLinesAndDeepCopiesFormats) {
   auto c = log.Copy(0);
   EXPECT_NE(c->GUID(), log.GUID());
   EXPECT_EQ(std::tuple(c->Name(), c->description, c->OutputFormatCount(), c->StandardHours(), c->HWLinesChecked()),
-            std::tuple("Studio", "desc", 2, 48, 300));  // each filled line slot counted
+            std::tuple("Studio", "desc", 2, 48, 300));                            // each filled line slot counted
   EXPECT_EQ(std::tuple(c->SDMode(), c->InvertSilences()), std::tuple(0, false));  // not copied
   EXPECT_NE(c->AudioFormat(0), log.AudioFormat(0));
   EXPECT_EQ(c->AudioFormat(0)->FormatName(), "Format A");
@@ -209,8 +209,7 @@ TEST_F(LogModelTest, MergeKeepsTheCountAndCopiesSerials) {
   EXPECT_NE(log.GUID(), from.GUID());
 
   std::string desc;
-  EXPECT_EQ(ErrorOf([&] { log.Merge(CLog::ctStatus | CLog::ctGUID, from); }, &desc),
-            static_cast<int32_t>(0x80042710u));
+  EXPECT_EQ(ErrorOf([&] { log.Merge(CLog::ctStatus | CLog::ctGUID, from); }, &desc), static_cast<int32_t>(0x80042710u));
   EXPECT_EQ(desc, "The status merge is not available in this version of the CLog class");
   EXPECT_EQ(log.GUID(), from.GUID());  // bit 4 took effect first
   log.Terminate();
@@ -249,4 +248,3 @@ TEST_F(LogModelTest, SerialCountKeepsEntries) {
   EXPECT_THROW(log.SerialCount(2000000000), RaisedError);
   EXPECT_EQ(log.SerialCount(), 3);
 }
-

@@ -103,4 +103,3 @@ TEST_F(LogListTest, ClearTerminatesAndCopyIsIndependent) {
   copy->Clear();
   EXPECT_EQ(CLogList().Copy()->Count(), 0);
 }
-

@@ -33,20 +33,24 @@ TEST(NamingTest, WorkedExampleOfLogger3) {
   const LogInfo li(day, 13, 5);
   const SDTime sd{day, 13 * 3600 + 5 * 60 + 20};
   const std::vector<std::string> aNames = {
-      log.GetDateFolder(day),      log.GetHourFolder(day, 13),    log.GetHourFileName(13),
-      log.GetBaseFileName(13, 5),  log.GetBaseFileName(13, 59),   log.GetDateFolderLI(li),
-      log.GetHourFolderLI(li),     log.GetBaseFileNameLI(li),     log.GetHourFileNameLI(li),
-      log.GetHourFolderSD(sd),     log.GetBaseFileNameSD(sd),     log.GetHourFileNameSD(sd),
-      log.GetHourFolder(day, 7),   log.GetBaseFileName(9, -1),    log.GetBaseFileName(9, 0)};
-  EXPECT_EQ(aNames, (std::vector<std::string>{"20100314", "20100314/1300", "130000", "130500", "135900",
-                                              "20100314", "20100314/1300", "130500", "130000",
-                                              "20100314/1300", "130500", "130000",
+      log.GetDateFolder(day),      log.GetHourFolder(day, 13), log.GetHourFileName(13),   log.GetBaseFileName(13, 5),
+      log.GetBaseFileName(13, 59), log.GetDateFolderLI(li),    log.GetHourFolderLI(li),   log.GetBaseFileNameLI(li),
+      log.GetHourFileNameLI(li),   log.GetHourFolderSD(sd),    log.GetBaseFileNameSD(sd), log.GetHourFileNameSD(sd),
+      log.GetHourFolder(day, 7),   log.GetBaseFileName(9, -1), log.GetBaseFileName(9, 0)};
+  EXPECT_EQ(aNames, (std::vector<std::string>{"20100314", "20100314/1300", "130000", "130500", "135900", "20100314",
+                                              "20100314/1300", "130500", "130000", "20100314/1300", "130500", "130000",
                                               "20100314/0700", "09????", "090000"}));
 }
 
 TEST(NamingTest, MinutesAreSegmentTimesWholeMinutes) {
-  for (auto [iSegs, iSegment, sName] : {std::tuple{60, 5, "130500"}, {30, 5, "131000"}, {12, 5, "132500"}, {40, 1, "130130"},
-                                        {40, 2, "130200"}, {40, 3, "130330"}, {120, 2, "130000"}, {120, 3, "130030"}}) {
+  for (auto [iSegs, iSegment, sName] : {std::tuple{60, 5, "130500"},
+                                        {30, 5, "131000"},
+                                        {12, 5, "132500"},
+                                        {40, 1, "130130"},
+                                        {40, 2, "130200"},
+                                        {40, 3, "130330"},
+                                        {120, 2, "130000"},
+                                        {120, 3, "130030"}}) {
     CLog log;
     log.NumLogSegmentsPerHour(iSegs);
     EXPECT_EQ(log.GetBaseFileName(13, iSegment), sName) << iSegs << " segments, segment " << iSegment;
@@ -70,9 +74,9 @@ TEST(NamingTest, PositionFromAPath) {
   auto lj = log.GetLIFromFileName("/srv/L/20100314/2359/any.file");
   ASSERT_TRUE(lj);
   EXPECT_EQ(lj->Hour, 23);
-  for (const char* bad : {"D:\\L\\20100314\\1300x\\130000.inf", "D:\\L\\20100314\\130\\130000.inf",
-                          "D:\\L\\20100314\\2400\\130000.inf", "D:\\L\\2010031\\1300\\a.inf",
-                          "1300\\a.inf", "", "D:\\L\\2010031a\\1300\\a.inf"}) {
+  for (const char* bad :
+       {"D:\\L\\20100314\\1300x\\130000.inf", "D:\\L\\20100314\\130\\130000.inf", "D:\\L\\20100314\\2400\\130000.inf",
+        "D:\\L\\2010031\\1300\\a.inf", "1300\\a.inf", "", "D:\\L\\2010031a\\1300\\a.inf"}) {
     EXPECT_FALSE(log.GetLIFromFileName(bad)) << bad;
   }
 }
@@ -157,8 +161,9 @@ TEST_F(HourLogTest, LineGoesToTheHourOfTheClock) {
 class ActionPointTest : public ConfigTest {};
 
 TEST_F(ActionPointTest, WritesOnlyAStoredPointThatIsStillDue) {
-  WriteFile("h/130000.inf", "[General]\r\nVersion=4\r\n[ActionDates]\r\nStandardAudioAt=2010-03-16 13:00\r\n"
-                            "ArchiveAudioAt=20100328 1300\r\nDeleteAudioAt=-1\r\n");
+  WriteFile("h/130000.inf",
+            "[General]\r\nVersion=4\r\n[ActionDates]\r\nStandardAudioAt=2010-03-16 13:00\r\n"
+            "ArchiveAudioAt=20100328 1300\r\nDeleteAudioAt=-1\r\n");
   CLog log;
   log.NumLogSegmentsPerHour(60);
   LogInfo point(40253, 13, 0), later(40265, 9, 30);

@@ -105,7 +105,8 @@ TEST_F(SettingsFileTest, SilenceSectionSurvivesABadEntry) {
   EXPECT_EQ(std::tuple(log.SilenceDetect(), log.SDThreshold(), log.InvertSilences(), log.SilenceAlarm()),
             std::tuple(false, 9, true, false));
   EXPECT_FLOAT_EQ(log.SDPeriod(), 60);
-  EXPECT_EQ(std::tuple(log.SAEmailAddress, log.SAEmailType(), log.SAHWLinePeriod()), std::tuple("ops@example.org", 0, 1));
+  EXPECT_EQ(std::tuple(log.SAEmailAddress, log.SAEmailType(), log.SAHWLinePeriod()),
+            std::tuple("ops@example.org", 0, 1));
   Ini("[General]\r\nName=x\r\n");
   log.SilenceDetect(true);
   log.LoadLog(kPath, 32);
@@ -122,9 +123,11 @@ TEST_F(SettingsFileTest, LogicAndSerialEdgeEntries) {
   log.LoadLog(kPath, 16 | 1024);
   EXPECT_EQ(hwEvents, 1);
   // The profile read trims round "=".
-  EXPECT_EQ(std::tuple(log.HardwareLines(299)->IsLogged(), log.HardwareLines(299)->Description()), std::tuple(true, "far"));
+  EXPECT_EQ(std::tuple(log.HardwareLines(299)->IsLogged(), log.HardwareLines(299)->Description()),
+            std::tuple(true, "far"));
   ASSERT_EQ(log.SerialCount(), 2);
-  EXPECT_EQ(std::tuple(log.Serial(1)->Logging, log.Serial(1)->ServiceTags, log.Serial(2)->Logging, log.Serial(2)->Description),
+  EXPECT_EQ(std::tuple(log.Serial(1)->Logging, log.Serial(1)->ServiceTags, log.Serial(2)->Logging,
+                       log.Serial(2)->Description),
             std::tuple(false, "t", true, "Playout"));
 }
 
@@ -206,10 +209,14 @@ TEST_F(SettingsFileTest, RewritesKeepWhatTheWriterDoesNotOwn) {
   log.LoadLog(kPath, 15 | 16);
   log.Name("New");
   log.SaveLog(kPath, CLog::svName | CLog::svLogSettings | CLog::svLogicLines);
-  for (auto [sSec, sKey, sWant] : {std::tuple{"General", "Name", "New"}, {"General", "Custom", "keep"},
-                                   {"LogSettings", "AllowRemote", "<absent>"}, {"LogSettings", "MinLegalLog", "<absent>"},
-                                   {"LogSettings", "SegmentsPerHour", "60"}, {"Comments", "Description0", "c"},
-                                   {"Other", "x", "1"}, {"LogicLines", "Description004", "<absent>"}})
+  for (auto [sSec, sKey, sWant] : {std::tuple{"General", "Name", "New"},
+                                   {"General", "Custom", "keep"},
+                                   {"LogSettings", "AllowRemote", "<absent>"},
+                                   {"LogSettings", "MinLegalLog", "<absent>"},
+                                   {"LogSettings", "SegmentsPerHour", "60"},
+                                   {"Comments", "Description0", "c"},
+                                   {"Other", "x", "1"},
+                                   {"LogicLines", "Description004", "<absent>"}})
     EXPECT_EQ(Get(sSec, sKey), sWant) << sSec << "/" << sKey;
 }
 

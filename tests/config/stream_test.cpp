@@ -37,8 +37,9 @@ class StreamTest : public ConfigTest {
 TEST_F(StreamTest, AbsentKeyGivesDefaultsAndIsDisabled) {
   CStream s;
   EXPECT_TRUE(s.Load(5, ""));
-  EXPECT_EQ(std::tuple(s.Enabled(), s.AutoStart(), s.InputLevel(), s.ChannelMode(), s.SampleRate(), s.Channels(), s.logNum()),
-            std::tuple(false, true, 50, 0, 44100, 2, 0));
+  EXPECT_EQ(
+      std::tuple(s.Enabled(), s.AutoStart(), s.InputLevel(), s.ChannelMode(), s.SampleRate(), s.Channels(), s.logNum()),
+      std::tuple(false, true, 50, 0, 44100, 2, 0));
   EXPECT_EQ(s.LogPath(), "D:\\Kestrane\\Logger0");
   EXPECT_EQ(s.DirLogPath, "\\\\" + OsInfo::ComputerName() + "\\Kestrane\\Logger0");
   s.logNum(5);
@@ -55,7 +56,8 @@ TEST_F(StreamTest, AbsentKeyGivesDefaultsAndIsDisabled) {
 }
 
 TEST_F(StreamTest, StoredValuesAreRead) {
-  WriteRegistry("[HKEY_LOCAL_MACHINE\\" + Key(2) + "]\r\n"
+  WriteRegistry("[HKEY_LOCAL_MACHINE\\" + Key(2) +
+                "]\r\n"
                 "\"LogPath\"=\"E:\\\\Audio\"\r\n\"DirLogPath\"=\"\\\\\\\\PC\\\\A\"\r\n"
                 "\"AltCommentPath\"=\"E:\\\\Comments\"\r\n\"Autostart\"=dword:00000000\r\n"
                 "\"InputLevel\"=dword:00000096\r\n\"Soundcard\"=dword:00000002\r\n"
@@ -65,7 +67,8 @@ TEST_F(StreamTest, StoredValuesAreRead) {
   int paths = 0;
   s.LogPathChange = [&](const std::string&) { ++paths; };
   s.Load(2, "");
-  EXPECT_EQ(std::tuple(s.LogPath(), s.DirLogPath, s.AltCommentsPath), std::tuple("E:\\Audio", "\\\\PC\\A", "E:\\Comments"));
+  EXPECT_EQ(std::tuple(s.LogPath(), s.DirLogPath, s.AltCommentsPath),
+            std::tuple("E:\\Audio", "\\\\PC\\A", "E:\\Comments"));
   // An input level of 150 is clamped.
   EXPECT_EQ(std::tuple(s.AutoStart(), s.InputLevel(), s.SoundCardDevNum(), s.Enabled(), s.SampleRate(), s.Channels(),
                        s.ChannelMode(), paths),
@@ -73,15 +76,17 @@ TEST_F(StreamTest, StoredValuesAreRead) {
   s.logNum(2);  // a real path is not a placeholder
   EXPECT_EQ(s.LogPath(), "E:\\Audio");
   // Another root; a sound card beyond the devices.
-  WriteRegistry("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Test\\Logger1]\r\n\"Enabled\"=dword:00000001\r\n"
-                "\"Soundcard\"=dword:00000009\r\n");
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Test\\Logger1]\r\n\"Enabled\"=dword:00000001\r\n"
+      "\"Soundcard\"=dword:00000009\r\n");
   CStream t;
   t.Load(1, "SOFTWARE\\Test");
   EXPECT_EQ(std::tuple(t.Enabled(), t.SoundCardDevNum()), std::tuple(true, 0));
 }
 
 TEST_F(StreamTest, BadChannelModeIsRaisedAfterTheOtherValues) {
-  WriteRegistry("[HKEY_LOCAL_MACHINE\\" + Key(1) + "]\r\n\"Enabled\"=dword:ffffffff\r\n"
+  WriteRegistry("[HKEY_LOCAL_MACHINE\\" + Key(1) +
+                "]\r\n\"Enabled\"=dword:ffffffff\r\n"
                 "\"ChannelMode\"=dword:00000007\r\n");
   CStream s;
   try {
@@ -156,7 +161,8 @@ TEST_F(StreamTest, SaveDefaultsIgnoresTheFields) {
   s.Enabled(true);
   s.InputLevel(10);
   s.SaveDefaults();
-  EXPECT_EQ(Values(6), "Enabled=0 InputLevel=50 ChannelMode=2 LogPath=D:\\Kestrane\\Logger6 Autostart=-1 SampleRate=absent ");
+  EXPECT_EQ(Values(6),
+            "Enabled=0 InputLevel=50 ChannelMode=2 LogPath=D:\\Kestrane\\Logger6 Autostart=-1 SampleRate=absent ");
   EXPECT_TRUE(s.Enabled());
 }
 

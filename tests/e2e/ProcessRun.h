@@ -66,8 +66,8 @@ class ProcessRunTest : public ProcessorTest {
   // <root>/drive_d/Logger<n>.
   void AddLogger(int iNum, bool bEnabled, const std::vector<std::shared_ptr<ClogPeriods>>& aFormats) {
     m_sLoggers += "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture\\Logger" + std::to_string(iNum) +
-                  "]\r\n\"LogPath\"=\"D:\\\\Logger" + std::to_string(iNum) + "\"\r\n\"Enabled\"=dword:" +
-                  (bEnabled ? "ffffffff" : "00000000") + "\r\n\r\n";
+                  "]\r\n\"LogPath\"=\"D:\\\\Logger" + std::to_string(iNum) +
+                  "\"\r\n\"Enabled\"=dword:" + (bEnabled ? "ffffffff" : "00000000") + "\r\n\r\n";
     m_iLogCount = std::max(m_iLogCount, iNum);
     fs::create_directories(LogDir(iNum));
     CLog oLog;
@@ -99,8 +99,7 @@ class ProcessRunTest : public ProcessorTest {
     WriteFile("registry.reg",
               "Windows Registry Editor Version 5.00\r\n\r\n"
               "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n\"LogCount\"=dword:0000000" +
-                  std::to_string(m_iLogCount) +
-                  "\r\n\r\n" + m_sLoggers +
+                  std::to_string(m_iLogCount) + "\r\n\r\n" + m_sLoggers +
                   "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
                   "\"PrepareTimerInterval\"=dword:00000000\r\n\"ProcessTimerInterval\"=dword:" +
                   fmt::format("{:08x}", iProcessInterval) + "\r\n");
@@ -118,8 +117,7 @@ class ProcessRunTest : public ProcessorTest {
     const std::string sFolder = In(iNum, sDay + "/" + sHH + "00/");
     proctest::WriteInf(sFolder + sHH + "0000.inf", sStd, sArc, sDel);
     for (int i = 0; i < iSegments; ++i)
-      for (char c : sLetters)
-        proctest::WriteToneWav(sFolder + sHH + fmt::format("{:02}00", i) + c + ".wav", dSeconds);
+      for (char c : sLetters) proctest::WriteToneWav(sFolder + sHH + fmt::format("{:02}00", i) + c + ".wav", dSeconds);
   }
 
   // Starts the processor with the clock at 2026-11-23 10:05:00.

@@ -47,9 +47,8 @@ class RunningProgram {
   // Starts sProgram with aArgs (argv[0] is added). The environment is this process's,
   // without a display (so the processor runs headless) and with aExtraEnv added.
   // Standard output and error go to sOutFile.
-  bool Start(const std::string& sProgram, const std::vector<std::string>& aArgs,
-             const std::string& sOutFile, const std::vector<std::string>& aExtraEnv = {},
-             bool bNoArgv0 = false) {
+  bool Start(const std::string& sProgram, const std::vector<std::string>& aArgs, const std::string& sOutFile,
+             const std::vector<std::string>& aExtraEnv = {}, bool bNoArgv0 = false) {
     std::vector<std::string> aArgStore;
     if (!bNoArgv0) aArgStore.push_back(sProgram);
     aArgStore.insert(aArgStore.end(), aArgs.begin(), aArgs.end());
@@ -60,8 +59,7 @@ class RunningProgram {
     std::vector<std::string> aEnvStore;
     for (char** e = environ; *e; ++e) {
       std::string s = *e;
-      if (s.rfind("DISPLAY=", 0) == 0 || s.rfind("WAYLAND_DISPLAY=", 0) == 0 ||
-          s.rfind("QT_QPA_PLATFORM=", 0) == 0)
+      if (s.rfind("DISPLAY=", 0) == 0 || s.rfind("WAYLAND_DISPLAY=", 0) == 0 || s.rfind("QT_QPA_PLATFORM=", 0) == 0)
         continue;
       aEnvStore.push_back(s);
     }
@@ -72,8 +70,7 @@ class RunningProgram {
 
     posix_spawn_file_actions_t oActions;
     posix_spawn_file_actions_init(&oActions);
-    posix_spawn_file_actions_addopen(&oActions, 1, sOutFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
+    posix_spawn_file_actions_addopen(&oActions, 1, sOutFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     posix_spawn_file_actions_adddup2(&oActions, 1, 2);
     posix_spawn_file_actions_addopen(&oActions, 0, "/dev/null", O_RDONLY, 0);
     int rc = posix_spawn(&m_pid, sProgram.c_str(), &oActions, nullptr, aArgv.data(), aEnv.data());

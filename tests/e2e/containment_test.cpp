@@ -59,7 +59,8 @@ TEST_F(ContainmentTest, SecondProcessorOnTheSameRootIsRefusedAndNoAudioIsLost) {
     EXPECT_NE(sOut.find("<3>knlogproc: another log processor runs on the machine root"), std::string::npos) << sOut;
     EXPECT_EQ(sOut.find("There is already a copy of the Log Processor running!") != std::string::npos,
               std::string(sSilent).empty())
-        << sOut;  }
+        << sOut;
+  }
   EXPECT_NE(Trace().find("Another Log Processor holds the lock of this machine root"), std::string::npos);
   const std::string sHour = In(1, "20261122/1300/");
   ASSERT_TRUE(WaitFor([&] { return IniValue(sHour + "130000.inf", "StandardAudioAt") == "-1"; }, 120000))

@@ -32,7 +32,8 @@ class CopierTest : public ProcessRunTest {
     m_sLoggers.replace(m_sLoggers.find(sOld), sOld.size(), "\"D:\\\\Log \\\"q\\\" 1\"");
     WriteRegistry();
     if (iTimeoutSecs > 0)
-      WriteFile("registry.reg", ReadFile("registry.reg") + fmt::format("\"CopierTimeout\"=dword:{:08x}\r\n", iTimeoutSecs));
+      WriteFile("registry.reg",
+                ReadFile("registry.reg") + fmt::format("\"CopierTimeout\"=dword:{:08x}\r\n", iTimeoutSecs));
     m_sHour = m_sLogDir + "/20261115/0900/";
     m_sSource = ReadBytes(m_sHour + "090000A.wav");
 
@@ -40,12 +41,15 @@ class CopierTest : public ProcessRunTest {
     fs::remove(sCopier);
     WriteFile("drive_c/Program Files/Common Files/Norvane Shared/Sound Shuttle/SoundShuttle",
               "#!/bin/sh\n"
-              "out='" + PathIn("copier-args") + "'\n"
-              "for a in \"$@\"; do printf '%s\\0' \"$a\"; done > \"$out.tmp\"\n"
-              "dst=''\n"
-              "for a in \"$@\"; do case \"$a\" in /DSTFILE=*) dst=\"${a#/DSTFILE=}\";; esac; done\n"
-              ": > \"$(dirname \"$dst\")/.$(basename \"$dst\").shuttle-Ab12Cd\"\n"
-              "mv \"$out.tmp\" \"$out\"\n" + sHang + "\n");
+              "out='" +
+                  PathIn("copier-args") +
+                  "'\n"
+                  "for a in \"$@\"; do printf '%s\\0' \"$a\"; done > \"$out.tmp\"\n"
+                  "dst=''\n"
+                  "for a in \"$@\"; do case \"$a\" in /DSTFILE=*) dst=\"${a#/DSTFILE=}\";; esac; done\n"
+                  ": > \"$(dirname \"$dst\")/.$(basename \"$dst\").shuttle-Ab12Cd\"\n"
+                  "mv \"$out.tmp\" \"$out\"\n" +
+                  sHang + "\n");
     fs::permissions(sCopier, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec);
   }
   std::vector<std::string> CopierArgs() const {
@@ -89,7 +93,8 @@ TEST_F(CopierTest, WhileTheCopierRunsRespondIsAnsweredAndSigtermEndsItKeepingThe
   EXPECT_TRUE(WaitFor(
       [&] {
         while (auto m = m_oCapture.Receive()) m_aHeard.push_back(m->Text);
-        return std::any_of(m_aHeard.begin(), m_aHeard.end(), [](const std::string& s) { return s.rfind("RESPONSE", 0) == 0; });
+        return std::any_of(m_aHeard.begin(), m_aHeard.end(),
+                           [](const std::string& s) { return s.rfind("RESPONSE", 0) == 0; });
       },
       2000));
   oProc.Signal(SIGTERM);

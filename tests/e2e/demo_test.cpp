@@ -21,10 +21,10 @@ TEST_F(DemoTest, TheDemoRunDoesAllThatIsDue) {
   std::string sOut;
   // The clock of every program starts at 10:20 on 14 March 2010, so that the recorder
   // and what falls due are known: the 13th whole and the 14th to 10:20, 35 hours.
-  int rc = RunProgram("KN_DEMO_CLOCK='2010-03-14 10:20:00' KN_DEMO_SKIP_BUILD=1 KN_DEMO_SEGMENTS=2 KN_BUILD_DIR=" + Quote(sBuild) +
-                          " KN_DEMO_ROOT=" + Quote(sRoot) + " bash " +
-                          Quote(std::string(KN_SOURCE_DIR) + "/scripts/demo.sh"),
-                      &sOut);
+  int rc = RunProgram(
+      "KN_DEMO_CLOCK='2010-03-14 10:20:00' KN_DEMO_SKIP_BUILD=1 KN_DEMO_SEGMENTS=2 KN_BUILD_DIR=" + Quote(sBuild) +
+          " KN_DEMO_ROOT=" + Quote(sRoot) + " bash " + Quote(std::string(KN_SOURCE_DIR) + "/scripts/demo.sh"),
+      &sOut);
   ASSERT_EQ(rc, 0) << sOut;
   ASSERT_NE(sOut.find("What the run did"), std::string::npos) << sOut;
   EXPECT_NE(sOut.find("knlogproc ended with status 0"), std::string::npos) << sOut;
@@ -58,7 +58,8 @@ TEST_F(DemoTest, TheDemoRunDoesAllThatIsDue) {
     // Logger 3's output B has no archive format: its files go when the hour is archived.
     EXPECT_EQ(std::tuple(std.iFilesConverted, std.iFilesRemoved, arc.iFilesConverted, arc.iFilesRemoved),
               std::tuple(std.iDone * iFiles, 0, arc.iDone * (n == 3 ? 2 : iFiles), n == 3 ? arc.iDone * 2 : 0));
-    EXPECT_EQ(std::tuple(del.iFilesRemoved, del.iFilesConverted, del.lBytesAfter), std::tuple(del.iDone * iFiles, 0, 0));
+    EXPECT_EQ(std::tuple(del.iFilesRemoved, del.iFilesConverted, del.lBytesAfter),
+              std::tuple(del.iDone * iFiles, 0, 0));
     // Each conversion made the audio smaller.
     EXPECT_LT(std.lBytesAfter, std.lBytesBefore);
     EXPECT_LT(arc.lBytesAfter, arc.lBytesBefore);

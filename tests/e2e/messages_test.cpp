@@ -72,8 +72,8 @@ TEST_F(MessagesTest, NearMissesAndNoCaptureProcessHinderNothing) {
 // on "SHUTDOWN", each message with its time.
 TEST_F(MessagesTest, ShutdownEndsTheProcessorAndKnmsgListenHearsIdle) {
   RunningProgram oListen;
-  ASSERT_TRUE(oListen.Start(BinPath("knmsg"), {"listen", "-n", "2", "-t", "20", "KNCaptureMsgHandler"},
-                            PathIn("listen.txt")));
+  ASSERT_TRUE(
+      oListen.Start(BinPath("knmsg"), {"listen", "-n", "2", "-t", "20", "KNCaptureMsgHandler"}, PathIn("listen.txt")));
   ASSERT_TRUE(WaitFor([&] { return Bound("KNCaptureMsgHandler"); }, 10000));
   StartProcessor();
   ASSERT_EQ(Knmsg("send KNLogProcMsgHandler RESPOND"), 0);
@@ -86,9 +86,10 @@ TEST_F(MessagesTest, ShutdownEndsTheProcessorAndKnmsgListenHearsIdle) {
   ASSERT_TRUE(oListen.WaitEnd(10000));
   const std::string sOut = ReadFile("listen.txt");
   std::smatch m;
-  ASSERT_TRUE(std::regex_match(
-      sOut, m, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} RESPONSE(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\n)"
-                          R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} IDLE\n)")))
+  ASSERT_TRUE(
+      std::regex_match(sOut, m,
+                       std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} RESPONSE(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\n)"
+                                  R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} IDLE\n)")))
       << sOut;
   // The answer tells a recent moment of local time (the start or a tick of the wait timer).
   const long long llAgo = static_cast<long long>(std::time(nullptr)) - LocalSeconds(m[1]);

@@ -40,11 +40,11 @@ struct WavHeader {
 WavHeader ReadHeader(const std::string& sPath) {
   const std::string s = ReadBytes(sPath);
   WavHeader h;
-  for (size_t i = 12; i + 8 <= s.size() && s.compare(i, 4, "data") != 0; i += 8 + Le(s, i + 4, 4) + (Le(s, i + 4, 4) & 1)) {
+  for (size_t i = 12; i + 8 <= s.size() && s.compare(i, 4, "data") != 0;
+       i += 8 + Le(s, i + 4, 4) + (Le(s, i + 4, 4) & 1)) {
     if (s.compare(i, 4, "fmt ") == 0 && i + 28 <= s.size())
       h.lBlockFrames = Le(s, i + 8, 2) == 1 ? 1 : static_cast<long>(Le(s, i + 26, 2));
-    else if (s.compare(i, 4, "fact") == 0 && Le(s, i + 4, 4) >= 4)
-      h.lFact = Le(s, i + 8, 4);
+    else if (s.compare(i, 4, "fact") == 0 && Le(s, i + 4, 4) >= 4) h.lFact = Le(s, i + 8, 4);
   }
   return h;
 }

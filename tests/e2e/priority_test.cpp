@@ -71,10 +71,8 @@ TEST_F(PriorityTest, ThreadsRunNicedAndIdleUnlessTurnedOff) {
     ASSERT_FALSE(aThreads.empty());
     for (const auto& [iTid, p] : aThreads) {
       EXPECT_EQ(p.first, c.bLowered ? 10 : iOwnNice) << "thread " << iTid;
-      if (c.bLowered)
-        EXPECT_EQ(p.second, kIdleClass) << "thread " << iTid;
-      else
-        EXPECT_EQ(p.second, iOwnClass) << "thread " << iTid;
+      if (c.bLowered) EXPECT_EQ(p.second, kIdleClass) << "thread " << iTid;
+      else EXPECT_EQ(p.second, iOwnClass) << "thread " << iTid;
     }
     oProc.Signal(SIGTERM);
     ASSERT_TRUE(oProc.WaitEnd(5000));

@@ -177,15 +177,16 @@ class ProcessKillTest : public ProcessRunTest {
   }
 
   std::vector<Segment> m_aSegments;
-  std::vector<std::pair<std::string, std::string>> m_aInfs;  // and the point the run marks
-  std::vector<std::pair<std::string, std::string>> m_aKept;  // path and bytes
+  std::vector<std::pair<std::string, std::string>> m_aInfs;      // and the point the run marks
+  std::vector<std::pair<std::string, std::string>> m_aKept;      // path and bytes
   std::vector<std::pair<std::string, std::string>> m_aProblems;  // kind and detail
 };
 
 TEST_F(ProcessKillTest, KilledAtRandomMomentsNothingIsLostAndTheNextRunFinishes) {
   const int iTrials = std::getenv("KN_KILL_TRIALS") ? std::atoi(std::getenv("KN_KILL_TRIALS")) : 200;
-  const unsigned uSeed = std::getenv("KN_KILL_SEED") ? static_cast<unsigned>(std::strtoul(std::getenv("KN_KILL_SEED"), nullptr, 10))
-                                                     : std::random_device{}();
+  const unsigned uSeed = std::getenv("KN_KILL_SEED")
+                             ? static_cast<unsigned>(std::strtoul(std::getenv("KN_KILL_SEED"), nullptr, 10))
+                             : std::random_device{}();
   std::printf("kill trials: seed %u (KN_KILL_SEED=%u repeats them)\n", uSeed, uSeed);
   std::fflush(stdout);
   std::mt19937 oRandom(uSeed);
@@ -243,8 +244,8 @@ TEST_F(ProcessKillTest, KilledAtRandomMomentsNothingIsLostAndTheNextRunFinishes)
       std::fflush(stdout);
     }
   }
-  std::printf("kill trials: seed %u, %d trials, %d killed while running, %d failed, whole run %d ms\n", uSeed,
-              iTrials, iKilledInRun, iFailedTrials, iRunMs);
+  std::printf("kill trials: seed %u, %d trials, %d killed while running, %d failed, whole run %d ms\n", uSeed, iTrials,
+              iKilledInRun, iFailedTrials, iRunMs);
   for (const auto& [sKind, iCount] : aTally) std::printf("  %3d trials: %s\n", iCount, sKind.c_str());
   // Most kills must have hit a running program, or the trial proves little.
   EXPECT_GT(iKilledInRun, iTrials / 2) << "run takes " << iRunMs << " ms";

@@ -64,8 +64,10 @@ TEST_F(ProcessRunTest, AWholeCycleStandardisesArchivesDeletesAndTidiesUp) {
   EXPECT_EQ(IniValue(In(3, "20261115/0900/090000.inf"), "ArchiveAudioAt"), "-1");
 
   for (auto [iLog, sLine] : {std::pair{1, " Start Processing Hour 2026-11-22 13:00\r\n"},
-                            {1, " Archived audio file 130200A.wav\r\n"}, {1, " Start Processing Hour 2026-11-15 09:00\r\n"},
-                            {1, " Finished Archiving Audio\r\n"}, {3, " Archived audio file 090000D.wav\r\n"}})
+                             {1, " Archived audio file 130200A.wav\r\n"},
+                             {1, " Start Processing Hour 2026-11-15 09:00\r\n"},
+                             {1, " Finished Archiving Audio\r\n"},
+                             {3, " Archived audio file 090000D.wav\r\n"}})
     EXPECT_NE(HourLog(iLog).find(sLine), std::string::npos) << sLine << HourLog(iLog);
   EXPECT_EQ(std::tuple(Heard("ACTIVE1"), Heard("ACTIVE3"), Heard("ACTIVE2"), Heard("IDLE")),
             std::tuple(true, true, false, true));
@@ -94,10 +96,13 @@ TEST_F(ProcessRunTest, BadFilesEndInTheirOwnResultAndAnHourDueTwiceIsArchivedOnc
 
   ASSERT_TRUE(RunProcessor());
 
-  for (auto [sName, sCodec] : {std::pair{"130000A.wav", "adpcm_ima_wav"}, {"130100A.wav", "adpcm_ima_wav"},
-                               {"13060A.wav", "pcm_s16le"}, {"1307000A.wav", "pcm_s16le"}})
+  for (auto [sName, sCodec] : {std::pair{"130000A.wav", "adpcm_ima_wav"},
+                               {"130100A.wav", "adpcm_ima_wav"},
+                               {"13060A.wav", "pcm_s16le"},
+                               {"1307000A.wav", "pcm_s16le"}})
     EXPECT_EQ(Decode(sHour + sName).sCodec, sCodec) << sName;
-  for (auto [sName, sBytes] : {std::pair{"130500A.wav", "this is no RIFF file"}, {"130400A.txt", "unknown extension"},
+  for (auto [sName, sBytes] : {std::pair{"130500A.wav", "this is no RIFF file"},
+                               {"130400A.txt", "unknown extension"},
                                {"130300C.wav", "a letter beyond the logger's formats"}})
     EXPECT_EQ(ReadBytes(sHour + sName), sBytes);
   const std::string sTrace = Trace();

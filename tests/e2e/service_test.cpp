@@ -138,14 +138,18 @@ TEST_F(ServiceTest, PlanChangesNothingAndListsWhatTheRunThenDoes) {
   // Headless, and with a window (a plan run from a desktop session), which must not
   // even keep its place in the registry.
   std::string sWindowPlan;
-  ASSERT_EQ(RunProgram("env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM " + Quote(m_sProgram) + " /PLAN 2>&1", &sPlan), 0) << sPlan;
+  ASSERT_EQ(
+      RunProgram("env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM " + Quote(m_sProgram) + " /PLAN 2>&1", &sPlan),
+      0)
+      << sPlan;
   EXPECT_EQ(TreeState(), sBefore) << "/PLAN changed the tree";
   ASSERT_EQ(RunProgram("{ QT_QPA_PLATFORM=offscreen " + Quote(m_sProgram) + " /PLAN 2> /dev/null; }", &sWindowPlan), 0);
   EXPECT_EQ(TreeState(), sBefore) << "/PLAN with a window changed the tree";
   EXPECT_EQ(sWindowPlan, sPlan);
 
   // The plan's rows, in order, and its total.
-  const std::regex reRow(R"(^(\d+) (.+?) {2,}(\d{4}-\d\d-\d\d \d\d:\d\d) +(Delete|Standardise|Archive) +(\d+) +([\d ]+?) {2,}([\d ]+?) {2,}(-?[\d ]+)$)");
+  const std::regex reRow(
+      R"(^(\d+) (.+?) {2,}(\d{4}-\d\d-\d\d \d\d:\d\d) +(Delete|Standardise|Archive) +(\d+) +([\d ]+?) {2,}([\d ]+?) {2,}(-?[\d ]+)$)");
   const std::regex reTotal(R"(^Total +(\d+) hours +(\d+) +([\d ]+?) {2,}([\d ]+?) {2,}(-?[\d ]+)$)");
   auto number = [](std::string s) {
     std::erase(s, ' ');

@@ -28,9 +28,9 @@ TEST_F(StartupTest, DebugRunTracesWaitsForLoggersAndStopsOnASignal) {
                             *sEnv ? std::vector<std::string>{sEnv} : std::vector<std::string>{}));
     ASSERT_TRUE(WaitForTrace("No Logs Found: Reset wait timer")) << ReadFile("out.txt");
     const std::string sTrace = Trace();
-    EXPECT_TRUE(std::regex_search(sTrace,
-                                  std::regex(R"(\d\d:\d\d:\d\d Start Sub Main\r\n\d\d:\d\d:\d\d     DebugMode = 5\r\n)"),
-                                  std::regex_constants::match_continuous))
+    EXPECT_TRUE(std::regex_search(
+        sTrace, std::regex(R"(\d\d:\d\d:\d\d Start Sub Main\r\n\d\d:\d\d:\d\d     DebugMode = 5\r\n)"),
+        std::regex_constants::match_continuous))
         << sTrace;
     EXPECT_NE(sTrace.find("     sLogListLoc = SOFTWARE\\Norvane\\Kestrane v4\\Capture\r\n"), std::string::npos);
     EXPECT_NE(sTrace.find(" End Sub Main\r\n"), std::string::npos);

@@ -159,7 +159,8 @@ inline Decoded Decode(const std::string& sPath) {
 }
 
 // The file decodes as sCodec to dSeconds (within dTolerance).
-inline void ExpectAudio(const std::string& sPath, const std::string& sCodec, double dSeconds, double dTolerance = 0.05) {
+inline void ExpectAudio(const std::string& sPath, const std::string& sCodec, double dSeconds,
+                        double dTolerance = 0.05) {
   const Decoded d = Decode(sPath);
   EXPECT_EQ(d.sCodec, sCodec) << sPath;
   EXPECT_NEAR(d.dSeconds, dSeconds, dTolerance) << sPath;

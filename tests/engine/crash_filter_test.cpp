@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
 #include <cfenv>
 #include <csignal>
-#include <sys/mman.h>
 
 #include <regex>
 #include <string>
@@ -39,8 +39,7 @@ TEST(ExceptionNames, SignalsGetThePlatformNamesOrTheUnknownForm) {
   EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGTRAP, TRAP_BRKPT)), "Breakpoint");
   EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_INTDIV)), "Integer Divide By Zero");
   EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_FLTDIV)), "Divide By Zero");
-  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_FLTRES)),
-            "Floating Point Inexact Result");
+  EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_FLTRES)), "Floating Point Inexact Result");
   EXPECT_EQ(ExceptionName(ExceptionCodeForSignal(SIGFPE, FPE_FLTINV)), "Invalid Operation");
   EXPECT_EQ(ExceptionName(0x00000ABC), "Unknown (&H00000ABC)");
   EXPECT_EQ(ExceptionName(0xE06D7363), "Unknown (&HE06D7363)");
@@ -124,8 +123,6 @@ using CrashFilterDeathTest = CrashFilterTest;
 
 TEST_F(CrashFilterDeathTest, FaultWithoutAHandlerEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(TouchForbiddenPage(), testing::KilledBySignal(SIGSEGV),
-              "Run-time error '10000': Access Violation");
-  EXPECT_EXIT(DivideByZero(), testing::KilledBySignal(SIGFPE),
-              "Run-time error '10000': Divide By Zero");
+  EXPECT_EXIT(TouchForbiddenPage(), testing::KilledBySignal(SIGSEGV), "Run-time error '10000': Access Violation");
+  EXPECT_EXIT(DivideByZero(), testing::KilledBySignal(SIGFPE), "Run-time error '10000': Divide By Zero");
 }

@@ -29,9 +29,7 @@ class RecordingView : public IProcessorView {
   bool Has(const std::string& s) const { return std::count(Calls.begin(), Calls.end(), s) > 0; }
 };
 
-double At(int iHour, int iMinute, int iSecond = 0) {
-  return VbDate::Make({2026, 11, 23, iHour, iMinute, iSecond});
-}
+double At(int iHour, int iMinute, int iSecond = 0) { return VbDate::Make({2026, 11, 23, iHour, iMinute, iSecond}); }
 
 }  // namespace
 

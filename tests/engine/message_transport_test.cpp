@@ -80,7 +80,8 @@ TEST_F(MessageTransportTest, WaitGivesUpAfterItsTimeout) {
 TEST_F(MessageTransportTest, FoldersAndSocketsAreForThisUserAlone) {
   MessageEndpoint oRecv;
   ASSERT_TRUE(oRecv.Bind("KNLogProcMsgHandler"));
-  struct stat stFolder {}, stSocket {};
+  struct stat stFolder {
+  }, stSocket{};
   ASSERT_EQ(stat(Machine::MessageFolder().c_str(), &stFolder), 0);
   ASSERT_EQ(stat((Machine::MessageFolder() + "/KNLogProcMsgHandler").c_str(), &stSocket), 0);
   EXPECT_EQ(stFolder.st_mode & 0777, 0700u);

@@ -59,7 +59,8 @@ std::string Settings(const std::string& sName, const std::vector<std::array<Wav,
   for (size_t f = 0; f < aFormats.size(); ++f)
     for (int p = 0; p < 3; ++p) {
       const Wav& w = aFormats[f][static_cast<size_t>(p)];
-      s += "[OutputFormat" + std::to_string(p) + static_cast<char>('a' + f) + "]\r\n" + PcmFormat(w.iRate, w.iChannels, w.iTag);
+      s += "[OutputFormat" + std::to_string(p) + static_cast<char>('a' + f) + "]\r\n" +
+           PcmFormat(w.iRate, w.iChannels, w.iTag);
     }
   return s;
 }
@@ -89,16 +90,16 @@ class PrepareTest : public EngineFixture {
 
   // Loggers 1..n at D:\Kestrane\Logger<n>, each with its settings file.
   void Loggers(const std::vector<std::string>& aSettings, int iPerPing = 6) {
-    std::string s = "[HKEY_LOCAL_MACHINE\\" + kCaptureKey +
-                    "]\r\n\"LogCount\"=dword:0000000" + std::to_string(aSettings.size()) + "\r\n\r\n";
+    std::string s = "[HKEY_LOCAL_MACHINE\\" + kCaptureKey + "]\r\n\"LogCount\"=dword:0000000" +
+                    std::to_string(aSettings.size()) + "\r\n\r\n";
     for (size_t i = 0; i < aSettings.size(); ++i) {
       const std::string n = std::to_string(i + 1);
       s += "[HKEY_LOCAL_MACHINE\\" + kCaptureKey + "\\Logger" + n + "]\r\n\"LogPath\"=\"D:\\\\Kestrane\\\\Logger" + n +
            "\"\r\n\"Enabled\"=dword:ffffffff\r\n\r\n";
       WriteFile(Rel(static_cast<int>(i) + 1, "Kestrane.ini"), aSettings[i]);
     }
-    s += "[HKEY_LOCAL_MACHINE\\" + std::string(kLogProcessorKey) + "]\r\n\"PrepareHoursPerPing\"=dword:" +
-         fmt::format("{:08x}", static_cast<uint32_t>(iPerPing)) + "\r\n";
+    s += "[HKEY_LOCAL_MACHINE\\" + std::string(kLogProcessorKey) +
+         "]\r\n\"PrepareHoursPerPing\"=dword:" + fmt::format("{:08x}", static_cast<uint32_t>(iPerPing)) + "\r\n";
     WriteRegistry(s);
   }
   static std::string Rel(int iLog, const std::string& sRest) {
@@ -155,7 +156,9 @@ class PrepareTest : public EngineFixture {
       EXPECT_EQ(r.SubItem(WorkListRow::kLogTimeSerial), std::to_string(iHour * 3600));
       ASSERT_TRUE(r.pTag);
       EXPECT_EQ(r.pTag->Reference(), r.sKey);
-      EXPECT_EQ(r.pTag->Action(), x.sAction == "Delete" ? actDelete : x.sAction == "Archive" ? actArchive : actStandardise);
+      EXPECT_EQ(r.pTag->Action(), x.sAction == "Delete"    ? actDelete
+                                  : x.sAction == "Archive" ? actArchive
+                                                           : actStandardise);
       EXPECT_EQ(r.pTag->Log(), LogList().Log(iLog));
     }
   }
@@ -210,22 +213,22 @@ class PrepareTreeTest : public PrepareTest {
                                      {Wav{32000, 2, 1}, Wav{32000, 2, 17}, Wav{11025, 1, 17}}}),
              Settings("Studio Two", {{Wav{32000, 1, 1}, Wav{28000, 1, 1}, Wav{48000, 2, 1}}})});
     // Now is Monday 2026-11-23 10:05.
-    Hour(1, "20261120/0100", Inf(kFuture, kFuture, "20261122 0100"));        // delete point passed
-    Hour(1, "20261120/0200", Inf(kFuture, kFuture, "-1"));                   // delete at once
-    Hour(1, "20261120/0300", Inf("-1", "2026-11-22 03:00", kFuture));        // archive, standardised
+    Hour(1, "20261120/0100", Inf(kFuture, kFuture, "20261122 0100"));                   // delete point passed
+    Hour(1, "20261120/0200", Inf(kFuture, kFuture, "-1"));                              // delete at once
+    Hour(1, "20261120/0300", Inf("-1", "2026-11-22 03:00", kFuture));                   // archive, standardised
     Hour(1, "20261120/0400", Inf("2026-11-21 04:00", "2026/11/22 04:00:30", kFuture));  // archive from capture
-    Hour(1, "20261120/0500", Inf("2026-11-21 05:00", kFuture, kFuture));     // standardise
-    Hour(1, "20261120/0600", Inf(kFuture, kFuture, kFuture));                // nothing due
-    WriteFile(Rel(1, "20261120/0700/070000A.wav"), "RIFF");                  // no info file
-    Hour(1, "20261120/0800", Inf("-1", "-1", "soon"));                       // unparseable: never due
-    Hour(1, "20261120/0900", Inf(kFuture, kFuture, nullptr));                // no delete point: delete
-    Hour(1, "20261120/1000", Inf("-1", "-1", kFuture));                      // all done, delete later
-    Hour(1, "20261120/1100", Inf("2026-11-23 10:00", kFuture, "2026-11-23 11:00"));  // due this hour
+    Hour(1, "20261120/0500", Inf("2026-11-21 05:00", kFuture, kFuture));                // standardise
+    Hour(1, "20261120/0600", Inf(kFuture, kFuture, kFuture));                           // nothing due
+    WriteFile(Rel(1, "20261120/0700/070000A.wav"), "RIFF");                             // no info file
+    Hour(1, "20261120/0800", Inf("-1", "-1", "soon"));                                  // unparseable: never due
+    Hour(1, "20261120/0900", Inf(kFuture, kFuture, nullptr));                           // no delete point: delete
+    Hour(1, "20261120/1000", Inf("-1", "-1", kFuture));                                 // all done, delete later
+    Hour(1, "20261120/1100", Inf("2026-11-23 10:00", kFuture, "2026-11-23 11:00"));     // due this hour
     WriteFile(Rel(1, "20261120/notes.txt"), "stray");
-    Hour(1, "20261121/1300", Inf("20261122 1300", kFuture, kFuture));        // standardise
-    Hour(1, "backup/1300", Inf(kFuture, kFuture, "-1"));                     // not a day folder
+    Hour(1, "20261121/1300", Inf("20261122 1300", kFuture, kFuture));  // standardise
+    Hour(1, "backup/1300", Inf(kFuture, kFuture, "-1"));               // not a day folder
     WriteFile(Rel(1, "20261122"), "a file with a day's name");
-    fs::create_directories(PathIn(Rel(1, "20261123/1000")));                 // the present hour
+    fs::create_directories(PathIn(Rel(1, "20261123/1000")));  // the present hour
     Hour(2, "20261120/0100", Inf("2026-11-22 01:00", kFuture, kFuture));
     Hour(2, "20261120/0200", Inf("-1", "2026-11-22 02:00", kFuture));
     Hour(2, "20261120/0300", Inf("2026-11-22 03:00", "2026-11-22 03:00", kFuture));
@@ -325,18 +328,19 @@ TEST_F(PrepareTest, OddInfoFilesYieldWhatTheirKeysSay) {
   std::string sBig = "[ActionDates]\r\n";
   for (int i = 0; i < 10000; ++i) sBig += "Note" + std::to_string(i) + "=2026-11-01 00:00\r\n";
   sBig += "StandardAudioAt=2026-11-22 03:00\r\nDeleteAudioAt=" + std::string(kFuture) + "\r\nArchiveAudioAt=-1\r\n";
-  Hour(1, "20261120/0100", sNoise);                                       // no hour info: skipped
-  Hour(1, "20261120/0200", "");                                           // empty: skipped
-  Hour(1, "20261120/0300", sBig);                                         // standardise
+  Hour(1, "20261120/0100", sNoise);                                        // no hour info: skipped
+  Hour(1, "20261120/0200", "");                                            // empty: skipped
+  Hour(1, "20261120/0300", sBig);                                          // standardise
   Hour(1, "20261120/0400", Inf("yesterday", "2026-02-30 01:00", "soon"));  // nothing parses: never due
-  Hour(1, "20261120/0500", Inf("-1", "-1", "2026-11-23 10:00"));          // delete point this hour
+  Hour(1, "20261120/0500", Inf("-1", "-1", "2026-11-23 10:00"));           // delete point this hour
   Prepare();
   ExpectRows({{"Studio One", "20261120/0500", "2026-11-23 10:00", "Delete", "P100"},
               {"Studio One", "20261120/0300", "2026-11-22 03:00", "Standardise", "P075"}});
   // Read as empty, those two would have been deleted: they are reported instead.
   const auto aHeard = Heard();
   ASSERT_EQ(aHeard.size(), 2u);
-  EXPECT_NE(aHeard[0].find("PrepareListError:Cannot read the hour info file: it holds"), std::string::npos) << aHeard[0];
+  EXPECT_NE(aHeard[0].find("PrepareListError:Cannot read the hour info file: it holds"), std::string::npos)
+      << aHeard[0];
   EXPECT_NE(aHeard[0].find("File = 0100;"), std::string::npos) << aHeard[0];
   EXPECT_NE(aHeard[1].find("PrepareListError:Cannot read the hour info file: it is empty"), std::string::npos)
       << aHeard[1];

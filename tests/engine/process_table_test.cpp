@@ -27,8 +27,7 @@ std::string MakeSleeper(const std::string& sFolder, const std::string& sName) {
 pid_t Start(const std::string& sPath, uid_t iAsUser = static_cast<uid_t>(-1)) {
   pid_t pid = fork();
   if (pid == 0) {
-    if (iAsUser != static_cast<uid_t>(-1) && (setgid(iAsUser) != 0 || setuid(iAsUser) != 0))
-      _exit(126);
+    if (iAsUser != static_cast<uid_t>(-1) && (setgid(iAsUser) != 0 || setuid(iAsUser) != 0)) _exit(126);
     const char* aArgs[] = {sPath.c_str(), "30", nullptr};
     execv(sPath.c_str(), const_cast<char**>(aArgs));
     _exit(127);
@@ -74,8 +73,7 @@ TEST_F(ProcessTableTest, OwnProcessCountsOnlyWithIncludeSelf) {
   const fs::path pSelf = fs::read_symlink("/proc/self/exe", ec);
   ASSERT_FALSE(ec);
   // Other copies of this test program may run beside us; none of them is us.
-  const uint32_t lOther =
-      FindProcess(pSelf.parent_path().string(), pSelf.filename().string(), false, false);
+  const uint32_t lOther = FindProcess(pSelf.parent_path().string(), pSelf.filename().string(), false, false);
   EXPECT_NE(lOther, static_cast<uint32_t>(getpid()));
   // A unique copy of this program: in it, only itself can be found.
   const std::string sCopy = Root() + "/self/" + pSelf.filename().string();

@@ -187,8 +187,10 @@ TEST_F(ProcessTest, TheToleranceIsReadForTheTargetsTypeOnly) {
   WriteToneWav(sHour + "130000A.wav", 2.0);
   AddRow(oLog, "13", actStandardise);
   auto Tolerance = [&](const std::string& sValue) {
-    WriteFile("registry.reg", "Windows Registry Editor Version 5.00\r\n\r\n"
-                              "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4]\r\n" + sValue + "\r\n");
+    WriteFile("registry.reg",
+              "Windows Registry Editor Version 5.00\r\n\r\n"
+              "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4]\r\n" +
+                  sValue + "\r\n");
     ConfigAccess::ClearCache();
   };
   // A tolerance below zero fails even a perfect conversion; set for MP2 it doesn't
@@ -389,8 +391,7 @@ TEST_F(ProcessTest, ASegmentThatCannotBeConvertedKeepsTheHourDueUntilItIs) {
   EXPECT_EQ(Decode(sHour + "130100A.wav").sCodec, "adpcm_ima_wav");
   EXPECT_NE(HourLog(1).find("Cannot open audio file " + sHour + "130000A.wav: it holds no audio"), std::string::npos)
       << HourLog(1);
-  EXPECT_NE(sJournal.find("<3>knlogproc: Logger 1: Cannot open audio file " + sHour + "130000A.wav"),
-            std::string::npos)
+  EXPECT_NE(sJournal.find("<3>knlogproc: Logger 1: Cannot open audio file " + sHour + "130000A.wav"), std::string::npos)
       << sJournal;
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "2026-11-22 14:00");
 
@@ -404,8 +405,7 @@ TEST_F(ProcessTest, ASegmentThatCannotBeConvertedKeepsTheHourDueUntilItIs) {
   Faults::DisarmAll();
   EXPECT_TRUE(ReadBytes(sHour + "130000A.wav") == sSource) << "130000A.wav changed";
   EXPECT_EQ(HourFolderNames(1), (std::vector<std::string>{"130000.inf", "130000A.wav", "130100A.wav"}));
-  EXPECT_NE(HourLog(1).find("Cannot create audio file " + sHour + "std130000A.wav: "), std::string::npos)
-      << HourLog(1);
+  EXPECT_NE(HourLog(1).find("Cannot create audio file " + sHour + "std130000A.wav: "), std::string::npos) << HourLog(1);
   EXPECT_EQ(IniValue(sHour + "130000.inf", "StandardAudioAt"), "2026-11-22 14:00");
 
   AddRow(oLog, "13", actStandardise);

@@ -155,15 +155,18 @@ TEST_F(StatusReportTest, JsonReadsBackWhatWasWritten) {
 TEST_F(StatusReportTest, PrometheusTextIsWellFormed) {
   const std::string s = Sample().ToPrometheus();
   // Label values are escaped; large byte counts are written whole.
-  EXPECT_NE(s.find("kestrane_logproc_audio_before_bytes{logger=\"1\",name=\"Studio \\\"1\\\" \\\\ A\",action=\"standardise\"} 2822880\n"),
+  EXPECT_NE(s.find("kestrane_logproc_audio_before_bytes{logger=\"1\",name=\"Studio \\\"1\\\" \\\\ "
+                   "A\",action=\"standardise\"} 2822880\n"),
             std::string::npos)
       << s;
   EXPECT_NE(s.find("kestrane_logproc_audio_before_bytes{logger=\"7\",name=\"News\",action=\"archive\"} 5000000000\n"),
             std::string::npos);
   EXPECT_NE(s.find("kestrane_logproc_state{state=\"waiting\"} 1\n"), std::string::npos);
-  EXPECT_NE(s.find("kestrane_logproc_next_cycle_timestamp_seconds " + std::to_string(UnixSeconds(Sample().dNextCycle)) + "\n"),
+  EXPECT_NE(s.find("kestrane_logproc_next_cycle_timestamp_seconds " + std::to_string(UnixSeconds(Sample().dNextCycle)) +
+                   "\n"),
             std::string::npos);
-  EXPECT_EQ(UnixSeconds(VbDate::Make({2026, 11, 22, 14, 5, 0})) - UnixSeconds(VbDate::Make({2026, 11, 22, 13, 5, 0})), 3600);
+  EXPECT_EQ(UnixSeconds(VbDate::Make({2026, 11, 22, 14, 5, 0})) - UnixSeconds(VbDate::Make({2026, 11, 22, 13, 5, 0})),
+            3600);
 
   // promtool, where installed, is the independent judge of the format and its naming.
   if (RunProgram("command -v promtool > /dev/null") != 0) GTEST_SKIP() << "promtool is not installed";

@@ -38,8 +38,8 @@ constexpr long kPage = 4096;
 // Mounts made here stay in a mount namespace of this test process where possible, so
 // that not even a crash of the test can leave one behind on the machine.
 bool PrivateMounts() {
-  static const bool s_bPrivate = unshare(CLONE_NEWNS) == 0 &&
-                                 mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  static const bool s_bPrivate =
+      unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
   return s_bPrivate;
 }
 
@@ -108,10 +108,11 @@ class RealFaultTest : public ProcessRunTest {
     std::vector<std::string> aFullEnv = {"KESTRANE_CLOCK_START=2026-11-23 10:05:00"};
     aFullEnv.insert(aFullEnv.end(), aEnv.begin(), aEnv.end());
     RunningProgram oProc;
-    bool bStarted = bAsNobody ? oProc.Start("/usr/bin/setpriv",
-                                            {"--reuid=nobody", "--regid=nogroup", "--clear-groups", m_sProgram, "/DEBUG"},
-                                            sOut, aFullEnv)
-                              : oProc.Start(m_sProgram, {"/DEBUG"}, sOut, aFullEnv);
+    bool bStarted =
+        bAsNobody
+            ? oProc.Start("/usr/bin/setpriv",
+                          {"--reuid=nobody", "--regid=nogroup", "--clear-groups", m_sProgram, "/DEBUG"}, sOut, aFullEnv)
+            : oProc.Start(m_sProgram, {"/DEBUG"}, sOut, aFullEnv);
     const bool bEnded = bStarted && oProc.WaitEnd(120000);
     const std::string sText = ReadBytes(sOut);
     m_sJournal += sText;
@@ -178,8 +179,7 @@ TEST_F(RealFaultTest, ADriveThatFillsUpDuringConversionsKeepsEveryRecordingAndTh
   WriteRegistry();
   const std::string sHour = In(1, "20261122/1300/");
   proctest::WriteInf(sHour + "130000.inf", kPast, kLater, kLater);
-  for (const char* s : {"130000A", "130100A", "130200A"})
-    proctest::WriteToneWav(sHour + s + ".wav", 1.0, 22050, 1);
+  for (const char* s : {"130000A", "130100A", "130200A"}) proctest::WriteToneWav(sHour + s + ".wav", 1.0, 22050, 1);
   Keep({sHour + "130000.inf", In(1, "Kestrane.ini"), PathIn("registry.reg")});
   // A source takes 11 pages, a converted file 44: room for the first conversion (its
   // source is then deleted) and the hour log, not for the second.
@@ -323,8 +323,8 @@ TEST_F(RealFaultTest, AnUnprivilegedRunOverForbiddenFilesAndFoldersLosesNothingA
   const std::string s13 = In(1, "20261122/1300/"), s14 = In(1, "20261122/1400/"), s15 = In(1, "20261122/1500/");
   const std::string sOther = In(2, "20261122/1300/");
   Keep({s13 + "130000A.wav", s14 + "140000A.wav", s14 + "140100A.wav", s14 + "140000.inf", s15 + "150000A.wav",
-        s15 + "150000.inf", sOther + "130000A.wav", sOther + "130100A.wav", sOther + "130000.inf", In(2, "Kestrane.ini"),
-        PathIn("registry.reg")});
+        s15 + "150000.inf", sOther + "130000A.wav", sOther + "130100A.wav", sOther + "130000.inf",
+        In(2, "Kestrane.ini"), PathIn("registry.reg")});
 
   // Everything belongs to nobody, but for the forbidden things.
   ASSERT_EQ(RunProgram("chown -hR nobody:nogroup " + Quote(Root())), 0);

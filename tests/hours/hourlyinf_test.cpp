@@ -52,9 +52,9 @@ TEST_F(PointTextTest, MarkAndPointsWriteBackAsRead) {
 }
 
 TEST_F(PointTextTest, TextThatIsNoDateAndHourIsNeverDueAndTraced) {
-  for (const char* s : {"", "abc", "-01", "2010031", "201003141", "20100230 13", "20110229 01", "20101314 10",
-                        "20100014 10", "20100300 10", "20100314 24", "18991229 00", "2010-03-14 1x:00", "+2010031413",
-                        "2010\t03\t14\t13"}) {
+  for (const char* s :
+       {"", "abc", "-01", "2010031", "201003141", "20100230 13", "20110229 01", "20101314 10", "20100014 10",
+        "20100300 10", "20100314 24", "18991229 00", "2010-03-14 1x:00", "+2010031413", "2010\t03\t14\t13"}) {
     ExpectPoint(CHourlyInf::ParsePoint(s), 0, 0, 0, std::string("\"") + s + "\"");
   }
   EXPECT_NE(Trace().find("not a valid action point: \"20100230 13\""), std::string::npos);
@@ -219,11 +219,13 @@ TEST_F(HourlyInfTest, FilesWithoutHourInfoAreRefusedNeverReadAsDeleteNow) {
       {"\xFF\xFE", "empty"},
       {std::string(4096, '\0'), "NUL"},
       {sDates + std::string("\0\0\0", 3), "NUL"},
-      {"[ActionDates]\r\nDeleteAudioAt=2030\x01" "0101 0000\r\n", "control character 0x01"},
+      {"[ActionDates]\r\nDeleteAudioAt=2030\x01"
+       "0101 0000\r\n",
+       "control character 0x01"},
       {"[General]\r\nVersion=4.0\r\n[Segments]\r\nNumSegs=60\r\n", "no [ActionDates] section"},
       {"ActionDates\r\nDeleteAudioAt=20300101 0000\r\n", "no [ActionDates] section"},
-      {"\xFF\xFE[\0A\0", "malformed UTF-16"},          // odd length
-      {"\xFE\xFF\xD8\x00\x00[", "malformed UTF-16"},   // high surrogate alone
+      {"\xFF\xFE[\0A\0", "malformed UTF-16"},         // odd length
+      {"\xFE\xFF\xD8\x00\x00[", "malformed UTF-16"},  // high surrogate alone
   };
   for (const auto& c : aCases) {
     SCOPED_TRACE(c.sWhy);

@@ -22,7 +22,8 @@ std::shared_ptr<CLog> NamedLog(const std::string& sName) {
 }
 
 // An entry with only the parts given.
-std::shared_ptr<CLogProcessEntry> Entry(const std::shared_ptr<CLog>& oLog, int16_t iHour, const std::string& sInf = "") {
+std::shared_ptr<CLogProcessEntry> Entry(const std::shared_ptr<CLog>& oLog, int16_t iHour,
+                                        const std::string& sInf = "") {
   auto o = std::make_shared<CLogProcessEntry>();
   auto oInf = std::make_shared<CHourlyInf>();
   if (!sInf.empty()) oInf->FileName(sInf);
@@ -50,8 +51,9 @@ TEST_F(WorkItemTest, ReferenceJoinsTheSetPartsWithoutSeparators) {
 }
 
 TEST_F(WorkItemTest, OpenInfTakesTheHourFromThePathAndLoadsTheFile) {
-  WriteFile("L/20100314/1300/130000.inf", "[ActionDates]\nStandardAudioAt=20100316 1300\nArchiveAudioAt=-1\n"
-                                          "DeleteAudioAt=20100414 0500\n");
+  WriteFile("L/20100314/1300/130000.inf",
+            "[ActionDates]\nStandardAudioAt=20100316 1300\nArchiveAudioAt=-1\n"
+            "DeleteAudioAt=20100414 0500\n");
   auto oLog = NamedLog("L1");
   CLogProcessEntry o;
   o.OpenInf(oLog, PathIn("L/20100314/1300/130000.inf"));

@@ -1,7 +1,7 @@
 #pragma once
 // Helpers of the support tests: the stamps of a file.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <string>

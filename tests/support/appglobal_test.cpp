@@ -39,7 +39,7 @@ TEST(AppGlobalTest, ArgumentLineSplitsAsTheWindowsRuntime) {
   EXPECT_EQ(AppGlobal::SplitArgLine("  a\t b  "), (Args{"a", "b"}));
   EXPECT_EQ(AppGlobal::SplitArgLine("C:\\dir\\file"), (Args{"C:\\dir\\file"}));
   EXPECT_EQ(AppGlobal::SplitArgLine("a\\\\\"b c\""), (Args{"a\\b c"}));  // 2 backslashes + quote
-  EXPECT_EQ(AppGlobal::SplitArgLine("a\\\"b"), (Args{"a\"b"}));           // escaped quote
+  EXPECT_EQ(AppGlobal::SplitArgLine("a\\\"b"), (Args{"a\"b"}));          // escaped quote
   EXPECT_EQ(AppGlobal::SplitArgLine("\"\""), (Args{""}));
   EXPECT_EQ(AppGlobal::SplitArgLine(""), Args{});
 }
@@ -53,8 +53,8 @@ TEST_F(AppGlobalRunTest, ChildEndsWhenTheParentIsKilled) {
   const pid_t parent = fork();
   ASSERT_GE(parent, 0);
   if (parent == 0) {
-    const std::string sScript = "echo $$ > " + pPid.string() + ".tmp && mv " + pPid.string() +
-                                ".tmp " + pPid.string() + " && exec sleep 60";
+    const std::string sScript =
+        "echo $$ > " + pPid.string() + ".tmp && mv " + pPid.string() + ".tmp " + pPid.string() + " && exec sleep 60";
     AppGlobal::RunAndWait("/bin/sh", "-c \"" + sScript + "\"");
     _exit(0);
   }
@@ -173,7 +173,8 @@ TEST(AppGlobalTest, HeadlessMessageBoxAnswersItsDefaultButton) {
   MsgBox("Stopped", vbCritical, "T");
   MsgBox("Careful", vbExclamation | vbYesNo, "T");
   MsgBox("Plain", vbOKOnly, "T");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "<3>knlogproc: T: Stopped\n<4>knlogproc: T: Careful\n<4>knlogproc: T: Plain\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "<3>knlogproc: T: Stopped\n<4>knlogproc: T: Careful\n<4>knlogproc: T: Plain\n");
   std::string seen;
   auto old = SetMsgBoxHandler([&](const std::string& t, int32_t, const std::string&) {
     seen = t;

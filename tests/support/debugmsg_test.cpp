@@ -62,15 +62,18 @@ TEST_F(DebugMsgTest, LineFormatIndentAndLevels) {
   DebugMsg("resync", 5, 3);
   EXPECT_EQ(Lines(DefaultFile()),
             (std::vector<std::string>{"13:05:09 Start Sub Main", "13:05:09     a step", "13:05:09     Start Inner",
-                                      "13:05:09         inner step", "13:05:09     End Inner",
-                                      "13:05:09 End Sub Main", "13:05:09 End again", "13:05:09 resync"}));
+                                      "13:05:09         inner step", "13:05:09     End Inner", "13:05:09 End Sub Main",
+                                      "13:05:09 End again", "13:05:09 resync"}));
 }
 
 TEST_F(DebugMsgTest, TraceScopeClosesOnEveryWayOut) {
   AppGlobal::SetDebugMode(5);
   {
     TraceScope oOuter("Outer");
-    { TraceScope oEarly("Early", "EarlySub"); oEarly.Exit("no file"); }
+    {
+      TraceScope oEarly("Early", "EarlySub");
+      oEarly.Exit("no file");
+    }
     try {
       TraceScope oThrows("Throws");
       throw std::runtime_error("x");
@@ -185,7 +188,8 @@ TEST_F(DebugMsgTest, ClearUpDeletesOldestCaptureFilesUntilThereIsRoom) {
   // digit stamp and the program's own files stay.
   g_free = 1048575.0 + 5 * 1048576.0;
   tmrClearUpDebug_Timer();
-  EXPECT_EQ(left(), (std::set<std::string>{"kncapture.20100313.log", "kncapture.2010031x.log", "knlogproc.20100301.log"}));
+  EXPECT_EQ(left(),
+            (std::set<std::string>{"kncapture.20100313.log", "kncapture.2010031x.log", "knlogproc.20100301.log"}));
 }
 
 // The first trace of a day removes the program's debug files more than "DebugKeepDays"
@@ -197,18 +201,17 @@ TEST_F(DebugMsgTest, OldDebugFilesGoAtTheFirstTraceOfADay) {
   const std::string sTarget = Root() + "/kept-target.log";
   std::ofstream(sTarget) << "x";
   fs::create_symlink(sTarget, sDir + "/knlogproc.20090101.log");
-  for (const char* s : {"knlogproc.20100212.log", "knlogproc.20100213.log", "knlogproc.20100214.log",
-                        "knlogproc.20091231.log", "kncapture.20090101.log", "knlogproc.2009010x.log",
-                        "knlogproc.20090101.log.bak"})
+  for (const char* s :
+       {"knlogproc.20100212.log", "knlogproc.20100213.log", "knlogproc.20100214.log", "knlogproc.20091231.log",
+        "kncapture.20090101.log", "knlogproc.2009010x.log", "knlogproc.20090101.log.bak"})
     std::ofstream(sDir + "/" + s) << "old\r\n";
   auto names = [&] { return Names(sDir); };
   AppGlobal::SetDebugMode(5);
 
   // 14 March 2010 less 30 days is 12 February: that day stays, the 11th would go.
-  const std::set<std::string> kAfterDefault = {"knlogproc.20090101.log", "knlogproc.20100212.log",
-                                              "knlogproc.20100213.log", "knlogproc.20100214.log",
-                                              "kncapture.20090101.log", "knlogproc.2009010x.log",
-                                              "knlogproc.20090101.log.bak", "knlogproc.20100314.log"};
+  const std::set<std::string> kAfterDefault = {
+      "knlogproc.20090101.log", "knlogproc.20100212.log", "knlogproc.20100213.log",     "knlogproc.20100214.log",
+      "kncapture.20090101.log", "knlogproc.2009010x.log", "knlogproc.20090101.log.bak", "knlogproc.20100314.log"};
   DebugMsg("first line of the day", -1, 0);
   EXPECT_EQ(names(), kAfterDefault);
   EXPECT_TRUE(fs::exists(sTarget));
@@ -221,9 +224,9 @@ TEST_F(DebugMsgTest, OldDebugFilesGoAtTheFirstTraceOfADay) {
   // The next day: one day kept, so the files of the 13th and before go (not the link).
   Clock::SetFixed(VbDate::Make({2010, 3, 15, 0, 0, 1}));
   DebugMsg("next day", -1, 0);
-  EXPECT_EQ(names(), (std::set<std::string>{"knlogproc.20090101.log", "kncapture.20090101.log",
-                                            "knlogproc.2009010x.log", "knlogproc.20090101.log.bak",
-                                            "knlogproc.20100314.log", "knlogproc.20100315.log"}));
+  EXPECT_EQ(names(),
+            (std::set<std::string>{"knlogproc.20090101.log", "kncapture.20090101.log", "knlogproc.2009010x.log",
+                                   "knlogproc.20090101.log.bak", "knlogproc.20100314.log", "knlogproc.20100315.log"}));
 
   // 0 keeps everything.
   ConfigAccess::SetRegLong("SOFTWARE\\Norvane\\Kestrane v4\\Log Processor", "DebugKeepDays", 0, false);

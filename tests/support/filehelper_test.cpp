@@ -30,7 +30,8 @@ class FileHelperTest : public TempRootTest {
 
 TEST_F(FileHelperTest, PathsOfTheMachine) {
   for (auto [sIn, sWant] : {std::pair{"D:\\Kestrane\\Logger3", Root() + "/drive_d/Kestrane/Logger3"},
-                            {"d:/Kestrane/Logger3", Root() + "/drive_d/Kestrane/Logger3"}, {"C:\\", Root() + "/drive_c"},
+                            {"d:/Kestrane/Logger3", Root() + "/drive_d/Kestrane/Logger3"},
+                            {"C:\\", Root() + "/drive_c"},
                             {"/srv/audio\\x", "/srv/audio\\x"}})
     EXPECT_EQ(Machine::TranslatePath(sIn), sWant) << sIn;
 }
@@ -50,7 +51,8 @@ TEST_F(FileHelperTest, ExistenceAndSize) {
   EXPECT_EQ(std::tuple(FileExists(PathIn("f.bin")), FileExists(PathIn("dir")), FolderExists(PathIn("dir")),
                        FolderExists(PathIn("f.bin"))),
             std::tuple(true, false, true, false));
-  EXPECT_EQ(std::tuple(FileSize(PathIn("f.bin")), FileSize(PathIn("missing")), FileSize(PathIn("dir"))), std::tuple(5, -1, -1));
+  EXPECT_EQ(std::tuple(FileSize(PathIn("f.bin")), FileSize(PathIn("missing")), FileSize(PathIn("dir"))),
+            std::tuple(5, -1, -1));
 }
 
 TEST_F(FileHelperTest, FolderCreateAndDeleteReportCodes) {
@@ -82,8 +84,7 @@ TEST_F(FileHelperTest, SearchOrderIsCaseInsensitiveAscending) {
             (std::vector<std::string>{"130000.inf", "130000.LOG", "130000A.wav", "140000A.wav", "A.txt", "b.txt"}));
   EXPECT_EQ(List(PathIn("h/13*.*"), 0), (std::vector<std::string>{"130000.inf", "130000.LOG", "130000A.wav"}));
   // Folders only come with the directory bit, together with the dot entries.
-  EXPECT_EQ(List(PathIn("h/13*"), 16),
-            (std::vector<std::string>{"130000.inf", "130000.LOG", "130000A.wav", "13sub"}));
+  EXPECT_EQ(List(PathIn("h/13*"), 16), (std::vector<std::string>{"130000.inf", "130000.LOG", "130000A.wav", "13sub"}));
   auto all = List(PathIn("h/*.*"), 16);
   ASSERT_GE(all.size(), 2u);
   EXPECT_EQ(all[0], ".");
@@ -107,8 +108,10 @@ TEST_F(FileHelperTest, AFolderThatCannotBeReadIsNoEmptyFolder) {
   WriteFile("file", "x");
   fs::create_directories(PathIn("empty"));
   FileHelper::FindHandle h = 0;
-  for (auto [sPattern, lWant] : {std::pair{PathIn("h/*.*"), 0}, {PathIn("empty/*.wav"), 0},
-                                 {PathIn("nope/*.*"), ENOENT}, {PathIn("file/*.*"), ENOTDIR}}) {
+  for (auto [sPattern, lWant] : {std::pair{PathIn("h/*.*"), 0},
+                                 {PathIn("empty/*.wav"), 0},
+                                 {PathIn("nope/*.*"), ENOENT},
+                                 {PathIn("file/*.*"), ENOTDIR}}) {
     FileHelper::FindFirst(sPattern, 0, h);
     EXPECT_EQ(FileHelper::LastFindError(), lWant) << sPattern;
     CloseFind(h);
@@ -143,11 +146,18 @@ TEST_F(FileHelperTest, DeleteFolderRemovesLinksNeverWhatTheyPointTo) {
 
 TEST_F(FileHelperTest, MaskRules) {
   // "?" matches nothing before the dot and at the end of the name; "#" is a plain character here.
-  for (auto [sName, sMask, bWant] :
-       {std::tuple{"anything", "*.*", true}, {"noext", "*.*", true}, {"KNCAPTURE.20100314.LOG", "kncapture.????????.log", true},
-        {"kncapture.2010031.log.x", "kncapture.????????.log", false}, {"kncapture.2010031.log", "kncapture.????????.log", true},
-        {"ab", "ab??", true}, {"abcde", "ab??", false}, {"130000A.wav", "######?.*", false}, {"13ab", "13*.*", true},
-        {"x13ab", "13*.*", false}, {"20100314", "????????", true}, {"201003141", "????????", false}})
+  for (auto [sName, sMask, bWant] : {std::tuple{"anything", "*.*", true},
+                                     {"noext", "*.*", true},
+                                     {"KNCAPTURE.20100314.LOG", "kncapture.????????.log", true},
+                                     {"kncapture.2010031.log.x", "kncapture.????????.log", false},
+                                     {"kncapture.2010031.log", "kncapture.????????.log", true},
+                                     {"ab", "ab??", true},
+                                     {"abcde", "ab??", false},
+                                     {"130000A.wav", "######?.*", false},
+                                     {"13ab", "13*.*", true},
+                                     {"x13ab", "13*.*", false},
+                                     {"20100314", "????????", true},
+                                     {"201003141", "????????", false}})
     EXPECT_EQ(FileHelper::MatchMask(sName, sMask), bWant) << sName << " " << sMask;
 }
 

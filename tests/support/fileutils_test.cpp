@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <filesystem>
 #include <fmt/format.h>
+#include <filesystem>
 #include <regex>
 
 #include "common/TempRoot.h"
@@ -43,8 +43,7 @@ TEST_F(FileUtilsTest, OnlyATempFileWithTheTmpExtensionKeepsItsPlaceholder) {
   const std::string s = GetTempFile("", "WAV");
   ASSERT_FALSE(s.empty());
   EXPECT_EQ(fs::path(s).parent_path(), fs::path(PathIn("tmp")));
-  EXPECT_TRUE(std::regex_match(fs::path(s).filename().string(), std::regex(m_sPrefix + "[0-9A-F]{1,4}\\.WAV")))
-      << s;
+  EXPECT_TRUE(std::regex_match(fs::path(s).filename().string(), std::regex(m_sPrefix + "[0-9A-F]{1,4}\\.WAV"))) << s;
   EXPECT_FALSE(fs::exists(s));
   EXPECT_EQ(Entries("tmp"), 0u);
   // The TMP extension keeps the empty placeholder.

@@ -1,7 +1,7 @@
 // Settings and hour info files: the read and write rules of the Windows profile
 // functions, and safe, cached access to the files on disk.
-#include <gtest/gtest.h>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,16 +35,20 @@ TEST(ProfileFileRead, TrimmingCaseAndQuotes) {
       "[Other]\n"
       "x=1\n");
   // "x" belongs to [Other].
-  for (auto [sSec, sKey, sWant] : {std::tuple{"general", "NAME", "Studio A"}, {" General\t", " name ", "Studio A"},
-                                   {"General", "Dq", "  padded  "}, {"General", "Sq", "single"},
-                                   {"General", "Mixed", "\"not a pair'"}, {"General", "Comment", "a ; not a comment"},
-                                   {"General", "Empty", ""}, {"General", "x", "<absent>"}, {"Missing", "x", "<absent>"}})
+  for (auto [sSec, sKey, sWant] : {std::tuple{"general", "NAME", "Studio A"},
+                                   {" General\t", " name ", "Studio A"},
+                                   {"General", "Dq", "  padded  "},
+                                   {"General", "Sq", "single"},
+                                   {"General", "Mixed", "\"not a pair'"},
+                                   {"General", "Comment", "a ; not a comment"},
+                                   {"General", "Empty", ""},
+                                   {"General", "x", "<absent>"},
+                                   {"Missing", "x", "<absent>"}})
     EXPECT_EQ(Get(f, sSec, sKey), sWant) << sSec << "/" << sKey;
 }
 
 TEST(ProfileFileRead, FirstSectionAndFirstKeyWinSectionsKeepTheirOrder) {
-  const ProfileFile f = ProfileFile::Parse(
-      "[A]\nk=1\nk=2\nbare\nbare=3\n[B]\nk=b\n[a]\nk=late\nonly=late\n");
+  const ProfileFile f = ProfileFile::Parse("[A]\nk=1\nk=2\nbare\nbare=3\n[B]\nk=b\n[a]\nk=late\nonly=late\n");
   EXPECT_EQ(Get(f, "A", "k"), "1");
   EXPECT_EQ(Get(f, "A", "only"), "<absent>");
   // A line without "=" is found first and has no value.
@@ -60,10 +64,17 @@ TEST(ProfileFileRead, FirstSectionAndFirstKeyWinSectionsKeepTheirOrder) {
 }
 
 TEST(ProfileFileRead, IntegerRule) {
-  const ProfileFile f = ProfileFile::Parse(
-      "[S]\na=42A\nb=abc\nc=\nd=  -17 \ne=4294967301\nf=-2147483649\ng=\"+8\"\nh=2147483648\n");
-  for (auto [k, lWant] : {std::pair{"a", 42}, {"b", 0}, {"c", -1}, {"missing", -1}, {"d", -17}, {"e", 5},
-                          {"f", INT32_MAX}, {"g", 8}, {"h", INT32_MIN}})
+  const ProfileFile f =
+      ProfileFile::Parse("[S]\na=42A\nb=abc\nc=\nd=  -17 \ne=4294967301\nf=-2147483649\ng=\"+8\"\nh=2147483648\n");
+  for (auto [k, lWant] : {std::pair{"a", 42},
+                          {"b", 0},
+                          {"c", -1},
+                          {"missing", -1},
+                          {"d", -17},
+                          {"e", 5},
+                          {"f", INT32_MAX},
+                          {"g", 8},
+                          {"h", INT32_MIN}})
     EXPECT_EQ(ProfileFile::IntValue(f.GetString("S", k), -1), lWant) << k;
 }
 
@@ -146,7 +157,8 @@ TEST_F(ProfileAccess, ReadsAndWritesTheFile) {
   ASSERT_TRUE(ConfigAccess::WriteProfileString("General", "Name", "Studio", File()));
   ASSERT_TRUE(ConfigAccess::WriteProfileSection("DAB", "A=1\0B=2\0"s, File()));
   EXPECT_EQ(ReadFile("L3/Kestrane.ini"), "[General]\r\nName=Studio\r\n[DAB]\r\nA=1\r\nB=2\r\n");
-  EXPECT_EQ(std::tuple(ConfigAccess::GetProfileString("general", "name", "", File()), ConfigAccess::GetProfileInt("DAB", "B", 0, File())),
+  EXPECT_EQ(std::tuple(ConfigAccess::GetProfileString("general", "name", "", File()),
+                       ConfigAccess::GetProfileInt("DAB", "B", 0, File())),
             std::tuple("Studio", 2));
   EXPECT_EQ(ConfigAccess::GetProfileSection("dab", File()), "A=1\0B=2\0\0"s);
 

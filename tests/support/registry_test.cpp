@@ -26,9 +26,7 @@ const char* kCapture = "SOFTWARE\\Norvane\\Kestrane v4\\Capture";
 const char* kLogger1 = "SOFTWARE\\Norvane\\Kestrane v4\\Capture\\Logger1";
 
 // An export as the registry editor writes it: UTF-16LE with byte-order mark, CRLF.
-std::string Utf16Export(const std::string& sUtf8) {
-  return "\xFF\xFE" + TextRules::Utf8ToUtf16Le(sUtf8);
-}
+std::string Utf16Export(const std::string& sUtf8) { return "\xFF\xFE" + TextRules::Utf8ToUtf16Le(sUtf8); }
 
 std::string Text(const RegistryFile& r, const std::string& sKey, const std::string& sName) {
   auto v = r.GetValue(sKey, sName);
@@ -72,8 +70,8 @@ TEST(RegistryFileRead, ExportsOfEitherEditorVersion) {
   EXPECT_TRUE(noBom.Problems().empty());
   EXPECT_EQ(Text(noBom, kLogger1, "LogPath"), "D:\\Kestrane\\Logger3");
   // LF and CR-only line ends, HKLM alias, a UTF-8 byte-order mark, ANSI hex strings.
-  const RegistryFile r4 = RegistryFile::Parse(
-      "\xEF\xBB\xBFREGEDIT4\n\n[HKLM\\Software\\A]\r\"s\"=\"42A\"\n\"n\"=hex(2):34,32,00\n");
+  const RegistryFile r4 =
+      RegistryFile::Parse("\xEF\xBB\xBFREGEDIT4\n\n[HKLM\\Software\\A]\r\"s\"=\"42A\"\n\"n\"=hex(2):34,32,00\n");
   EXPECT_TRUE(r4.Problems().empty());
   EXPECT_EQ(r4.GetValue("SOFTWARE\\a", "S")->AsLong(), 42);
   EXPECT_EQ(Text(r4, "HKEY_LOCAL_MACHINE\\Software\\A", "n"), "42");
@@ -94,7 +92,8 @@ TEST(RegistryFileRead, ImportSemanticsOfDuplicatesAndDeletions) {
   EXPECT_FALSE(r.ValueExists("S\\K\\Sub", "c"));
   EXPECT_EQ(Text(r, "S\\K", "d"), "4");  // the two sections of one key merge
   // A value set after a deletion of its parent key stays in force.
-  RegistryFile del = RegistryFile::Parse("Windows Registry Editor Version 5.00\n\n[HKLM\\S\\K]\n\"a\"=\"1\"\n\n[-HKLM\\S]\n");
+  RegistryFile del =
+      RegistryFile::Parse("Windows Registry Editor Version 5.00\n\n[HKLM\\S\\K]\n\"a\"=\"1\"\n\n[-HKLM\\S]\n");
   del.SetString("S\\K", "a", "2");
   EXPECT_EQ(Text(RegistryFile::Parse(del.Serialise()), "S\\K", "a"), "2");
 }
@@ -206,8 +205,13 @@ TEST_F(RegistryFileWrite, DeleteKeyTakesSubKeysButNotNamesSharingAPrefix) {
 
 TEST_F(RegistryFileWrite, RoundTripOfAwkwardStrings) {
   RegistryFile r;
-  const std::vector<std::string> aValues = {"", "a\\b\\\\c", "\"quoted\"", "two\r\nlines\nand\rmore",
-                                            "\xE2\x82\xAC uro", "trailing backslash\\", "=;[x]",
+  const std::vector<std::string> aValues = {"",
+                                            "a\\b\\\\c",
+                                            "\"quoted\"",
+                                            "two\r\nlines\nand\rmore",
+                                            "\xE2\x82\xAC uro",
+                                            "trailing backslash\\",
+                                            "=;[x]",
                                             "bad \xF3\xC3 bytes\r\nkept"};
   for (size_t i = 0; i < aValues.size(); ++i) r.SetString("S\\K", "v" + std::to_string(i), aValues[i]);
   r.SetString("S\\K", "", "default");
@@ -358,7 +362,8 @@ TEST_F(RegistryAccess, TwoProcessesNeverLoseEachOthersValues) {
 }
 
 TEST_F(RegistryAccess, KilledWriterLeavesAWholeFile) {
-  for (int i = 0; i < 50; ++i) ConfigAccess::SetRegString("S\\Base", "v" + std::to_string(i), std::string(40, 'a' + i % 26));
+  for (int i = 0; i < 50; ++i)
+    ConfigAccess::SetRegString("S\\Base", "v" + std::to_string(i), std::string(40, 'a' + i % 26));
   std::mt19937 gen(11);
   for (int round = 0; round < 30; ++round) {
     const pid_t pid = fork();

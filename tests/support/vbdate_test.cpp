@@ -25,8 +25,8 @@ TEST(VbDateTest, TimeAndText) {
   EXPECT_EQ(VbDate::Minute(d), 5);
   EXPECT_EQ(VbDate::DayOf(d), 40251);
   EXPECT_EQ(VbDate::DefaultText(d), "2010-03-14 13:05:09");
-  for (auto [sFormat, sWant] : {std::pair{"yyyymmdd", "20100314"}, {"dddd, d mmmm yyyy", "Sunday, 14 March 2010"},
-                                {"hh:nn:ss", "13:05:09"}})
+  for (auto [sFormat, sWant] :
+       {std::pair{"yyyymmdd", "20100314"}, {"dddd, d mmmm yyyy", "Sunday, 14 March 2010"}, {"hh:nn:ss", "13:05:09"}})
     EXPECT_EQ(VbDate::Format(d, sFormat), sWant);
   // 23:59:59.6 rounds to the next day's midnight, as a date value does.
   double late = VbDate::DateSerial(2010, 3, 14) + (86399.6 / 86400.0);

@@ -17,7 +17,7 @@ using codectest::DecodedFrames;
 inline const std::string kShuttle = std::string(KN_BIN_DIR) + "/SoundShuttle";
 
 struct Target {
-  int iType;        // format type of the format text
+  int iType;  // format type of the format text
   const char* ext;
 };
 inline constexpr Target kTargets[] = {{32, "mp2"}, {4, "mp3"}, {8, "ogg"}, {16, "wma"}};
@@ -46,11 +46,11 @@ inline long FrameSamples(const Target& t, int iRate) {
 inline long FormatPadding(const Target& t) { return t.iType == 32 ? 481 : 0; }
 
 struct Result {
-  long lIn = 0;      // source frames (sox's count)
-  long lExpect = 0;  // the same after rate conversion, rounded
-  long lOut = 0;     // frames ffmpeg decodes from the output
+  long lIn = 0;           // source frames (sox's count)
+  long lExpect = 0;       // the same after rate conversion, rounded
+  long lOut = 0;          // frames ffmpeg decodes from the output
   double dMeasured = -1;  // GetAudioLengthSecs of the output
-  int iRate = 0;     // of the output
+  int iRate = 0;          // of the output
   std::string sError;
 };
 
@@ -64,8 +64,8 @@ inline Result Convert(const std::string& sDir, const std::string& sSrc, int iRat
                         ";Channels=" + std::to_string(iChannels) +
                         ";BitRate=" + std::to_string(TargetKbps(t, r.iRate)) + ";ProfileNum=0";
   std::string sErr;
-  const int rc = RunProgram(Quote(kShuttle) + " " + Quote("/SRCFILE=" + sSrc) + " " + Quote("/DSTFILE=" + sDst) +
-                                " " + Quote("/DSTFORMAT=" + sFormat),
+  const int rc = RunProgram(Quote(kShuttle) + " " + Quote("/SRCFILE=" + sSrc) + " " + Quote("/DSTFILE=" + sDst) + " " +
+                                Quote("/DSTFORMAT=" + sFormat),
                             &sErr);
   if (rc != 0) {
     r.sError = "copier failed (" + std::to_string(rc) + "): " + sErr;

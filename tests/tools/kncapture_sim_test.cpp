@@ -15,10 +15,10 @@
 #include "audio/GetAudioLengthSecs.h"
 #include "audio/IAudioFile.h"
 #include "common/TempRoot.h"
-#include "e2e/RunningProgram.h"
 #include "config/CLog.h"
 #include "config/CLogList.h"
 #include "config/CStream.h"
+#include "e2e/RunningProgram.h"
 #include "hours/CHourlyInf.h"
 #include "support/ConfigAccess.h"
 #include "support/FileHelper.h"
@@ -93,17 +93,15 @@ class CaptureSimTest : public TempRootTest {
 
 // A small recorder with a fixed present moment: 13 March 2010 whole, and 14 March up to
 // 02:20, four segments an hour.
-constexpr const char* kSmall =
-    "--start 2010-03-13 --days 2 --until '2010-03-14 02:20' --segments 4 --seconds 0.5 ";
+constexpr const char* kSmall = "--start 2010-03-13 --days 2 --until '2010-03-14 02:20' --segments 4 --seconds 0.5 ";
 // Three hours of one day.
 constexpr const char* kTiny = "--days 1 --until '2010-03-14 02:20' --segments 4 --seconds 0.2 ";
 
 TEST_F(CaptureSimTest, TreeLoadsThroughTheLoggerListWithItsFormatsAndHours) {
-  ASSERT_EQ(Sim(std::string(kTiny) +
-                "--loggers 3 --name 1=Studio --hours 1=6,24,40 --hours 2=0,12,0 "
-                "--format 2=mp2:44100:2:192/mp3:44100:2:128/mp3:22050:1:32 "
-                "--format '3=wav:22050:1/ogg:22050:1:48/wma:7+wav:8000:1/ima:8000:1/none' "
-                "--disable 3"),
+  ASSERT_EQ(Sim(std::string(kTiny) + "--loggers 3 --name 1=Studio --hours 1=6,24,40 --hours 2=0,12,0 "
+                                     "--format 2=mp2:44100:2:192/mp3:44100:2:128/mp3:22050:1:32 "
+                                     "--format '3=wav:22050:1/ogg:22050:1:48/wma:7+wav:8000:1/ima:8000:1/none' "
+                                     "--disable 3"),
             0)
       << m_sOut;
   CLogList oList;
@@ -119,14 +117,17 @@ TEST_F(CaptureSimTest, TreeLoadsThroughTheLoggerListWithItsFormatsAndHours) {
   // Logger 1 has the factory format: PCM, then IMA ADPCM stereo, then mono; logger 2 MP2 to MP3.
   ASSERT_EQ(o1->OutputFormatCount(), 1);
   using Want = std::tuple<int32_t, int32_t, int32_t, int32_t, int32_t>;  // type, tag, rate, channels, bit rate
-  const Want aWant[2][3] = {{{FormatWAV, WAVE_FORMAT_PCM, 44100, 2, 0}, {FormatWAV, WAVE_FORMAT_IMA_ADPCM, 22050, 2, 0},
-                             {FormatWAV, WAVE_FORMAT_IMA_ADPCM, 22050, 1, 0}},
-                            {{FormatMP2, 0, 44100, 2, 192}, {FormatMP3, 0, 44100, 2, 128}, {FormatMP3, 0, 22050, 1, 32}}};
+  const Want aWant[2][3] = {
+      {{FormatWAV, WAVE_FORMAT_PCM, 44100, 2, 0},
+       {FormatWAV, WAVE_FORMAT_IMA_ADPCM, 22050, 2, 0},
+       {FormatWAV, WAVE_FORMAT_IMA_ADPCM, 22050, 1, 0}},
+      {{FormatMP2, 0, 44100, 2, 192}, {FormatMP3, 0, 44100, 2, 128}, {FormatMP3, 0, 22050, 1, 32}}};
   for (int l = 0; l < 2; ++l)
     for (int p = 0; p < 3; ++p) {
       auto c = (l ? o2 : o1)->AudioFormat(0)->Period(p)->CommonFormat();
       EXPECT_EQ(Want(c->FormatType(), l ? 0 : c->FormatTag(), c->SampleRate(), c->Channels(), l ? c->BitRate() : 0),
-                aWant[l][p]) << "logger " << l + 1 << " period " << p;
+                aWant[l][p])
+          << "logger " << l + 1 << " period " << p;
     }
 
   // The disabled logger still has its settings: two outputs, WMA profile 7, no archive
@@ -149,13 +150,11 @@ TEST_F(CaptureSimTest, FoldersAndSegmentsCarryTheCaptureNamesUpToThePresentMomen
   EXPECT_EQ(Names(Logger(1, "20100313")).size(), 24u);
   EXPECT_EQ(Names(Logger(1, "20100314")), (std::vector<std::string>{"0000", "0100", "0200"}));
   EXPECT_EQ(Names(Logger(1, "20100313/1300")),
-            (std::vector<std::string>{"130000.inf", "130000A.wav", "130000B.mp2", "131500A.wav",
-                                      "131500B.mp2", "133000A.wav", "133000B.mp2", "134500A.wav",
-                                      "134500B.mp2"}));
+            (std::vector<std::string>{"130000.inf", "130000A.wav", "130000B.mp2", "131500A.wav", "131500B.mp2",
+                                      "133000A.wav", "133000B.mp2", "134500A.wav", "134500B.mp2"}));
   // 02:00 and 02:15 have begun at 02:20; 02:30 has not.
   EXPECT_EQ(Names(Logger(1, "20100314/0200")),
-            (std::vector<std::string>{"020000.inf", "020000A.wav", "020000B.mp2", "021500A.wav",
-                                      "021500B.mp2"}));
+            (std::vector<std::string>{"020000.inf", "020000A.wav", "020000B.mp2", "021500A.wav", "021500B.mp2"}));
   EXPECT_NE(m_sOut.find("27 hours, 212 files"), std::string::npos) << m_sOut;
 
   // The processor's own routines read the names back: the hour from the info file's
@@ -256,8 +255,7 @@ TEST_F(CaptureSimTest, AudioFollowsTheSeedAndTheKind) {
 }
 
 TEST_F(CaptureSimTest, InstallsTheCopierAndTheProfileFileWhereTheProcessorLooks) {
-  ASSERT_EQ(Sim("--start 2010-03-13 --days 1 --until '2010-03-13 00:10' --segments 1 --seconds 0.2 -q"), 0)
-      << m_sOut;
+  ASSERT_EQ(Sim("--start 2010-03-13 --days 1 --until '2010-03-13 00:10' --segments 1 --seconds 0.2 -q"), 0) << m_sOut;
   EXPECT_TRUE(m_sOut.empty()) << m_sOut;
   const std::string sCommon = FileHelper::SpecialFolder(FileHelper::kCommonProgramFiles);
   const std::string sCopier = sCommon + "/Norvane Shared/Sound Shuttle/SoundShuttle";
@@ -270,8 +268,7 @@ TEST_F(CaptureSimTest, InstallsTheCopierAndTheProfileFileWhereTheProcessorLooks)
   EXPECT_FALSE(ReadBytes(sPrx).empty());
   EXPECT_EQ(ReadBytes(sPrx), ReadBytes(std::string(KN_SOURCE_DIR) + "/data/nvkn4.prx"));
   // The processor's values are in the registry.
-  EXPECT_EQ(ConfigAccess::GetRegLong("SOFTWARE\\Norvane\\Kestrane v4\\Log Processor", "ProcessTimerInterval", -1),
-            500);
+  EXPECT_EQ(ConfigAccess::GetRegLong("SOFTWARE\\Norvane\\Kestrane v4\\Log Processor", "ProcessTimerInterval", -1), 500);
   EXPECT_EQ(ConfigAccess::GetRegLong(CStream::kDefaultRoot, "LogProcStart", -1), 5);
 }
 

@@ -41,8 +41,8 @@ TEST_F(SoundShuttleMatrix, EveryTargetKeepsEverySample) {
         }
         std::remove(sSrc.c_str());
       }
-  std::printf("%-6s %6s %3s %4s %6s %9s %9s %9s %6s %6s\n", "secs", "rate", "ch", "to", "to Hz", "in",
-              "expected", "out", "extra", "limit");
+  std::printf("%-6s %6s %3s %4s %6s %9s %9s %9s %6s %6s\n", "secs", "rate", "ch", "to", "to Hz", "in", "expected",
+              "out", "extra", "limit");
   for (auto& row : rows) {
     Result r = row.r.get();
     SCOPED_TRACE(std::to_string(row.dSecs) + " s " + std::to_string(row.iRate) + " Hz " +

@@ -7,8 +7,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <future>
 #include <filesystem>
+#include <future>
 #include <thread>
 
 #include "audio/AudioFormatHelpers.h"
@@ -41,8 +41,8 @@ int RunShuttle(const std::vector<std::string>& aArgs, std::string* psErr = nullp
   std::string sCmd = sPrefix + Quote(kShuttle);
   for (const auto& a : aArgs) sCmd += " " + Quote(a);
   static std::atomic<int> s_iRun{0};
-  std::string sErrFile = fs::temp_directory_path() /
-                         ("shuttle_err_" + std::to_string(getpid()) + "_" + std::to_string(s_iRun++));
+  std::string sErrFile =
+      fs::temp_directory_path() / ("shuttle_err_" + std::to_string(getpid()) + "_" + std::to_string(s_iRun++));
   const int rc = RunProgram("(" + sCmd + " 2>" + Quote(sErrFile) + " >/dev/null)");
   if (psErr) *psErr = ReadBytes(sErrFile);
   fs::remove(sErrFile);
@@ -78,12 +78,18 @@ TEST_F(SoundShuttleTest, ConvertsToEveryFormat) {
   };
   std::vector<Case> cases;
   for (int ch : {1, 2})
-    cases.insert(cases.end(), {{32, "mp2", "mp2", 22050, ch, 64, 17, 0}, {32, "mp2", "mp2", 48000, ch, 192, 17, 0},
-                               {4, "mp3", "mp3", 22050, ch, 32, 17, 0}, {4, "mp3", "mp3", 44100, ch, 128, 17, 0},
-                               {8, "ogg", "vorbis", 22050, ch, 48, 17, 0}, {8, "ogg", "vorbis", 44100, ch, 128, 17, 0}});
-  cases.insert(cases.end(), {{16, "wma", "wmav2", 44100, 2, 64, 0, 23}, {16, "wma", "wmav2", 22050, 2, 32, 0, 9},
-                             {16, "wma", "wmav2", 44100, 1, 64, 0, 17}, {16, "wma", "wmav2", 22050, 1, 24, 0, 7},
-                             {16, "wma", "wmav2", 32000, 1, 40, 0, 0}, {2, "wav", "pcm_s16le", 16000, 1, 0, 1, 0},
+    cases.insert(cases.end(), {{32, "mp2", "mp2", 22050, ch, 64, 17, 0},
+                               {32, "mp2", "mp2", 48000, ch, 192, 17, 0},
+                               {4, "mp3", "mp3", 22050, ch, 32, 17, 0},
+                               {4, "mp3", "mp3", 44100, ch, 128, 17, 0},
+                               {8, "ogg", "vorbis", 22050, ch, 48, 17, 0},
+                               {8, "ogg", "vorbis", 44100, ch, 128, 17, 0}});
+  cases.insert(cases.end(), {{16, "wma", "wmav2", 44100, 2, 64, 0, 23},
+                             {16, "wma", "wmav2", 22050, 2, 32, 0, 9},
+                             {16, "wma", "wmav2", 44100, 1, 64, 0, 17},
+                             {16, "wma", "wmav2", 22050, 1, 24, 0, 7},
+                             {16, "wma", "wmav2", 32000, 1, 40, 0, 0},
+                             {2, "wav", "pcm_s16le", 16000, 1, 0, 1, 0},
                              {2, "wav", "adpcm_ima_wav", 22050, 2, 0, 17, 0}});
   // The runs are independent: start them all, then look at the results.
   struct Result {
@@ -144,14 +150,13 @@ TEST_F(SoundShuttleTest, ConvertsToEveryFormat) {
 TEST_F(SoundShuttleTest, TakesTheProcessorsCommandLine) {
   fs::create_directories(P("a folder"));
   fs::copy_file(P("src.wav"), P("a folder/my source.wav"));
-  std::string sLine = "/dstformat=\"" + FormatText(4, 44100, 2, 128) + "\" /SrcFile=\"" +
-                      P("a folder/my source.wav") + "\" /DSTFILE=\"" + P("a folder/std out.mp3") +
-                      "\" /PRXFILE=\"" + kPrx + "\"";
+  std::string sLine = "/dstformat=\"" + FormatText(4, 44100, 2, 128) + "\" /SrcFile=\"" + P("a folder/my source.wav") +
+                      "\" /DSTFILE=\"" + P("a folder/std out.mp3") + "\" /PRXFILE=\"" + kPrx + "\"";
   EXPECT_EQ(AppGlobal::RunAndWait(kShuttle, sLine, 64, -1, 0), 0);
   EXPECT_EQ(Probe(P("a folder/std out.mp3"))["codec_name"], "mp3");
   // Values that kept their quotes, and an unquoted path with a blank.
-  EXPECT_EQ(RunShuttle({"/SRCFILE=\"" + P("a folder/my source.wav") + "\"", "/DSTFILE=" + P("a"),
-                        "folder/second.mp2", "/DSTFORMAT=" + FormatText(32, 44100, 2, 128)}),
+  EXPECT_EQ(RunShuttle({"/SRCFILE=\"" + P("a folder/my source.wav") + "\"", "/DSTFILE=" + P("a"), "folder/second.mp2",
+                        "/DSTFORMAT=" + FormatText(32, 44100, 2, 128)}),
             0);
   EXPECT_EQ(Probe(P("a folder/second.mp2"))["codec_name"], "mp2");
 }
@@ -176,8 +181,10 @@ TEST_F(SoundShuttleTest, FailuresGiveOneClearLineAndNoFile) {
       {"unknown type", {sSrc, "/DSTFILE=" + P("x.ogg"), "/DSTFORMAT=" + FormatText(64, 44100, 2, 128)}, 2, ""},
       {"MS ADPCM", {sSrc, "/DSTFILE=" + P("m.wav"), "/DSTFORMAT=" + FormatText(2, 22050, 2, 0, 2)}, 2, "format tag 2"},
       // Not in the profile file, and the text has no values.
-      {"no profile", {sSrc, "/DSTFILE=" + P("w.wma"), "/DSTFORMAT=" + FormatText(16, 0, 0, 0, 0, 500), "/PRXFILE=" + kPrx},
-       2, "profile 500"},
+      {"no profile",
+       {sSrc, "/DSTFILE=" + P("w.wma"), "/DSTFORMAT=" + FormatText(16, 0, 0, 0, 0, 500), "/PRXFILE=" + kPrx},
+       2,
+       "profile 500"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -200,12 +207,12 @@ TEST_F(SoundShuttleTest, FolderWithoutWritePermission) {
     fs::permissions(P("src.wav"), fs::perms::others_read, fs::perm_options::add);
   }
   fs::create_directories(P("ro"));
-  fs::permissions(P("ro"), fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_read |
-                               fs::perms::others_exec);
+  fs::permissions(P("ro"),
+                  fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_read | fs::perms::others_exec);
   std::string sErr;
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("ro/x.mp3"),
-                        "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
-                       &sErr, sPrefix),
+  EXPECT_EQ(RunShuttle(
+                {"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("ro/x.mp3"), "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
+                &sErr, sPrefix),
             3)
       << sErr;
   EXPECT_NE(sErr.find("cannot write in folder " + P("ro") + ": Permission denied"), std::string::npos) << sErr;
@@ -267,9 +274,9 @@ TEST_F(SoundShuttleTest, InterruptedRunLeavesNoDestination) {
       if (s.starts_with(".stopped.mp3.shuttle-")) fs::remove(P(s));
   }
   // A real limit: the kernel stops the write past 400 KB with SIGXFSZ.
-  EXPECT_NE(RunShuttle({"/SRCFILE=" + P("long.wav"), "/DSTFILE=" + P("big.mp3"),
-                        "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
-                       nullptr, "ulimit -f 400; "),
+  EXPECT_NE(RunShuttle(
+                {"/SRCFILE=" + P("long.wav"), "/DSTFILE=" + P("big.mp3"), "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
+                nullptr, "ulimit -f 400; "),
             0);
   EXPECT_FALSE(fs::exists(P("big.mp3")));
   EXPECT_FALSE(HasTempFile(Root()));
@@ -281,12 +288,11 @@ TEST_F(SoundShuttleTest, InterruptedRunLeavesNoDestination) {
 TEST_F(SoundShuttleTest, NeverReplacesADestination) {
   WriteBytes(P("keep.mp3"), std::string(100, 'k'));
   std::string sErr;
-  EXPECT_EQ(RunShuttle({"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("keep.mp3"),
-                        "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
-                       &sErr),
+  EXPECT_EQ(RunShuttle(
+                {"/SRCFILE=" + P("src.wav"), "/DSTFILE=" + P("keep.mp3"), "/DSTFORMAT=" + FormatText(4, 44100, 2, 128)},
+                &sErr),
             3);
-  EXPECT_NE(sErr.find("destination " + P("keep.mp3") + " exists and is not replaced: remove it"),
-            std::string::npos)
+  EXPECT_NE(sErr.find("destination " + P("keep.mp3") + " exists and is not replaced: remove it"), std::string::npos)
       << sErr;
   EXPECT_EQ(ReadBytes(P("keep.mp3")), std::string(100, 'k'));
 
@@ -327,8 +333,9 @@ TEST_F(SoundShuttleTest, FirstAndLastSamplesArriveInPlace) {
   std::string sRaw(static_cast<size_t>(n) * 2, '\0');
   for (int i : {100, n - 100}) sRaw[2 * i + 1] = 0x50;  // 0x5000: a loud single sample
   WriteBytes(P("clicks.raw"), sRaw);
-  ASSERT_EQ(RunProgram("sox -t raw -r 44100 -e signed -b 16 -c 1 " + Quote(P("clicks.raw")) + " " + Quote(P("clicks.wav"))),
-            0);
+  ASSERT_EQ(
+      RunProgram("sox -t raw -r 44100 -e signed -b 16 -c 1 " + Quote(P("clicks.raw")) + " " + Quote(P("clicks.wav"))),
+      0);
   for (const auto& t : kTargets) {
     SCOPED_TRACE(t.ext);
     const std::string sDst = P(std::string("clicks.") + t.ext);

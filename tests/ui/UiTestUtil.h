@@ -26,8 +26,8 @@ inline QApplication& UiApp() {
     static char* s_apArgv[] = {s_szName, nullptr};
     // The offscreen platform can't pass size limits on to a window manager, and says so
     // for every window that has them.
-    static QtMessageHandler s_fnPrevious = qInstallMessageHandler(
-        [](QtMsgType eType, const QMessageLogContext& oContext, const QString& sText) {
+    static QtMessageHandler s_fnPrevious =
+        qInstallMessageHandler([](QtMsgType eType, const QMessageLogContext& oContext, const QString& sText) {
           if (!sText.contains("propagateSizeHints")) s_fnPrevious(eType, oContext, sText);
         });
     auto* pApp = new QApplication(s_iArgc, s_apArgv);
@@ -36,7 +36,6 @@ inline QApplication& UiApp() {
   }();
   return *s_pApp;
 }
-
 
 // The registry of a machine with iLoggers loggers under D:\Kestrane\LoggerN, and the
 // timer intervals of the processor.

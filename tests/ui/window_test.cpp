@@ -4,6 +4,7 @@
 #include <QTreeView>
 
 #include "engine/Globals.h"
+#include "engine/ProcessTestUtil.h"
 #include "support/AppGlobal.h"
 #include "support/Clock.h"
 #include "support/DebugMsg.h"
@@ -11,7 +12,6 @@
 #include "support/VbDate.h"
 #include "ui/ProbeWindow.h"
 #include "ui/TabFrame.h"
-#include "engine/ProcessTestUtil.h"
 #include "ui/UiTestUtil.h"
 
 class WindowTest : public TempRootTest {
@@ -60,8 +60,7 @@ class WindowTest : public TempRootTest {
   }
   static QRect ScreenTwips() {
     const QRect o = QGuiApplication::primaryScreen()->geometry();
-    return QRect(PixelsToTwips(o.left()), PixelsToTwips(o.top()), PixelsToTwips(o.width()),
-                 PixelsToTwips(o.height()));
+    return QRect(PixelsToTwips(o.left()), PixelsToTwips(o.top()), PixelsToTwips(o.width()), PixelsToTwips(o.height()));
   }
   // Where a box of this size stands in the middle of the screen, to the pixel.
   static int Centred(int iScreen, int iSize) { return PixelsToTwips(TwipsToPixels((iScreen - iSize) / 2)); }
@@ -120,8 +119,10 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInOrderAndCaptionsAreText) {
   EXPECT_TRUE(oView.isColumnHidden(4));  // the serial the rows are sorted by
 
   WorkList& oRows = m_pForm->RowsForTesting();
-  for (auto [sName, sAction, sEfficiency] : {std::tuple{"Studio A", "Standardise", "P050"}, {"Studio B", "Delete", "P100"},
-                                             {"Studio C", "Archive", "N005"}, {"Studio D", "Standardise", "P037"}}) {
+  for (auto [sName, sAction, sEfficiency] : {std::tuple{"Studio A", "Standardise", "P050"},
+                                             {"Studio B", "Delete", "P100"},
+                                             {"Studio C", "Archive", "N005"},
+                                             {"Studio D", "Standardise", "P037"}}) {
     WorkListRow oRow;
     oRow.sKey = std::string(sName) + sEfficiency;
     oRow.sText = sName;
@@ -136,11 +137,11 @@ TEST_F(WindowTest, TheListShowsTheEnginesRowsInOrderAndCaptionsAreText) {
   oRows.SortByEfficiencyDescending();
   oRows.Select(1);
   w.RowsChanged();
-  EXPECT_EQ(w.Take().aRows, (std::vector<std::string>{
-                               "Studio B|2026-11-20 13:00:00|2026-11-21 13:00:00|Delete|P100",
-                               "Studio A|2026-11-20 13:00:00|2026-11-21 13:00:00|Standardise|P050",
-                               "Studio D|2026-11-20 13:00:00|2026-11-21 13:00:00|Standardise|P037",
-                               "Studio C|2026-11-20 13:00:00|2026-11-21 13:00:00|Archive|N005"}));
+  EXPECT_EQ(w.Take().aRows,
+            (std::vector<std::string>{"Studio B|2026-11-20 13:00:00|2026-11-21 13:00:00|Delete|P100",
+                                      "Studio A|2026-11-20 13:00:00|2026-11-21 13:00:00|Standardise|P050",
+                                      "Studio D|2026-11-20 13:00:00|2026-11-21 13:00:00|Standardise|P037",
+                                      "Studio C|2026-11-20 13:00:00|2026-11-21 13:00:00|Archive|N005"}));
   ASSERT_EQ(oView.selectionModel()->selectedRows().size(), 1);
   EXPECT_EQ(oView.selectionModel()->selectedRows().front().row(), 0);
 
@@ -202,8 +203,8 @@ TEST_F(WindowTest, ClosingOutsideACycleClosesAtOnceAndKeepsTheNormalPlace) {
   EXPECT_EQ(std::tuple(m_aAsked.size(), m_bUnloaded, w.isVisible()), std::tuple(0u, true, false));
   // The window was in its normal state: the unload saved its place (the closed box).
   const QRect oScreen = ScreenTwips();
-  EXPECT_EQ(SavedPlacement(), fmt::format("{},{},7980,3000,0", Centred(oScreen.width(), 7980),
-                                          Centred(oScreen.height(), 3000)));
+  EXPECT_EQ(SavedPlacement(),
+            fmt::format("{},{},7980,3000,0", Centred(oScreen.width(), 7980), Centred(oScreen.height(), 3000)));
 }
 
 // ---- The saved position and Form_Resize, on the window shown in its open layout.
@@ -222,7 +223,8 @@ class OpenWindowTest : public WindowTest {
   void ExpectLaidOut(int SW, int SH) {
     ProbeWindow& w = *m_pWindow;
     EXPECT_EQ(std::tuple(w.SSTab2.Left(), w.lvwItems.Width(), w.prgLog.Width(), w.lblCurrentFile.Width()),
-              std::tuple(SW - 60 - 1290, SW - 450, SW - 450, SW - 450 - 2175)) << SW;
+              std::tuple(SW - 60 - 1290, SW - 450, SW - 450, SW - 450 - 2175))
+        << SW;
     EXPECT_EQ(std::tuple(w.lvwItems.Height(), w.fraActive.Height() - w.prgLog.Top()), std::tuple(SH - 1980, 255)) << SH;
   }
 };

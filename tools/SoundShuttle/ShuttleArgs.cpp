@@ -6,8 +6,7 @@
 namespace {
 
 std::string Upper(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   return s;
 }
 
@@ -30,10 +29,9 @@ bool ParseShuttleArgs(const std::vector<std::string>& aArgs, ShuttleArgs& args, 
       while (!sName.empty() && sName[0] == '-') sName.erase(0, 1);  // --help
       sValue = e == std::string::npos ? std::string() : Unquote(a.substr(e + 1));
     }
-    if (bSwitch && (sName == "SRCFILE" || sName == "DSTFILE" || sName == "DSTFORMAT" ||
-                    sName == "PRXFILE")) {
-      std::string& s = sName == "SRCFILE"   ? args.sSrcFile
-                       : sName == "DSTFILE" ? args.sDstFile
+    if (bSwitch && (sName == "SRCFILE" || sName == "DSTFILE" || sName == "DSTFORMAT" || sName == "PRXFILE")) {
+      std::string& s = sName == "SRCFILE"     ? args.sSrcFile
+                       : sName == "DSTFILE"   ? args.sDstFile
                        : sName == "DSTFORMAT" ? args.sDstFormat
                                               : args.sPrxFile;
       s = sValue;

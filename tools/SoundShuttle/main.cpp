@@ -46,8 +46,8 @@ void InstallSignalHandlers() {
   // Every signal that ends the run by default and can be caught: a stop from outside, a
   // file grown past the size limit, a crash. (SIGKILL cannot be caught; the processor
   // removes what such a run leaves at the next run of the hour.)
-  for (int s : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT, SIGXFSZ, SIGXCPU, SIGALRM, SIGUSR1, SIGUSR2,
-                SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL})
+  for (int s : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT, SIGXFSZ, SIGXCPU, SIGALRM, SIGUSR1, SIGUSR2, SIGABRT,
+                SIGSEGV, SIGBUS, SIGFPE, SIGILL})
     sigaction(s, &sa, nullptr);
 }
 
@@ -67,13 +67,11 @@ class Destination {
   Destination(const CommonAudioFormat& fmt, const std::string& sPrxFile) : m_iType(fmt.FormatType()) {
     switch (m_iType) {
       case FormatWAV:
-        if (fmt.FormatTag() == 1)
-          m_codec.SetFormatPCM(fmt.SampleRate(), fmt.Channels(), 16);
-        else if (fmt.FormatTag() == 17)
-          m_codec.SetFormatADPCM(fmt.SampleRate(), fmt.Channels());
+        if (fmt.FormatTag() == 1) m_codec.SetFormatPCM(fmt.SampleRate(), fmt.Channels(), 16);
+        else if (fmt.FormatTag() == 17) m_codec.SetFormatADPCM(fmt.SampleRate(), fmt.Channels());
         else
-          throw Failure{kExitUsage, "WAV format tag " + std::to_string(fmt.FormatTag()) +
-                                        " is not written (1 PCM, 17 IMA ADPCM)"};
+          throw Failure{kExitUsage,
+                        "WAV format tag " + std::to_string(fmt.FormatTag()) + " is not written (1 PCM, 17 IMA ADPCM)"};
         m_iFileType = CodecFile::kTypeWAV;
         break;
       case FormatMP3: {
@@ -145,8 +143,7 @@ class Destination {
       p.lBitRateKbps = fmt.BitRate();
       if (p.lSampleRate <= 0 || p.lChannels <= 0 || p.lBitRateKbps <= 0)
         throw Failure{kExitUsage, "WMA profile " + std::to_string(fmt.ProfileNum()) + " not found" +
-                                      (sPrx.empty() ? std::string(" (no profile file)")
-                                                    : " in " + sPrx)};
+                                      (sPrx.empty() ? std::string(" (no profile file)") : " in " + sPrx)};
       m_wma.AddProfile(p);
       m_wma.SetProfileNum(p.lNumber);
     }
@@ -159,8 +156,8 @@ class Destination {
 };
 
 Failure DestinationExists(const std::string& sDst) {
-  return Failure{kExitDestination, "destination " + sDst +
-                                       " exists and is not replaced: remove it or name another destination"};
+  return Failure{kExitDestination,
+                 "destination " + sDst + " exists and is not replaced: remove it or name another destination"};
 }
 
 // The destination's writer for the format text, or the failure that says why there is none.
@@ -251,7 +248,12 @@ void CopySamples(CodecFile& src, Destination& dst, const std::string& sTemp) {
 void PutInPlace(TempGuard& guard, const std::string& sDstFile) {
   if (int rc = SyncFile(guard.sPath))
     throw Failure{kExitDestination, "cannot flush " + guard.sPath + ": " + std::strerror(rc)};
-  chmod(guard.sPath.c_str(), 0644 & ~[] { mode_t m = umask(0); umask(m); return m; }());
+  chmod(
+      guard.sPath.c_str(), 0644 & ~[] {
+        mode_t m = umask(0);
+        umask(m);
+        return m;
+      }());
   if (int iErr = RenameNoReplace(guard.sPath, sDstFile)) {
     if (iErr == EEXIST) throw DestinationExists(sDstFile);
     throw Failure{kExitDestination, "cannot rename to " + sDstFile + ": " + std::strerror(iErr)};

@@ -91,8 +91,7 @@ double SegmentAudio::Speech() {
     lo += k * bp;
     return bp;
   };
-  double y = band(dExcite, m_dFormant1, m_dBand1, m_dBand1b) +
-             0.6 * band(dExcite, m_dFormant2, m_dBand2, m_dBand2b);
+  double y = band(dExcite, m_dFormant1, m_dBand1, m_dBand1b) + 0.6 * band(dExcite, m_dFormant2, m_dBand2, m_dBand2b);
   return 0.25 * dEnv * y;
 }
 
@@ -112,9 +111,7 @@ void SegmentAudio::Next(int32_t iFrames, std::vector<int16_t>& aOut) {
         l = Noise();
         r = 0.8 * l + 0.2 * Noise();
         break;
-      case AudioKind::Speech:
-        l = r = Speech();
-        break;
+      case AudioKind::Speech: l = r = Speech(); break;
     }
     aOut.push_back(ToSample(l));
     aOut.push_back(ToSample(r));

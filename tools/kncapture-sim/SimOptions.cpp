@@ -1,10 +1,10 @@
 #include "SimOptions.h"
 
+#include <fmt/format.h>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
-#include <fmt/format.h>
 
 #include "audio/AudioTypes.h"
 #include "support/VbDate.h"
@@ -49,8 +49,7 @@ bool ToDouble(const std::string& s, double dMin, double dMax, double& dOut) {
 std::optional<int32_t> ParseDay(const std::string& s) {
   int32_t y, m, d;
   if (s.size() != 10 || s[4] != '-' || s[7] != '-') return std::nullopt;
-  if (!ToInt(s.substr(0, 4), 1900, 9999, y) || !ToInt(s.substr(5, 2), 1, 12, m) ||
-      !ToInt(s.substr(8, 2), 1, 31, d))
+  if (!ToInt(s.substr(0, 4), 1900, 9999, y) || !ToInt(s.substr(5, 2), 1, 12, m) || !ToInt(s.substr(8, 2), 1, 31, d))
     return std::nullopt;
   int32_t lSerial = VbDate::DateSerial(y, m, d);
   VbDate::Parts p = VbDate::Split(lSerial);
@@ -258,7 +257,8 @@ const ValueOption kValueOptions[] = {
     {"--copier", false, [](const OptionArg& c) { return c.o.sCopier = c.v, true; }},
     {"--prx", false, [](const OptionArg& c) { return c.o.sPrxFile = c.v, true; }},
     {"-n", true, [](const OptionArg& c) { return ToInt(c.v, 1, 1000000000, c.o.iCount) || c.Bad("1 or more"); }},
-    {"-t", true, [](const OptionArg& c) { return ToDouble(c.v, 0.001, 1e9, c.o.dTimeout) || c.Bad("seconds above 0"); }},
+    {"-t", true,
+     [](const OptionArg& c) { return ToDouble(c.v, 0.001, 1e9, c.o.dTimeout) || c.Bad("seconds above 0"); }},
 };
 
 // Every logger's spec from the options for all loggers (0) and for it alone.
@@ -307,8 +307,14 @@ bool ParseCommandLine(int argc, char** argv, SimOptions& o, std::string& sError)
       o.sCommand = "help";
       return true;
     }
-    if (a == "--replace") { o.bReplace = true; continue; }
-    if (a == "--quiet" || a == "-q") { o.bQuiet = true; continue; }
+    if (a == "--replace") {
+      o.bReplace = true;
+      continue;
+    }
+    if (a == "--quiet" || a == "-q") {
+      o.bQuiet = true;
+      continue;
+    }
     if (o.sCommand == "listen" && a[0] != '-') {
       o.sHandler = a;
       continue;

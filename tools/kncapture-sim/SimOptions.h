@@ -11,12 +11,12 @@ namespace sim {
 
 // The audio format of one period of an output.
 struct PeriodSpec {
-  int32_t iType = -1;       // format type: -1 none, 2 WAV, 4 MP3, 8 Ogg, 16 WMA, 32 MP2
+  int32_t iType = -1;  // format type: -1 none, 2 WAV, 4 MP3, 8 Ogg, 16 WMA, 32 MP2
   int32_t iSampleRate = 0;
   int32_t iChannels = 0;
-  int32_t iBitRate = 0;     // kbit/s for MP2, MP3, Ogg
-  int32_t iFormatTag = 0;   // WAV: 1 PCM, 2 MS ADPCM, 17 IMA ADPCM
-  int32_t iProfile = 0;     // WMA profile number
+  int32_t iBitRate = 0;    // kbit/s for MP2, MP3, Ogg
+  int32_t iFormatTag = 0;  // WAV: 1 PCM, 2 MS ADPCM, 17 IMA ADPCM
+  int32_t iProfile = 0;    // WMA profile number
 };
 
 // One output of a logger: its three periods (as recorded, standard, archive).
@@ -25,8 +25,8 @@ struct OutputSpec {
 };
 
 struct LoggerSpec {
-  std::string sName;                 // empty: "Logger <n>"
-  std::string sLogPath;              // as stored in the registry; empty: the default path
+  std::string sName;     // empty: "Logger <n>"
+  std::string sLogPath;  // as stored in the registry; empty: the default path
   int32_t iStandardHours = 48;
   int32_t iArchiveHours = 336;
   int32_t iDeleteHours = 1008;
@@ -37,12 +37,12 @@ struct LoggerSpec {
 enum class AudioKind { Tones, Noise, Speech };
 
 struct SimOptions {
-  std::string sCommand = "make";     // make, listen, help
-  std::string sRoot;                 // machine root; empty: KESTRANE_ROOT or its default
+  std::string sCommand = "make";  // make, listen, help
+  std::string sRoot;              // machine root; empty: KESTRANE_ROOT or its default
   int32_t iLoggers = 1;
   int32_t iDays = 2;
   int32_t iSegmentsPerHour = 60;
-  double dSecondsPerSegment = -1;    // audio in each file; -1: the whole segment
+  double dSecondsPerSegment = -1;     // audio in each file; -1: the whole segment
   std::optional<int32_t> lStartDate;  // day serial of the first day
   std::optional<double> dUntil;       // last moment recorded; default: now
   AudioKind eAudio = AudioKind::Tones;
@@ -53,8 +53,8 @@ struct SimOptions {
   int32_t iProcessInterval = 500;
   int32_t iHoursPerPing = 6;
   int32_t iLogProcStart = 5;
-  std::string sCopier;               // empty: SoundShuttle beside this program
-  std::string sPrxFile;              // empty: looked for beside this program
+  std::string sCopier;   // empty: SoundShuttle beside this program
+  std::string sPrxFile;  // empty: looked for beside this program
   bool bReplace = false;
   bool bQuiet = false;
   // listen

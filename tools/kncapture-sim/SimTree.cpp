@@ -3,11 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fmt/format.h>
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <fmt/format.h>
 #include <memory>
 
 #include "SimAudio.h"
@@ -59,8 +59,7 @@ std::shared_ptr<IAudioFormat> MakeFormat(const PeriodSpec& p) {
   return f;
 }
 
-bool CopyFileAtomically(const std::string& sFrom, const std::string& sTo, mode_t iMode,
-                        std::string& sError) {
+bool CopyFileAtomically(const std::string& sFrom, const std::string& sTo, mode_t iMode, std::string& sError) {
   std::string sContent;
   if (int rc = ReadWholeFile(sFrom, sContent); rc != 0) {
     sError = fmt::format("cannot read {}: {}", sFrom, std::strerror(rc));
@@ -142,13 +141,12 @@ bool RecorderMaker::InstallSupportFiles(std::string& sError) {
     sError = fmt::format("no copier at {}; build SoundShuttle or give --copier", sCopier);
     return false;
   }
-  if (!CopyFileAtomically(sCopier, sCommon + "/Norvane Shared/Sound Shuttle/SoundShuttle", 0755, sError))
-    return false;
+  if (!CopyFileAtomically(sCopier, sCommon + "/Norvane Shared/Sound Shuttle/SoundShuttle", 0755, sError)) return false;
 
   std::string sPrx = m_o.sPrxFile;
   if (sPrx.empty()) {
-    for (const std::string& s : {sHere + "/nvkn4.prx", sHere + "/../../data/nvkn4.prx",
-                                 sHere + "/../data/nvkn4.prx", sHere + "/../share/kestrane/nvkn4.prx"}) {
+    for (const std::string& s : {sHere + "/nvkn4.prx", sHere + "/../../data/nvkn4.prx", sHere + "/../data/nvkn4.prx",
+                                 sHere + "/../share/kestrane/nvkn4.prx"}) {
       if (FileHelper::FileExists(s)) {
         sPrx = s;
         break;
@@ -182,8 +180,8 @@ void RecorderMaker::WriteRegistry() {
     s.AutoStart(true);
     s.InputLevel(50);
     s.ChannelMode(2);
-    s.SaveToDisk(CStream::sfLogPath | CStream::sfLevels | CStream::sfEnabled | CStream::sfAutostart |
-                 CStream::sfPaths | CStream::sfChannels);
+    s.SaveToDisk(CStream::sfLogPath | CStream::sfLevels | CStream::sfEnabled | CStream::sfAutostart | CStream::sfPaths |
+                 CStream::sfChannels);
   }
 }
 
@@ -212,11 +210,11 @@ bool RecorderMaker::MakeLogger(int32_t n, const LoggerSpec& l, std::string& sErr
   } else {
     *oLog.FirstLog = LogInfo(aSegs.front().lDate, static_cast<int16_t>(aSegs.front().iHour),
                              static_cast<int16_t>(aSegs.front().iSeg));
-    *oLog.LastLog = LogInfo(aSegs.back().lDate, static_cast<int16_t>(aSegs.back().iHour),
-                            static_cast<int16_t>(aSegs.back().iSeg));
+    *oLog.LastLog =
+        LogInfo(aSegs.back().lDate, static_cast<int16_t>(aSegs.back().iHour), static_cast<int16_t>(aSegs.back().iSeg));
   }
-  oLog.SaveLog(r.sLogPath, CLog::svName | CLog::svGeneral | CLog::svLogSettings | CLog::svFormats |
-                               CLog::svSilence | CLog::svFirstLog | CLog::svLastLog);
+  oLog.SaveLog(r.sLogPath, CLog::svName | CLog::svGeneral | CLog::svLogSettings | CLog::svFormats | CLog::svSilence |
+                               CLog::svFirstLog | CLog::svLastLog);
 
   // Read it back as the processor will, and write the audio in the formats it finds.
   CLog oRead;
@@ -265,8 +263,8 @@ std::vector<RecorderMaker::Segment> RecorderMaker::RecordedSegments(int32_t iSeg
   return aSegs;
 }
 
-bool RecorderMaker::WriteSegments(int32_t n, const LoggerSpec& l, const CLog& oRead,
-                                  const std::vector<Segment>& aSegs, LoggerResult& r, std::string& sError) {
+bool RecorderMaker::WriteSegments(int32_t n, const LoggerSpec& l, const CLog& oRead, const std::vector<Segment>& aSegs,
+                                  LoggerResult& r, std::string& sError) {
   int32_t lLastHourDate = -1, iLastHour = -1;
   for (const Segment& s : aSegs) {
     std::string sHourFolder = r.sFolder + "/" + oRead.GetHourFolder(s.lDate, static_cast<int16_t>(s.iHour));

@@ -16,8 +16,8 @@ namespace sim {
 struct LoggerResult {
   int32_t iLogNum = 0;
   std::string sName;
-  std::string sLogPath;     // as stored
-  std::string sFolder;      // on this machine
+  std::string sLogPath;  // as stored
+  std::string sFolder;   // on this machine
   int32_t iHours = 0;
   int32_t iFiles = 0;
   int64_t lBytes = 0;
@@ -45,8 +45,7 @@ class RecorderMaker {
   std::vector<Segment> RecordedSegments(int32_t iSegLen) const;
   bool WriteSegments(int32_t n, const LoggerSpec& l, const CLog& oRead, const std::vector<Segment>& aSegs,
                      LoggerResult& r, std::string& sError);
-  bool WriteSegment(const CLog& oLog, int32_t iOutput, const std::string& sFile, uint64_t lKey,
-                    std::string& sError);
+  bool WriteSegment(const CLog& oLog, int32_t iOutput, const std::string& sFile, uint64_t lKey, std::string& sError);
   bool WriteHourInfo(const std::string& sFile, const LoggerSpec& l, int32_t lDate, int32_t iHour);
 
   const SimOptions& m_o;

@@ -83,9 +83,8 @@ int main(int argc, char** argv) {
   bool bOk = oMaker.Make(sError);
   if (!o.bQuiet) {
     for (const auto& r : oMaker.Results())
-      std::printf("Logger %d \"%s\" at %s (%s): %d hours, %d files, %lld bytes\n", r.iLogNum,
-                  r.sName.c_str(), r.sLogPath.c_str(), r.sFolder.c_str(), r.iHours, r.iFiles,
-                  static_cast<long long>(r.lBytes));
+      std::printf("Logger %d \"%s\" at %s (%s): %d hours, %d files, %lld bytes\n", r.iLogNum, r.sName.c_str(),
+                  r.sLogPath.c_str(), r.sFolder.c_str(), r.iHours, r.iFiles, static_cast<long long>(r.lBytes));
   }
   if (!bOk) {
     std::fprintf(stderr, "kncapture-sim: %s\n", sError.c_str());

@@ -2,9 +2,9 @@
 
 #include <sys/stat.h>
 
+#include <fmt/format.h>
 #include <charconv>
 #include <cstdlib>
-#include <fmt/format.h>
 #include <sstream>
 
 #include "audio/GetAudioLengthSecs.h"
@@ -26,7 +26,6 @@ double NumberOf(const std::string& s) {
   std::from_chars(s.data(), s.data() + s.size(), v);
   return v;
 }
-
 
 std::vector<std::string> List(const std::string& sFolder, bool bFolders) {
   std::vector<std::string> a;
@@ -137,7 +136,8 @@ std::string Serialise(const Snapshot& s) {
     r += fmt::format("L\t{}\t{}\t{}\t{}\n", l.iLogNum, l.sName, l.sLogPath, l.sFolder);
     for (const auto& [k, h] : l.mHours) {
       r += fmt::format("H\t{}\t{}\t{}\t{}\t{}\n", h.sHour, h.bHasInf ? 1 : 0, h.sStandard, h.sArchive, h.sDelete);
-      for (const auto& f : h.aFiles) r += fmt::format("F\t{}\t{}\t{}\t{:.3f}\n", f.sName, f.lSize, f.lInode, f.dSeconds);
+      for (const auto& f : h.aFiles)
+        r += fmt::format("F\t{}\t{}\t{}\t{:.3f}\n", f.sName, f.lSize, f.lInode, f.dSeconds);
     }
   }
   return r;
@@ -176,8 +176,8 @@ bool Parse(const std::string& sText, Snapshot& s, std::string& sError) {
       h.sDelete = a[5];
       pHour = &(pLog->mHours[h.sHour] = h);
     } else if (a[0] == "F" && a.size() == 5 && pHour) {
-      pHour->aFiles.push_back({a[1], std::atoll(a[2].c_str()), std::strtoull(a[3].c_str(), nullptr, 10),
-                               NumberOf(a[4])});
+      pHour->aFiles.push_back(
+          {a[1], std::atoll(a[2].c_str()), std::strtoull(a[3].c_str(), nullptr, 10), NumberOf(a[4])});
     } else if (!sLine.empty()) {
       return bad();
     }

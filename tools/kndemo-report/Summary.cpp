@@ -103,8 +103,8 @@ std::string Report(const std::vector<LoggerFigures>& a, const std::vector<std::s
   int64_t lWon = 0, lBefore = 0;
   for (const LoggerFigures& r : a) {
     s += fmt::format("Logger {} \"{}\"  {}\n", r.iLogNum, r.sName, r.sLogPath);
-    s += fmt::format("  {:<12}{:>5}{:>6}{:>11}{:>9}{:>15}{:>15}{:>15}{:>8}\n", "Action", "due", "done",
-                     "converted", "removed", "bytes before", "bytes after", "space won", "won");
+    s += fmt::format("  {:<12}{:>5}{:>6}{:>11}{:>9}{:>15}{:>15}{:>15}{:>8}\n", "Action", "due", "done", "converted",
+                     "removed", "bytes before", "bytes after", "space won", "won");
     for (int32_t iAction : {1, 2, 0}) {
       const ActionFigures& f = r.aAction[static_cast<size_t>(iAction)];
       std::string sPct = f.lBytesBefore > 0 ? fmt::format("{:.1f}%", 100.0 * f.SpaceWon() / f.lBytesBefore) : "-";
@@ -119,8 +119,7 @@ std::string Report(const std::vector<LoggerFigures>& a, const std::vector<std::s
     }
     if (!r.aLeftOver.empty())
       s += fmt::format("  {} hour(s) due and not done, first: {}\n", r.aLeftOver.size(), r.aLeftOver.front());
-    if (r.aHourLogs.empty())
-      s += "  Hour logs: none written\n";
+    if (r.aHourLogs.empty()) s += "  Hour logs: none written\n";
     for (const std::string& sLog : r.aHourLogs) s += fmt::format("  Hour log: {}\n", sLog);
     s += "\n";
   }

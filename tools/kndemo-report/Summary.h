@@ -12,8 +12,8 @@
 namespace demo {
 
 struct ActionFigures {
-  int32_t iHoursDue = 0;     // due at the first snapshot
-  int32_t iHoursDone = 0;    // marked done (or deleted) by the second
+  int32_t iHoursDue = 0;   // due at the first snapshot
+  int32_t iHoursDone = 0;  // marked done (or deleted) by the second
   int32_t iFilesConverted = 0;
   int32_t iFilesRemoved = 0;
   int64_t lBytesBefore = 0;  // audio of the hours done, before and after

@@ -75,8 +75,8 @@ int main(int argc, char** argv) {
       for (const auto& r : aFigures)
         for (int32_t i : {1, 2, 0}) {
           const auto& f = r.aAction[static_cast<size_t>(i)];
-          std::printf("%d\t%s\t%d\t%d\t%d\t%d\t%lld\t%lld\n", r.iLogNum, demo::ActionName(i), f.iHoursDue,
-                      f.iHoursDone, f.iFilesConverted, f.iFilesRemoved, static_cast<long long>(f.lBytesBefore),
+          std::printf("%d\t%s\t%d\t%d\t%d\t%d\t%lld\t%lld\n", r.iLogNum, demo::ActionName(i), f.iHoursDue, f.iHoursDone,
+                      f.iFilesConverted, f.iFilesRemoved, static_cast<long long>(f.lBytesBefore),
                       static_cast<long long>(f.lBytesAfter));
         }
       return 0;

@@ -116,8 +116,7 @@ int Listen(int argc, char** argv) {
 
   MessageEndpoint oEndpoint;
   if (!oEndpoint.Bind(sHandler)) {
-    std::fprintf(stderr, "knmsg: cannot listen as %s (is another listener running?)\n",
-                 sHandler.c_str());
+    std::fprintf(stderr, "knmsg: cannot listen as %s (is another listener running?)\n", sHandler.c_str());
     return 1;
   }
   using Clock = std::chrono::steady_clock;

@@ -16,13 +16,13 @@
 #include <QLabel>
 #include <QProgressBar>
 
+#include <unistd.h>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
-#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -81,22 +81,25 @@ std::string Settings(const std::string& sName) {
 void Hour(int iLog, const std::string& sDay, const std::string& sHour, const std::string& sStandard,
           const std::string& sArchive, const std::string& sDelete, double dSeconds) {
   const std::string sFolder = fmt::format("drive_d/Kestrane/Logger{}/{}/{}00/", iLog, sDay, sHour);
-  WriteText(sFolder + sHour + "0000.inf", "[General]\r\nVersion=4.0\r\n[Segments]\r\nNumSegs=60\r\n[ActionDates]\r\n"
-                                          "StandardAudioAt=" + sStandard + "\r\nArchiveAudioAt=" + sArchive +
-                                          "\r\nDeleteAudioAt=" + sDelete + "\r\n");
+  WriteText(sFolder + sHour + "0000.inf",
+            "[General]\r\nVersion=4.0\r\n[Segments]\r\nNumSegs=60\r\n[ActionDates]\r\n"
+            "StandardAudioAt=" +
+                sStandard + "\r\nArchiveAudioAt=" + sArchive + "\r\nDeleteAudioAt=" + sDelete + "\r\n");
   WriteSegment(sFolder + sHour + "0000A.wav", dSeconds);
 }
 
 void MakeMachine() {
-  std::string s = "Windows Registry Editor Version 5.00\r\n\r\n"
-                  "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
-                  "\"PrepareTimerInterval\"=dword:0000000a\r\n\"ProcessTimerInterval\"=dword:0000012c\r\n\r\n"
-                  "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n\"LogCount\"=dword:00000003\r\n";
+  std::string s =
+      "Windows Registry Editor Version 5.00\r\n\r\n"
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
+      "\"PrepareTimerInterval\"=dword:0000000a\r\n\"ProcessTimerInterval\"=dword:0000012c\r\n\r\n"
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n\"LogCount\"=dword:00000003\r\n";
   const char* asNames[3] = {"Studio One", "Newsroom", "Traffic Desk"};
   for (int i = 1; i <= 3; ++i) {
-    s += fmt::format("\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture\\Logger{}]\r\n"
-                     "\"LogPath\"=\"D:\\\\Kestrane\\\\Logger{}\"\r\n\"Enabled\"=dword:ffffffff\r\n",
-                     i, i);
+    s += fmt::format(
+        "\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture\\Logger{}]\r\n"
+        "\"LogPath\"=\"D:\\\\Kestrane\\\\Logger{}\"\r\n\"Enabled\"=dword:ffffffff\r\n",
+        i, i);
     WriteText(fmt::format("drive_d/Kestrane/Logger{}/Kestrane.ini", i), Settings(asNames[i - 1]));
   }
   WriteText("registry.reg", s);

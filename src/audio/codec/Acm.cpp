@@ -20,14 +20,13 @@ uint16_t ExtraWord(const Wfx& w, size_t i) {
 }
 
 bool SaneRateChannels(const Wfx& w) {
-  return w.nSamplesPerSec >= 1 && w.nSamplesPerSec <= kMaxRate && w.nChannels >= 1 &&
-         w.nChannels <= kMaxChannels;
+  return w.nSamplesPerSec >= 1 && w.nSamplesPerSec <= kMaxRate && w.nChannels >= 1 && w.nChannels <= kMaxChannels;
 }
 
 bool IsFloatSource(const Wfx& w) {
   int iBits = w.wBitsPerSample;
-  return w.wFormatTag == WAVE_FORMAT_IEEE_FLOAT && SaneRateChannels(w) &&
-         (iBits == 32 || iBits == 64) && w.nBlockAlign == w.nChannels * iBits / 8;
+  return w.wFormatTag == WAVE_FORMAT_IEEE_FLOAT && SaneRateChannels(w) && (iBits == 32 || iBits == 64) &&
+         w.nBlockAlign == w.nChannels * iBits / 8;
 }
 
 // Linear audio that decodes to 16-bit PCM frame by frame.
@@ -35,13 +34,10 @@ bool IsPcmSource(const Wfx& w) {
   int iBits = w.wBitsPerSample;
   if (IsFloatSource(w)) return true;
   return w.wFormatTag == WAVE_FORMAT_PCM && SaneRateChannels(w) &&
-         (iBits == 8 || iBits == 16 || iBits == 24 || iBits == 32) &&
-         w.nBlockAlign == w.nChannels * iBits / 8;
+         (iBits == 8 || iBits == 16 || iBits == 24 || iBits == 32) && w.nBlockAlign == w.nChannels * iBits / 8;
 }
 
-bool IsPcm16(const Wfx& w) {
-  return w.wFormatTag == WAVE_FORMAT_PCM && IsPcmSource(w) && w.wBitsPerSample == 16;
-}
+bool IsPcm16(const Wfx& w) { return w.wFormatTag == WAVE_FORMAT_PCM && IsPcmSource(w) && w.wBitsPerSample == 16; }
 
 // A float sample to 16 bits: full scale is 1.0, beyond it clips.
 inline void PutFloat16(uint8_t* pOut, double d) {
@@ -71,8 +67,7 @@ std::vector<Adpcm::MsCoef> MsCoefs(const Wfx& w) {
     size_t n = ExtraWord(w, 2);
     if (n >= 1 && n <= 256 && lHave >= 4 + 4 * n) {
       for (size_t i = 0; i < n; ++i)
-        a.push_back({static_cast<int16_t>(ExtraWord(w, 4 + 4 * i)),
-                     static_cast<int16_t>(ExtraWord(w, 6 + 4 * i))});
+        a.push_back({static_cast<int16_t>(ExtraWord(w, 4 + 4 * i)), static_cast<int16_t>(ExtraWord(w, 6 + 4 * i))});
       return a;
     }
   }
@@ -116,9 +111,7 @@ class Stream {
 
   void ConvertUnit(const uint8_t* pIn, uint8_t* pOut) {
     switch (m_eKind) {
-      case Kind::PcmToPcm:
-        ConvertPcm(pIn, pOut, 1);
-        break;
+      case Kind::PcmToPcm: ConvertPcm(pIn, pOut, 1); break;
       case Kind::PcmToIma:
         std::memcpy(m_aWork.data(), pIn, m_lSrcBlock);
         m_pIma->EncodeBlock(m_aWork.data(), pOut);
@@ -132,8 +125,7 @@ class Stream {
         std::memcpy(pOut, m_aWork.data(), m_lDstBlock);
         break;
       case Kind::MsToPcm:
-        Adpcm::MsDecodeBlock(pIn, m_iChannels, m_iAdpcmAlign, m_iSamplesPerBlock, m_aCoefs,
-                             m_aWork.data());
+        Adpcm::MsDecodeBlock(pIn, m_iChannels, m_iAdpcmAlign, m_iSamplesPerBlock, m_aCoefs, m_aWork.data());
         std::memcpy(pOut, m_aWork.data(), m_lDstBlock);
         break;
     }
@@ -158,9 +150,7 @@ class Stream {
       return;
     }
     switch (m_iSrcBits) {
-      case 16:
-        std::memcpy(pOut, pIn, n * 2);
-        break;
+      case 16: std::memcpy(pOut, pIn, n * 2); break;
       case 8:
         for (size_t i = 0; i < n; ++i) {
           int v = (static_cast<int>(pIn[i]) - 128) << 8;
@@ -198,11 +188,10 @@ int32_t FormatSuggest(const Wfx& wfxSrc, Wfx& wfxDst, uint32_t cbDst, uint32_t f
   if (!bSrcPcm && !ValidIma(wfxSrc) && !ValidMs(wfxSrc)) return ACMERR_NOTPOSSIBLE;
 
   uint16_t iTag = (fdwSuggest & ACM_FORMATSUGGESTF_WFORMATTAG) ? wfxDst.wFormatTag
-                  : bSrcPcm && wfxSrc.wBitsPerSample == 16 ? WAVE_FORMAT_IMA_ADPCM
-                                                            : WAVE_FORMAT_PCM;
+                  : bSrcPcm && wfxSrc.wBitsPerSample == 16     ? WAVE_FORMAT_IMA_ADPCM
+                                                               : WAVE_FORMAT_PCM;
   uint16_t iCh = (fdwSuggest & ACM_FORMATSUGGESTF_NCHANNELS) ? wfxDst.nChannels : wfxSrc.nChannels;
-  uint32_t lRate =
-      (fdwSuggest & ACM_FORMATSUGGESTF_NSAMPLESPERSEC) ? wfxDst.nSamplesPerSec : wfxSrc.nSamplesPerSec;
+  uint32_t lRate = (fdwSuggest & ACM_FORMATSUGGESTF_NSAMPLESPERSEC) ? wfxDst.nSamplesPerSec : wfxSrc.nSamplesPerSec;
   // The codecs neither resample nor remix.
   if (iCh != wfxSrc.nChannels || lRate != wfxSrc.nSamplesPerSec) return ACMERR_NOTPOSSIBLE;
 
@@ -212,17 +201,15 @@ int32_t FormatSuggest(const Wfx& wfxSrc, Wfx& wfxDst, uint32_t cbDst, uint32_t f
 
   Wfx w;
   if (iTag == WAVE_FORMAT_PCM) {
-    if ((fdwSuggest & ACM_FORMATSUGGESTF_WBITSPERSAMPLE) && wfxDst.wBitsPerSample != 16)
-      return ACMERR_NOTPOSSIBLE;
+    if ((fdwSuggest & ACM_FORMATSUGGESTF_WBITSPERSAMPLE) && wfxDst.wBitsPerSample != 16) return ACMERR_NOTPOSSIBLE;
     w = Wfx::PCM(lRate, iCh);
   } else {
     // ADPCM is made from 16-bit PCM only, one or two channels.
     if (!IsPcm16(wfxSrc) || iCh > 2) return ACMERR_NOTPOSSIBLE;
-    if ((fdwSuggest & ACM_FORMATSUGGESTF_WBITSPERSAMPLE) && wfxDst.wBitsPerSample != 4)
-      return ACMERR_NOTPOSSIBLE;
+    if ((fdwSuggest & ACM_FORMATSUGGESTF_WBITSPERSAMPLE) && wfxDst.wBitsPerSample != 4) return ACMERR_NOTPOSSIBLE;
     int iAlign = Adpcm::SuggestedBlockAlign(lRate, iCh);
-    int iSpb = iTag == WAVE_FORMAT_IMA_ADPCM ? Adpcm::ImaSamplesPerBlock(iAlign, iCh)
-                                              : Adpcm::MsSamplesPerBlock(iAlign, iCh);
+    int iSpb =
+        iTag == WAVE_FORMAT_IMA_ADPCM ? Adpcm::ImaSamplesPerBlock(iAlign, iCh) : Adpcm::MsSamplesPerBlock(iAlign, iCh);
     w.wFormatTag = iTag;
     w.nChannels = iCh;
     w.nSamplesPerSec = lRate;
@@ -250,8 +237,7 @@ int32_t FormatSuggest(const Wfx& wfxSrc, Wfx& wfxDst, uint32_t cbDst, uint32_t f
 
 int32_t StreamOpen(HACMSTREAM& has, const Wfx& s, const Wfx& d, uint32_t fdwOpen) {
   if (fdwOpen != 0) return MMSYSERR_INVALFLAG;
-  if (s.nSamplesPerSec != d.nSamplesPerSec || s.nChannels != d.nChannels)
-    return ACMERR_NOTPOSSIBLE;
+  if (s.nSamplesPerSec != d.nSamplesPerSec || s.nChannels != d.nChannels) return ACMERR_NOTPOSSIBLE;
   auto p = HACMSTREAM(new Stream);
   const int ch = s.nChannels;
   p->m_iChannels = ch;
@@ -274,8 +260,7 @@ int32_t StreamOpen(HACMSTREAM& has, const Wfx& s, const Wfx& d, uint32_t fdwOpen
     p->m_eKind = Kind::PcmToMs;
     p->m_iAdpcmAlign = d.nBlockAlign;
     p->m_iSamplesPerBlock = MsBlockSamples(d);
-    p->m_pMs = std::make_unique<Adpcm::MsEncoder>(ch, d.nBlockAlign, p->m_iSamplesPerBlock,
-                                                  MsCoefs(d));
+    p->m_pMs = std::make_unique<Adpcm::MsEncoder>(ch, d.nBlockAlign, p->m_iSamplesPerBlock, MsCoefs(d));
   } else if (ValidMs(s) && IsPcm16(d)) {
     p->m_eKind = Kind::MsToPcm;
     p->m_iAdpcmAlign = s.nBlockAlign;
@@ -299,8 +284,7 @@ int32_t StreamSize(const Stream* has, uint32_t cbInput, uint32_t& cbOutput, uint
   if (!has) return MMSYSERR_INVALHANDLE;
   uint64_t llOut;
   if (fdwSize == ACM_STREAMSIZEF_SOURCE) {
-    llOut = (static_cast<uint64_t>(cbInput) + has->m_lSrcBlock - 1) / has->m_lSrcBlock *
-            has->m_lDstBlock;
+    llOut = (static_cast<uint64_t>(cbInput) + has->m_lSrcBlock - 1) / has->m_lSrcBlock * has->m_lDstBlock;
   } else if (fdwSize == ACM_STREAMSIZEF_DESTINATION) {
     llOut = static_cast<uint64_t>(cbInput) / has->m_lDstBlock * has->m_lSrcBlock;
   } else {
@@ -314,8 +298,7 @@ int32_t StreamSize(const Stream* has, uint32_t cbInput, uint32_t& cbOutput, uint
 int32_t StreamPrepareHeader(Stream* has, ACMSTREAMHEADER& hdr, uint32_t fdwPrepare) {
   if (!has) return MMSYSERR_INVALHANDLE;
   if (fdwPrepare != 0) return MMSYSERR_INVALFLAG;
-  if (hdr.cbStruct < kAcmStreamHeaderSize || !hdr.pbSrc || !hdr.pbDst || hdr.cbSrcLength == 0 ||
-      hdr.cbDstLength == 0)
+  if (hdr.cbStruct < kAcmStreamHeaderSize || !hdr.pbSrc || !hdr.pbDst || hdr.cbSrcLength == 0 || hdr.cbDstLength == 0)
     return MMSYSERR_INVALPARAM;
   if (hdr.fdwStatus & ACMSTREAMHEADER_STATUSF_PREPARED) return MMSYSERR_NOERROR;
   hdr.fdwStatus |= ACMSTREAMHEADER_STATUSF_PREPARED;
@@ -329,12 +312,11 @@ int32_t StreamPrepareHeader(Stream* has, ACMSTREAMHEADER& hdr, uint32_t fdwPrepa
 
 int32_t StreamConvert(Stream* has, ACMSTREAMHEADER& hdr, uint32_t fdwConvert) {
   if (!has) return MMSYSERR_INVALHANDLE;
-  constexpr uint32_t kKnown =
-      ACM_STREAMCONVERTF_BLOCKALIGN | ACM_STREAMCONVERTF_START | ACM_STREAMCONVERTF_END;
+  constexpr uint32_t kKnown = ACM_STREAMCONVERTF_BLOCKALIGN | ACM_STREAMCONVERTF_START | ACM_STREAMCONVERTF_END;
   if (fdwConvert & ~kKnown) return MMSYSERR_INVALFLAG;
   if (!(hdr.fdwStatus & ACMSTREAMHEADER_STATUSF_PREPARED)) return ACMERR_UNPREPARED;
-  if (hdr.pbSrc != has->m_pPrepSrc || hdr.pbDst != has->m_pPrepDst ||
-      hdr.cbSrcLength > has->m_lPrepSrc || hdr.cbDstLength > has->m_lPrepDst)
+  if (hdr.pbSrc != has->m_pPrepSrc || hdr.pbDst != has->m_pPrepDst || hdr.cbSrcLength > has->m_lPrepSrc ||
+      hdr.cbDstLength > has->m_lPrepDst)
     return MMSYSERR_INVALPARAM;
   hdr.fdwStatus &= ~ACMSTREAMHEADER_STATUSF_DONE;
   // Whole blocks only, as many as both buffers take.
@@ -360,8 +342,8 @@ int32_t StreamUnprepareHeader(Stream* has, ACMSTREAMHEADER& hdr, uint32_t fdwUnp
   if (!has) return MMSYSERR_INVALHANDLE;
   if (fdwUnprepare != 0) return MMSYSERR_INVALFLAG;
   if (!(hdr.fdwStatus & ACMSTREAMHEADER_STATUSF_PREPARED)) return ACMERR_UNPREPARED;
-  if (hdr.pbSrc != has->m_pPrepSrc || hdr.cbSrcLength != has->m_lPrepSrc ||
-      hdr.pbDst != has->m_pPrepDst || hdr.cbDstLength != has->m_lPrepDst)
+  if (hdr.pbSrc != has->m_pPrepSrc || hdr.cbSrcLength != has->m_lPrepSrc || hdr.pbDst != has->m_pPrepDst ||
+      hdr.cbDstLength != has->m_lPrepDst)
     return MMSYSERR_INVALPARAM;
   hdr.fdwStatus &= ~ACMSTREAMHEADER_STATUSF_PREPARED;
   has->m_iPrepared--;

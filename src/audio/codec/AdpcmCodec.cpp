@@ -9,17 +9,15 @@ namespace Adpcm {
 namespace {
 
 constexpr int16_t kImaStep[89] = {
-    7,     8,     9,     10,    11,    12,    13,    14,    16,    17,    19,    21,    23,
-    25,    28,    31,    34,    37,    41,    45,    50,    55,    60,    66,    73,    80,
-    88,    97,    107,   118,   130,   143,   157,   173,   190,   209,   230,   253,   279,
-    307,   337,   371,   408,   449,   494,   544,   598,   658,   724,   796,   876,   963,
-    1060,  1166,  1282,  1411,  1552,  1707,  1878,  2066,  2272,  2499,  2749,  3024,  3327,
-    3660,  4026,  4428,  4871,  5358,  5894,  6484,  7132,  7845,  8630,  9493,  10442, 11487,
-    12635, 13899, 15289, 16818, 18500, 20350, 22385, 24623, 27086, 29794, 32767};
+    7,    8,     9,     10,    11,    12,    13,    14,    16,    17,    19,    21,    23,    25,   28,
+    31,   34,    37,    41,    45,    50,    55,    60,    66,    73,    80,    88,    97,    107,  118,
+    130,  143,   157,   173,   190,   209,   230,   253,   279,   307,   337,   371,   408,   449,  494,
+    544,  598,   658,   724,   796,   876,   963,   1060,  1166,  1282,  1411,  1552,  1707,  1878, 2066,
+    2272, 2499,  2749,  3024,  3327,  3660,  4026,  4428,  4871,  5358,  5894,  6484,  7132,  7845, 8630,
+    9493, 10442, 11487, 12635, 13899, 15289, 16818, 18500, 20350, 22385, 24623, 27086, 29794, 32767};
 constexpr int8_t kImaIndexAdjust[16] = {-1, -1, -1, -1, 2, 4, 6, 8, -1, -1, -1, -1, 2, 4, 6, 8};
 
-constexpr int kMsAdapt[16] = {230, 230, 230, 230, 307, 409, 512, 614,
-                              768, 614, 512, 409, 307, 230, 230, 230};
+constexpr int kMsAdapt[16] = {230, 230, 230, 230, 307, 409, 512, 614, 768, 614, 512, 409, 307, 230, 230, 230};
 
 inline int Clamp16(int v) { return v < -32768 ? -32768 : (v > 32767 ? 32767 : v); }
 inline int16_t Get16(const uint8_t* p) { return static_cast<int16_t>(p[0] | (p[1] << 8)); }
@@ -113,8 +111,7 @@ void ImaEncoder::EncodeBlock(const int16_t* pcm, uint8_t* out) {
   }
 }
 
-void ImaDecodeBlock(const uint8_t* in, int iChannels, int iBlockAlign, int iSamplesPerBlock,
-                    int16_t* pcm) {
+void ImaDecodeBlock(const uint8_t* in, int iChannels, int iBlockAlign, int iSamplesPerBlock, int16_t* pcm) {
   const int ch = iChannels;
   const int iGroups = (iBlockAlign - 4 * ch) / (4 * ch);
   const int iHave = std::min(iSamplesPerBlock, iGroups * 8 + 1);
@@ -161,8 +158,7 @@ struct MsState {
 
 }  // namespace
 
-MsEncoder::MsEncoder(int iChannels, int iBlockAlign, int iSamplesPerBlock,
-                     std::vector<MsCoef> aCoefs)
+MsEncoder::MsEncoder(int iChannels, int iBlockAlign, int iSamplesPerBlock, std::vector<MsCoef> aCoefs)
     : m_iChannels(iChannels),
       m_iBlockAlign(iBlockAlign),
       m_iSamplesPerBlock(iSamplesPerBlock),
@@ -238,8 +234,7 @@ void MsDecodeBlock(const uint8_t* in, int iChannels, int iBlockAlign, int iSampl
   MsState st[8];
   for (int c = 0; c < ch && c < 8; ++c) {
     size_t idx = std::min<size_t>(in[c], aCoefs.size() - 1);
-    st[c] = MsState{Get16(in + 3 * ch + 2 * c), Get16(in + 5 * ch + 2 * c),
-                    Get16(in + ch + 2 * c), aCoefs[idx].c1,
+    st[c] = MsState{Get16(in + 3 * ch + 2 * c), Get16(in + 5 * ch + 2 * c), Get16(in + ch + 2 * c), aCoefs[idx].c1,
                     aCoefs[idx].c2};
     if (st[c].iDelta < 16) st[c].iDelta = 16;
     if (iSamplesPerBlock > 0) pcm[c] = static_cast<int16_t>(st[c].iSamp2);

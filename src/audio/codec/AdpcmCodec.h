@@ -41,8 +41,7 @@ class ImaEncoder {
 };
 
 // Decodes one block; writes iSamplesPerBlock frames. Never reads beyond iBlockAlign bytes.
-void ImaDecodeBlock(const uint8_t* in, int iChannels, int iBlockAlign, int iSamplesPerBlock,
-                    int16_t* pcm);
+void ImaDecodeBlock(const uint8_t* in, int iChannels, int iBlockAlign, int iSamplesPerBlock, int16_t* pcm);
 
 class MsEncoder {
  public:

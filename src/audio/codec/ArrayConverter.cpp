@@ -32,8 +32,8 @@ int32_t ArrayConverter::Open(bool bEncoder) {
   Close();
   m_bEncoder = bEncoder;
   m_llFramesIn = m_llFramesOut = 0;
-  if (m_iPcmBits != 16 || m_lArrayRate <= 0 || m_lPcmRate <= 0 || m_iArrayChannels <= 0 ||
-      m_iPcmChannels <= 0 || m_iArrayChannels > 64 || m_iPcmChannels > 64)
+  if (m_iPcmBits != 16 || m_lArrayRate <= 0 || m_lPcmRate <= 0 || m_iArrayChannels <= 0 || m_iPcmChannels <= 0 ||
+      m_iArrayChannels > 64 || m_iPcmChannels > 64)
     return AVERROR(EINVAL);
   const int iInRate = bEncoder ? m_lArrayRate : m_lPcmRate;
   const int iOutRate = bEncoder ? m_lPcmRate : m_lArrayRate;
@@ -43,8 +43,7 @@ int32_t ArrayConverter::Open(bool bEncoder) {
   av_channel_layout_default(&in, iInCh);
   av_channel_layout_default(&out, iOutCh);
   SwrContext* pSwr = nullptr;
-  int rc = swr_alloc_set_opts2(&pSwr, &out, AV_SAMPLE_FMT_S16, iOutRate, &in, AV_SAMPLE_FMT_S16,
-                               iInRate, 0, nullptr);
+  int rc = swr_alloc_set_opts2(&pSwr, &out, AV_SAMPLE_FMT_S16, iOutRate, &in, AV_SAMPLE_FMT_S16, iInRate, 0, nullptr);
   m_pSwr.reset(pSwr);
   av_channel_layout_uninit(&in);
   av_channel_layout_uninit(&out);
@@ -69,8 +68,8 @@ int32_t ArrayConverter::Open(bool bEncoder) {
   return 0;
 }
 
-int64_t ArrayConverter::Run(const uint8_t* pIn, size_t lFrames, int iOutCh,
-                            std::vector<uint8_t>* pBytes, std::vector<int16_t>* pSamples) {
+int64_t ArrayConverter::Run(const uint8_t* pIn, size_t lFrames, int iOutCh, std::vector<uint8_t>* pBytes,
+                            std::vector<int16_t>* pSamples) {
   if (!m_pSwr) return AVERROR(EINVAL);
   if (lFrames > static_cast<size_t>(INT32_MAX / 4)) return AVERROR(EINVAL);
   int iCap = swr_get_out_samples(m_pSwr.get(), static_cast<int>(lFrames));
@@ -94,8 +93,7 @@ int64_t ArrayConverter::Run(const uint8_t* pIn, size_t lFrames, int iOutCh,
   return n;
 }
 
-int64_t ArrayConverter::Drain(int iOutCh, std::vector<uint8_t>* pBytes,
-                              std::vector<int16_t>* pSamples) {
+int64_t ArrayConverter::Drain(int iOutCh, std::vector<uint8_t>* pBytes, std::vector<int16_t>* pSamples) {
   if (!m_pSwr) return AVERROR(EINVAL);
   std::vector<uint8_t> aBytes;
   std::vector<int16_t> aSamples;
@@ -138,11 +136,9 @@ int32_t ArrayConverter::FlushDecoder(std::vector<int16_t>& aOut) {
   return n < 0 ? static_cast<int32_t>(n) : static_cast<int32_t>(aOut.size());
 }
 
-int32_t ArrayConverter::EncodeArray(const int16_t* pSamples, size_t lSamples,
-                                    std::vector<uint8_t>& aOut) {
+int32_t ArrayConverter::EncodeArray(const int16_t* pSamples, size_t lSamples, std::vector<uint8_t>& aOut) {
   const int iInCh = m_iArrayChannels, iOutCh = m_iPcmChannels;
-  int64_t n = m_bEncoder ? Run(reinterpret_cast<const uint8_t*>(pSamples), lSamples / iInCh,
-                               iOutCh, &aOut, nullptr)
+  int64_t n = m_bEncoder ? Run(reinterpret_cast<const uint8_t*>(pSamples), lSamples / iInCh, iOutCh, &aOut, nullptr)
                          : AVERROR(EINVAL);
   if (n < 0) {
     aOut.clear();
@@ -152,11 +148,9 @@ int32_t ArrayConverter::EncodeArray(const int16_t* pSamples, size_t lSamples,
   return static_cast<int32_t>(aOut.size());
 }
 
-int32_t ArrayConverter::DecodeArray(const uint8_t* pBytes, size_t lBytes,
-                                    std::vector<int16_t>& aOut) {
+int32_t ArrayConverter::DecodeArray(const uint8_t* pBytes, size_t lBytes, std::vector<int16_t>& aOut) {
   const int iInCh = m_iPcmChannels, iOutCh = m_iArrayChannels;
-  int64_t n = m_bEncoder ? AVERROR(EINVAL)
-                         : Run(pBytes, lBytes / (2 * iInCh), iOutCh, nullptr, &aOut);
+  int64_t n = m_bEncoder ? AVERROR(EINVAL) : Run(pBytes, lBytes / (2 * iInCh), iOutCh, nullptr, &aOut);
   if (n < 0) {
     aOut.clear();
     return static_cast<int32_t>(n);

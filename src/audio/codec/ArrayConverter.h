@@ -45,8 +45,8 @@ class ArrayConverter {
   int32_t Open(bool bEncoder);
   // Converts lFrames frames at pIn into one of the two outputs, grown as needed (no
   // input: drains the resampler). Result: frames produced or negative.
-  int64_t Run(const uint8_t* pIn, size_t lFrames, int iOutChannels,
-              std::vector<uint8_t>* pBytes, std::vector<int16_t>* pSamples);
+  int64_t Run(const uint8_t* pIn, size_t lFrames, int iOutChannels, std::vector<uint8_t>* pBytes,
+              std::vector<int16_t>* pSamples);
   // Drains the resampler, appending to the output; frames produced or negative.
   int64_t Drain(int iOutChannels, std::vector<uint8_t>* pBytes, std::vector<int16_t>* pSamples);
   void Close();

@@ -31,8 +31,7 @@ class FileWindow {
   int64_t Size() const { return m_lSize; }
   // lCount bytes at lOffset (at most kBlock), or nullptr where the file ends first.
   const uint8_t* At(int64_t lOffset, size_t lCount) {
-    if (lOffset < 0 || lCount > kBlock || lOffset + static_cast<int64_t>(lCount) > m_lSize)
-      return nullptr;
+    if (lOffset < 0 || lCount > kBlock || lOffset + static_cast<int64_t>(lCount) > m_lSize) return nullptr;
     if (lOffset < m_lStart || lOffset + static_cast<int64_t>(lCount) > m_lStart + m_lHave) {
       m_aBuf.resize(kBlock);
       size_t lWant = static_cast<size_t>(std::min<int64_t>(kBlock, m_lSize - lOffset));
@@ -137,8 +136,8 @@ MpegAudioMeasure MeasureMpegAudio(const std::string& sPath) {
   for (;;) {
     const uint8_t* p = w.At(lPos, 10);
     if (!p || std::memcmp(p, "ID3", 3) != 0) break;
-    int64_t lSize = (int64_t{p[6] & 0x7f} << 21) | (int64_t{p[7] & 0x7f} << 14) |
-                    (int64_t{p[8] & 0x7f} << 7) | int64_t{p[9] & 0x7f};
+    int64_t lSize = (int64_t{p[6] & 0x7f} << 21) | (int64_t{p[7] & 0x7f} << 14) | (int64_t{p[8] & 0x7f} << 7) |
+                    int64_t{p[9] & 0x7f};
     lPos += 10 + lSize + ((p[5] & 0x10) ? 10 : 0);
   }
   lPos = FindConfirmedHeader(w, lPos, 0, true);

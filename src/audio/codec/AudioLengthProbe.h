@@ -8,7 +8,7 @@
 #include <string>
 
 struct MpegAudioMeasure {
-  int64_t lFrames = -1;       // samples per channel a decoder delivers
+  int64_t lFrames = -1;  // samples per channel a decoder delivers
   int32_t lSampleRate = 0;
   int32_t lAudioFrames = 0;   // whole MPEG frames present, the Info frame not counted
   int32_t lHeaderFrames = 0;  // the count of the Info frame; 0 without one

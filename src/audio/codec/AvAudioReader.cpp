@@ -26,11 +26,11 @@ struct KnownCodec {
   int32_t lTag;
 };
 constexpr KnownCodec kKnownCodecs[] = {
-    {AV_CODEC_ID_PCM_S16LE, 1},     {AV_CODEC_ID_PCM_U8, 1},        {AV_CODEC_ID_PCM_S24LE, 1},
-    {AV_CODEC_ID_PCM_S32LE, 1},     {AV_CODEC_ID_PCM_F32LE, 3},     {AV_CODEC_ID_ADPCM_MS, 2},
-    {AV_CODEC_ID_ADPCM_IMA_WAV, 17}, {AV_CODEC_ID_MP1, 80},         {AV_CODEC_ID_MP2, 80},
-    {AV_CODEC_ID_MP3, 85},          {AV_CODEC_ID_VORBIS, 0x674f},   {AV_CODEC_ID_WMAV1, 0x160},
-    {AV_CODEC_ID_WMAV2, 0x161},     {AV_CODEC_ID_WMAPRO, 0x162},    {AV_CODEC_ID_PCM_ALAW, 6},
+    {AV_CODEC_ID_PCM_S16LE, 1},      {AV_CODEC_ID_PCM_U8, 1},      {AV_CODEC_ID_PCM_S24LE, 1},
+    {AV_CODEC_ID_PCM_S32LE, 1},      {AV_CODEC_ID_PCM_F32LE, 3},   {AV_CODEC_ID_ADPCM_MS, 2},
+    {AV_CODEC_ID_ADPCM_IMA_WAV, 17}, {AV_CODEC_ID_MP1, 80},        {AV_CODEC_ID_MP2, 80},
+    {AV_CODEC_ID_MP3, 85},           {AV_CODEC_ID_VORBIS, 0x674f}, {AV_CODEC_ID_WMAV1, 0x160},
+    {AV_CODEC_ID_WMAV2, 0x161},      {AV_CODEC_ID_WMAPRO, 0x162},  {AV_CODEC_ID_PCM_ALAW, 6},
     {AV_CODEC_ID_PCM_MULAW, 7},
 };
 constexpr int kMaxChannels = 8;
@@ -47,10 +47,8 @@ const KnownCodec* FindKnown(AVCodecID id) {
 // Samples a WMA v1/v2 frame holds: the frame length of the codec at this rate.
 int64_t WmaFrameLength(AVCodecID id, int lRate) {
   int iBits = 11;
-  if (lRate <= 16000)
-    iBits = 9;
-  else if (lRate <= 22050 || (lRate <= 32000 && id == AV_CODEC_ID_WMAV1))
-    iBits = 10;
+  if (lRate <= 16000) iBits = 9;
+  else if (lRate <= 22050 || (lRate <= 32000 && id == AV_CODEC_ID_WMAV1)) iBits = 10;
   return int64_t{1} << iBits;
 }
 
@@ -81,8 +79,8 @@ int64_t MeasureAsfFrames(const std::string& sPath) {
   const AVCodecParameters* par = pFormat->streams[iStream]->codecpar;
   for (unsigned i = 0; i < pFormat->nb_streams; ++i)
     if (static_cast<int>(i) != iStream) pFormat->streams[i]->discard = AVDISCARD_ALL;
-  bool bCount = (par->codec_id == AV_CODEC_ID_WMAV1 || par->codec_id == AV_CODEC_ID_WMAV2) &&
-                par->block_align > 0 && !WmaUsesBitReservoir(par);
+  bool bCount = (par->codec_id == AV_CODEC_ID_WMAV1 || par->codec_id == AV_CODEC_ID_WMAV2) && par->block_align > 0 &&
+                !WmaUsesBitReservoir(par);
   AvCodecPtr pDecoder;
   AvFramePtr pFrame;
   if (!bCount) {
@@ -136,8 +134,7 @@ int64_t AvAudioReader::MeasureFrames(const AVStream* pStream) const {
     return MeasureOggGranule(m_sPath, lStart);
   }
   if (std::strstr(pszFormat, "asf") != nullptr &&
-      (par->codec_id == AV_CODEC_ID_WMAV1 || par->codec_id == AV_CODEC_ID_WMAV2 ||
-       par->codec_id == AV_CODEC_ID_WMAPRO))
+      (par->codec_id == AV_CODEC_ID_WMAV1 || par->codec_id == AV_CODEC_ID_WMAV2 || par->codec_id == AV_CODEC_ID_WMAPRO))
     return MeasureAsfFrames(m_sPath);
   return -1;
 }
@@ -211,20 +208,17 @@ const AVCodec* AvAudioReader::OpenInput(const std::string& sPath) {
   if (rc < 0) OpenFailed(sPath, "not a known audio file");
   m_pFormat.reset(pFormat);
   m_pFormat->flags |= AVFMT_FLAG_DISCARD_CORRUPT;
-  if (avformat_find_stream_info(m_pFormat.get(), nullptr) < 0)
-    OpenFailed(sPath, "no stream information");
+  if (avformat_find_stream_info(m_pFormat.get(), nullptr) < 0) OpenFailed(sPath, "no stream information");
   const AVCodec* pCodec = nullptr;
   m_iStream = av_find_best_stream(m_pFormat.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &pCodec, 0);
   if (m_iStream < 0 || !pCodec) OpenFailed(sPath, "no audio stream");
   return pCodec;
 }
 
-void AvAudioReader::OpenDecoder(const std::string& sPath, const AVCodec* pCodec,
-                                const AVStream* pStream) {
+void AvAudioReader::OpenDecoder(const std::string& sPath, const AVCodec* pCodec, const AVStream* pStream) {
   m_pDecoder.reset(avcodec_alloc_context3(pCodec));
   if (!m_pDecoder) OpenFailed(sPath, "out of memory");
-  if (avcodec_parameters_to_context(m_pDecoder.get(), pStream->codecpar) < 0)
-    OpenFailed(sPath, "bad parameters");
+  if (avcodec_parameters_to_context(m_pDecoder.get(), pStream->codecpar) < 0) OpenFailed(sPath, "bad parameters");
   m_pDecoder->pkt_timebase = pStream->time_base;
   AVDictionary* pCodecOpts = nullptr;
   av_dict_set(&pCodecOpts, "codec_whitelist", pCodec->name, 0);
@@ -233,8 +227,7 @@ void AvAudioReader::OpenDecoder(const std::string& sPath, const AVCodec* pCodec,
   if (rc < 0) OpenFailed(sPath, "decoder refused the stream");
   m_lFileRate = m_pDecoder->sample_rate;
   m_lFileChannels = m_pDecoder->ch_layout.nb_channels;
-  if (m_lFileRate <= 0 || m_lFileRate > kMaxRate || m_lFileChannels <= 0 ||
-      m_lFileChannels > kMaxChannels)
+  if (m_lFileRate <= 0 || m_lFileRate > kMaxRate || m_lFileChannels <= 0 || m_lFileChannels > kMaxChannels)
     OpenFailed(sPath, "unusable sample rate or channel count");
 }
 
@@ -243,8 +236,7 @@ void AvAudioReader::ReadStreamFacts(const AVStream* pStream, int32_t lKnownTag) 
   int64_t lBits = pStream->codecpar->bit_rate;
   if (lBits <= 0) lBits = m_pFormat->bit_rate;
   if (lBits <= 0 && pStream->codecpar->bits_per_coded_sample > 0)
-    lBits = static_cast<int64_t>(m_lFileRate) * m_lFileChannels *
-            pStream->codecpar->bits_per_coded_sample;
+    lBits = static_cast<int64_t>(m_lFileRate) * m_lFileChannels * pStream->codecpar->bits_per_coded_sample;
   m_lBitRate = static_cast<int32_t>(std::clamp<int64_t>(lBits, 0, INT32_MAX));
   m_lFormatTag = lKnownTag;
   if (std::strcmp(m_pFormat->iformat->name, "wav") == 0 && pStream->codecpar->codec_tag)
@@ -272,8 +264,7 @@ void AvAudioReader::ReadLength(const AVStream* pStream, int64_t lKnownFrames) {
     m_dSeconds = static_cast<double>(lMeasured) / m_lFileRate;
     m_bEstimated = false;
   }
-  if (!std::isfinite(m_dSeconds) || m_dSeconds < 0.0 || m_dSeconds > 48.0 * 3600.0)
-    m_dSeconds = 0.0;
+  if (!std::isfinite(m_dSeconds) || m_dSeconds < 0.0 || m_dSeconds > 48.0 * 3600.0) m_dSeconds = 0.0;
 }
 
 int64_t AvAudioReader::TotalFrames() const {
@@ -294,15 +285,12 @@ void AvAudioReader::ConfigureResampler(const AVFrame* pFrame) {
   AVChannelLayout outLayout;
   av_channel_layout_default(&outLayout, m_lOutChannels);
   AVChannelLayout inLayout;
-  if (pFrame->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC ||
-      av_channel_layout_check(&pFrame->ch_layout) == 0)
+  if (pFrame->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC || av_channel_layout_check(&pFrame->ch_layout) == 0)
     av_channel_layout_default(&inLayout, pFrame->ch_layout.nb_channels);
-  else
-    av_channel_layout_copy(&inLayout, &pFrame->ch_layout);
+  else av_channel_layout_copy(&inLayout, &pFrame->ch_layout);
   SwrContext* pSwr = nullptr;
   int rc = swr_alloc_set_opts2(&pSwr, &outLayout, AV_SAMPLE_FMT_S16, m_lOutRate, &inLayout,
-                               static_cast<AVSampleFormat>(pFrame->format),
-                               pFrame->sample_rate, 0, nullptr);
+                               static_cast<AVSampleFormat>(pFrame->format), pFrame->sample_rate, 0, nullptr);
   SwrPtr pOwnSwr(pSwr);
   av_channel_layout_uninit(&inLayout);
   av_channel_layout_uninit(&outLayout);
@@ -334,8 +322,7 @@ void AvAudioReader::Convert(const AVFrame* pFrame) {
   if (pFrame->nb_samples <= 0 || pFrame->sample_rate <= 0 || pFrame->sample_rate > kMaxRate ||
       pFrame->ch_layout.nb_channels <= 0 || pFrame->ch_layout.nb_channels > kMaxChannels)
     return;
-  uint64_t uMask =
-      pFrame->ch_layout.order == AV_CHANNEL_ORDER_NATIVE ? pFrame->ch_layout.u.mask : 0;
+  uint64_t uMask = pFrame->ch_layout.order == AV_CHANNEL_ORDER_NATIVE ? pFrame->ch_layout.u.mask : 0;
   if (!m_pSwr || pFrame->sample_rate != m_iSwrInRate || pFrame->format != m_iSwrInFormat ||
       pFrame->ch_layout.nb_channels != m_iSwrInChannels || uMask != m_uSwrInMask)
     ConfigureResampler(pFrame);
@@ -344,8 +331,8 @@ void AvAudioReader::Convert(const AVFrame* pFrame) {
   size_t lOld = m_aPending.size();
   m_aPending.resize(lOld + static_cast<size_t>(lOut) * m_lOutChannels);
   uint8_t* pOut = reinterpret_cast<uint8_t*>(m_aPending.data() + lOld);
-  int n = swr_convert(m_pSwr.get(), &pOut, lOut, const_cast<const uint8_t**>(pFrame->extended_data),
-                      pFrame->nb_samples);
+  int n =
+      swr_convert(m_pSwr.get(), &pOut, lOut, const_cast<const uint8_t**>(pFrame->extended_data), pFrame->nb_samples);
   m_aPending.resize(lOld + static_cast<size_t>(std::max(n, 0)) * m_lOutChannels);
 }
 
@@ -473,8 +460,6 @@ void AvAudioReader::SetOutputFormat(int32_t lRate, int32_t lChannels) {
   Reopen();
   m_lOutRate = lRate;
   m_lOutChannels = lChannels;
-  if (bAtEnd)
-    SeekEnd();
-  else
-    Seek(std::llround(dSecs * lRate));
+  if (bAtEnd) SeekEnd();
+  else Seek(std::llround(dSecs * lRate));
 }

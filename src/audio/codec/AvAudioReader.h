@@ -48,7 +48,7 @@ class AvAudioReader {
   // Of the file.
   int32_t SampleRate() const { return m_lFileRate; }
   int32_t Channels() const { return m_lFileChannels; }
-  int32_t BitRate() const { return m_lBitRate; }    // bits a second
+  int32_t BitRate() const { return m_lBitRate; }      // bits a second
   int32_t FormatTag() const { return m_lFormatTag; }  // wave format tag of the codec
 
  private:

@@ -63,13 +63,11 @@ void AvAudioWriter::Create(const std::string& sPath, const AvEncodeSettings& s) 
   if (IsOpen()) Abandon();
   const AVCodec* pCodec = nullptr;
   try {
-    if (s.lSampleRate <= 0 || s.lChannels < 1 || s.lChannels > 2)
-      CreateFailed(sPath, "unusable format");
+    if (s.lSampleRate <= 0 || s.lChannels < 1 || s.lChannels > 2) CreateFailed(sPath, "unusable format");
     pCodec = avcodec_find_encoder_by_name(s.sEncoder.c_str());
     if (!pCodec) CreateFailed(sPath, "no encoder " + s.sEncoder);
     AVFormatContext* pFormat = nullptr;
-    if (avformat_alloc_output_context2(&pFormat, nullptr, s.sMuxer.c_str(), sPath.c_str()) < 0 ||
-        !pFormat)
+    if (avformat_alloc_output_context2(&pFormat, nullptr, s.sMuxer.c_str(), sPath.c_str()) < 0 || !pFormat)
       CreateFailed(sPath, "no container " + s.sMuxer);
     m_pFormat.reset(pFormat);
     // WAV: no encoder text in a LIST chunk. (MP3 needs the encoder tag: it carries the
@@ -86,12 +84,10 @@ void AvAudioWriter::Create(const std::string& sPath, const AvEncodeSettings& s) 
   // WMA v1/v2: FFmpeg's decoder gives nothing for the first frame of a stream (it only
   // primes the overlap of its transform), and an ASF file cannot tell it to expect that.
   // One frame of silence in front keeps the first samples of the audio.
-  if (pCodec->id == AV_CODEC_ID_WMAV1 || pCodec->id == AV_CODEC_ID_WMAV2)
-    AddSilence(m_pEncoder->frame_size);
+  if (pCodec->id == AV_CODEC_ID_WMAV1 || pCodec->id == AV_CODEC_ID_WMAV2) AddSilence(m_pEncoder->frame_size);
 }
 
-void AvAudioWriter::OpenEncoder(const std::string& sPath, const AVCodec* pCodec,
-                                const AvEncodeSettings& s) {
+void AvAudioWriter::OpenEncoder(const std::string& sPath, const AVCodec* pCodec, const AvEncodeSettings& s) {
   m_pEncoder.reset(avcodec_alloc_context3(pCodec));
   if (!m_pEncoder) CreateFailed(sPath, "out of memory");
   m_pEncoder->sample_rate = s.lSampleRate;
@@ -103,13 +99,11 @@ void AvAudioWriter::OpenEncoder(const std::string& sPath, const AVCodec* pCodec,
   if (pCodec->supported_samplerates) {
     bool bOk = false;
     for (const int* p = pCodec->supported_samplerates; *p; ++p) bOk |= *p == s.lSampleRate;
-    if (!bOk)
-      CreateFailed(sPath, "the encoder does not take " + std::to_string(s.lSampleRate) + " Hz");
+    if (!bOk) CreateFailed(sPath, "the encoder does not take " + std::to_string(s.lSampleRate) + " Hz");
   }
   if (s.lBitRate > 0) m_pEncoder->bit_rate = s.lBitRate;
   m_pEncoder->time_base = AVRational{1, s.lSampleRate};
-  if (m_pFormat->oformat->flags & AVFMT_GLOBALHEADER)
-    m_pEncoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  if (m_pFormat->oformat->flags & AVFMT_GLOBALHEADER) m_pEncoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   AVDictionary* pOpts = nullptr;
   if (s.lBlockAlign > 0) av_dict_set_int(&pOpts, "block_size", s.lBlockAlign, 0);
   int rc = avcodec_open2(m_pEncoder.get(), pCodec, &pOpts);
@@ -120,8 +114,7 @@ void AvAudioWriter::OpenEncoder(const std::string& sPath, const AVCodec* pCodec,
 void AvAudioWriter::WriteHeader(const std::string& sPath) {
   AVStream* pStream = avformat_new_stream(m_pFormat.get(), nullptr);
   if (!pStream) CreateFailed(sPath, "out of memory");
-  if (avcodec_parameters_from_context(pStream->codecpar, m_pEncoder.get()) < 0)
-    CreateFailed(sPath, "bad parameters");
+  if (avcodec_parameters_from_context(pStream->codecpar, m_pEncoder.get()) < 0) CreateFailed(sPath, "bad parameters");
   pStream->time_base = m_pEncoder->time_base;
   int rc = avio_open(&m_pFormat->pb, sPath.c_str(), AVIO_FLAG_WRITE);
   if (rc < 0) CreateFailed(sPath, AvErrorText(rc));
@@ -130,8 +123,7 @@ void AvAudioWriter::WriteHeader(const std::string& sPath) {
   m_bHeaderWritten = true;
 }
 
-void AvAudioWriter::MakeBuffers(const std::string& sPath, const AVCodec* pCodec,
-                                const AvEncodeSettings& s) {
+void AvAudioWriter::MakeBuffers(const std::string& sPath, const AVCodec* pCodec, const AvEncodeSettings& s) {
   m_iFrameSize = m_pEncoder->frame_size;
   if (m_iFrameSize <= 0 || (pCodec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE))
     m_iFrameSize = std::max(m_iFrameSize, kVariableFrameSize);
@@ -143,8 +135,7 @@ void AvAudioWriter::MakeBuffers(const std::string& sPath, const AVCodec* pCodec,
   m_lNextPts = 0;
   m_lInputFrames = 0;
   m_bFirstPageFlushed = s.sMuxer != "ogg";
-  m_iTailSilence =
-      (pCodec->id == AV_CODEC_ID_MP2 || pCodec->id == AV_CODEC_ID_MP1) ? kMpegFilterBankDelay : 0;
+  m_iTailSilence = (pCodec->id == AV_CODEC_ID_MP2 || pCodec->id == AV_CODEC_ID_MP1) ? kMpegFilterBankDelay : 0;
 }
 
 void AvAudioWriter::AddSilence(int iFrames) {
@@ -156,8 +147,7 @@ void AvAudioWriter::AddSilence(int iFrames) {
 }
 
 void AvAudioWriter::SetInputFormat(int32_t lRate, int32_t lChannels) {
-  if (lRate <= 0 || lChannels < 1 || lChannels > 8)
-    throw CodecError(CodecErr::kBadArgument, "Unusable array format");
+  if (lRate <= 0 || lChannels < 1 || lChannels > 8) throw CodecError(CodecErr::kBadArgument, "Unusable array format");
   if (lRate == m_lInRate && lChannels == m_lInChannels) return;
   m_lInRate = lRate;
   m_lInChannels = lChannels;
@@ -169,9 +159,8 @@ void AvAudioWriter::SetUpResampler() {
   AVChannelLayout inLayout;
   av_channel_layout_default(&inLayout, m_lInChannels);
   SwrContext* pSwr = nullptr;
-  int rc = swr_alloc_set_opts2(&pSwr, &m_pEncoder->ch_layout, m_pEncoder->sample_fmt,
-                               m_pEncoder->sample_rate, &inLayout, AV_SAMPLE_FMT_S16, m_lInRate,
-                               0, nullptr);
+  int rc = swr_alloc_set_opts2(&pSwr, &m_pEncoder->ch_layout, m_pEncoder->sample_fmt, m_pEncoder->sample_rate,
+                               &inLayout, AV_SAMPLE_FMT_S16, m_lInRate, 0, nullptr);
   m_pSwr.reset(pSwr);
   av_channel_layout_uninit(&inLayout);
   if (rc < 0 || swr_init(pSwr) < 0) {
@@ -185,8 +174,8 @@ uint8_t** AvAudioWriter::ConversionBuffer(int iFrames) {
   if (m_ppConv && iFrames <= m_iConvFrames) return m_ppConv.get();
   FreeConversionBuffer();
   uint8_t** pp = nullptr;
-  if (av_samples_alloc_array_and_samples(&pp, nullptr, m_pEncoder->ch_layout.nb_channels,
-                                         iFrames, m_pEncoder->sample_fmt, 0) < 0)
+  if (av_samples_alloc_array_and_samples(&pp, nullptr, m_pEncoder->ch_layout.nb_channels, iFrames,
+                                         m_pEncoder->sample_fmt, 0) < 0)
     throw CodecError(CodecErr::kWriteFailed, "Out of memory");
   m_ppConv.reset(pp);
   m_iConvFrames = iFrames;
@@ -219,8 +208,7 @@ void AvAudioWriter::SendFrame(AVFrame* pFrame) {
   for (;;) {
     rc = avcodec_receive_packet(m_pEncoder.get(), m_pPacket.get());
     if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return;
-    if (rc < 0)
-      throw CodecError(CodecErr::kWriteFailed, "Encoding failed (" + AvErrorText(rc) + ")");
+    if (rc < 0) throw CodecError(CodecErr::kWriteFailed, "Encoding failed (" + AvErrorText(rc) + ")");
     m_pPacket->stream_index = 0;
     av_packet_rescale_ts(m_pPacket.get(), m_pEncoder->time_base, m_pFormat->streams[0]->time_base);
     rc = av_write_frame(m_pFormat.get(), m_pPacket.get());
@@ -232,22 +220,19 @@ void AvAudioWriter::SendFrame(AVFrame* pFrame) {
       m_bFirstPageFlushed = true;
       rc = av_write_frame(m_pFormat.get(), nullptr);
     }
-    if (rc < 0)
-      throw CodecError(CodecErr::kWriteFailed, "Cannot write " + m_sPath + " (" + AvErrorText(rc) + ")");
+    if (rc < 0) throw CodecError(CodecErr::kWriteFailed, "Cannot write " + m_sPath + " (" + AvErrorText(rc) + ")");
   }
 }
 
 void AvAudioWriter::EncodeFrames(bool bFinal) {
-  while (av_audio_fifo_size(m_pFifo.get()) >= m_iFrameSize ||
-         (bFinal && av_audio_fifo_size(m_pFifo.get()) > 0)) {
+  while (av_audio_fifo_size(m_pFifo.get()) >= m_iFrameSize || (bFinal && av_audio_fifo_size(m_pFifo.get()) > 0)) {
     int n = std::min(av_audio_fifo_size(m_pFifo.get()), m_iFrameSize);
     av_frame_unref(m_pFrame.get());
     m_pFrame->nb_samples = n;
     m_pFrame->format = m_pEncoder->sample_fmt;
     m_pFrame->sample_rate = m_pEncoder->sample_rate;
     av_channel_layout_copy(&m_pFrame->ch_layout, &m_pEncoder->ch_layout);
-    if (av_frame_get_buffer(m_pFrame.get(), 0) < 0)
-      throw CodecError(CodecErr::kWriteFailed, "Out of memory");
+    if (av_frame_get_buffer(m_pFrame.get(), 0) < 0) throw CodecError(CodecErr::kWriteFailed, "Out of memory");
     if (av_audio_fifo_read(m_pFifo.get(), reinterpret_cast<void**>(m_pFrame->data), n) < n)
       throw CodecError(CodecErr::kWriteFailed, "Cannot buffer audio");
     m_pFrame->pts = m_lNextPts;

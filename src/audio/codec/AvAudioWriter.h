@@ -10,11 +10,11 @@
 struct AVCodec;
 
 struct AvEncodeSettings {
-  std::string sMuxer;     // "wav", "mp3", "ogg", "mp2", "asf"
-  std::string sEncoder;   // "pcm_s16le", "adpcm_ima_wav", "libmp3lame", ...
+  std::string sMuxer;    // "wav", "mp3", "ogg", "mp2", "asf"
+  std::string sEncoder;  // "pcm_s16le", "adpcm_ima_wav", "libmp3lame", ...
   int32_t lSampleRate = 0;
   int32_t lChannels = 0;
-  int32_t lBitRate = 0;   // bits a second; 0 for PCM and ADPCM
+  int32_t lBitRate = 0;     // bits a second; 0 for PCM and ADPCM
   int32_t lBlockAlign = 0;  // ADPCM: bytes a block; 0 for the encoder's default
 };
 

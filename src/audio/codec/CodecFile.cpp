@@ -67,16 +67,17 @@ void CodecFile::Close() {
 
 void CodecFile::Create(const std::string& sPath, int32_t lFileType) {
   Close();
-  if (m_format.eKind == Kind::None)
-    throw CodecError(CodecErr::kNoFormat, "No format set for " + sPath);
+  if (m_format.eKind == Kind::None) throw CodecError(CodecErr::kNoFormat, "No format set for " + sPath);
   if (FileTypeOf(m_format.eKind) != lFileType)
-    throw CodecError(CodecErr::kNoFormat,
-                     "File type " + std::to_string(lFileType) + " does not match the format set");
+    throw CodecError(CodecErr::kNoFormat, "File type " + std::to_string(lFileType) + " does not match the format set");
   AvEncodeSettings s;
   s.lSampleRate = m_format.lRate;
   s.lChannels = m_format.lChannels;
   switch (m_format.eKind) {
-    case Kind::PCM: s.sMuxer = "wav"; s.sEncoder = "pcm_s16le"; break;
+    case Kind::PCM:
+      s.sMuxer = "wav";
+      s.sEncoder = "pcm_s16le";
+      break;
     case Kind::ADPCM_IMA:
       s.sMuxer = "wav";
       s.sEncoder = "adpcm_ima_wav";
@@ -87,9 +88,18 @@ void CodecFile::Create(const std::string& sPath, int32_t lFileType) {
       s.sEncoder = "adpcm_ms";
       s.lBlockAlign = m_format.lBlockAlign;
       break;
-    case Kind::MP2: s.sMuxer = "mp2"; s.sEncoder = "mp2"; break;
-    case Kind::MP3: s.sMuxer = "mp3"; s.sEncoder = "libmp3lame"; break;
-    case Kind::OGG: s.sMuxer = "ogg"; s.sEncoder = "libvorbis"; break;
+    case Kind::MP2:
+      s.sMuxer = "mp2";
+      s.sEncoder = "mp2";
+      break;
+    case Kind::MP3:
+      s.sMuxer = "mp3";
+      s.sEncoder = "libmp3lame";
+      break;
+    case Kind::OGG:
+      s.sMuxer = "ogg";
+      s.sEncoder = "libvorbis";
+      break;
     default: break;
   }
   if (m_format.eKind == Kind::MP2 || m_format.eKind == Kind::MP3 || m_format.eKind == Kind::OGG)
@@ -103,9 +113,7 @@ void CodecFile::Create(const std::string& sPath, int32_t lFileType) {
   m_lWritten = 0;
 }
 
-void CodecFile::WriteSamples(const std::vector<int16_t>& aSamples) {
-  WriteSamples(aSamples.data(), aSamples.size());
-}
+void CodecFile::WriteSamples(const std::vector<int16_t>& aSamples) { WriteSamples(aSamples.data(), aSamples.size()); }
 
 void CodecFile::WriteSamples(const int16_t* pSamples, size_t lCount) {
   if (!m_pWriter) throw CodecError(CodecErr::kNotOpen, "No file is open for writing");
@@ -146,8 +154,7 @@ void CodecFile::SetArrayFormat(int32_t lSampleRate, int32_t lChannels) {
 void CodecFile::SetFormatLikeSample(const std::string& sWavFile) {
   uint8_t fmt[18] = {};
   const int64_t n = RiffFile::ReadWaveFormat(sWavFile, fmt, sizeof fmt);
-  if (n < 0)
-    throw CodecError(CodecErr::kOpenFailed, "Cannot open sample file " + sWavFile);
+  if (n < 0) throw CodecError(CodecErr::kOpenFailed, "Cannot open sample file " + sWavFile);
   if (n < 16) throw CodecError(CodecErr::kOpenFailed, "No format in sample file " + sWavFile);
   uint16_t wTag = Le16(fmt);
   int32_t lChannels = Le16(fmt + 2);
@@ -182,8 +189,7 @@ void CodecFile::SetFormatPCM(int32_t lSampleRate, int32_t lChannels, int32_t lBi
 
 void CodecFile::SetFormatADPCM(int32_t lSampleRate, int32_t lChannels) {
   CheckRateAndChannels(lSampleRate, lChannels);
-  m_format = Format{Kind::ADPCM_IMA, lSampleRate, lChannels, 0,
-                    DefaultAdpcmBlockAlign(lSampleRate, lChannels)};
+  m_format = Format{Kind::ADPCM_IMA, lSampleRate, lChannels, 0, DefaultAdpcmBlockAlign(lSampleRate, lChannels)};
 }
 
 void CodecFile::SetFormatMP2(int32_t lSampleRate, int32_t lBitRate, int32_t lChannels) {
@@ -196,8 +202,7 @@ void CodecFile::SetFormatMP3(const Mp3Options& o) {
   m_format = Format{Kind::MP3, o.SampleRate(), o.Channels(), o.BitRate(), 0};
 }
 
-void CodecFile::SetFormatOGG(int32_t lSampleRate, int32_t lChannels, int32_t lBitRate, int32_t,
-                             int32_t, bool) {
+void CodecFile::SetFormatOGG(int32_t lSampleRate, int32_t lChannels, int32_t lBitRate, int32_t, int32_t, bool) {
   CheckRateAndChannels(lSampleRate, lChannels);
   m_format = Format{Kind::OGG, lSampleRate, lChannels, lBitRate, 0};
 }
@@ -216,8 +221,7 @@ int32_t CodecFile::TotalSamples() const {
 
 int32_t CodecFile::LengthMs() const {
   if (m_pReader) return static_cast<int32_t>(std::min<int64_t>(m_pReader->LengthMs(), INT32_MAX));
-  if (m_pWriter)
-    return static_cast<int32_t>(std::min<int64_t>(m_lWritten * 1000 / m_lArrayRate, INT32_MAX));
+  if (m_pWriter) return static_cast<int32_t>(std::min<int64_t>(m_lWritten * 1000 / m_lArrayRate, INT32_MAX));
   return 0;
 }
 
@@ -239,9 +243,8 @@ int32_t CodecFile::BitRate() const {
     case Kind::ADPCM_IMA:
     case Kind::ADPCM_MS: {
       if (f.lBlockAlign <= 0) return f.lRate * f.lChannels * 4;
-      int32_t lPerBlock = f.eKind == Kind::ADPCM_IMA
-                              ? (f.lBlockAlign - 4 * f.lChannels) * 8 / (4 * f.lChannels) + 1
-                              : (f.lBlockAlign - 7 * f.lChannels) * 8 / (4 * f.lChannels) + 2;
+      int32_t lPerBlock = f.eKind == Kind::ADPCM_IMA ? (f.lBlockAlign - 4 * f.lChannels) * 8 / (4 * f.lChannels) + 1
+                                                     : (f.lBlockAlign - 7 * f.lChannels) * 8 / (4 * f.lChannels) + 2;
       return static_cast<int32_t>(static_cast<int64_t>(f.lRate) * f.lBlockAlign / lPerBlock * 8);
     }
     case Kind::MP2:

@@ -52,8 +52,8 @@ class CodecFile {
   void SetFormatADPCM(int32_t lSampleRate, int32_t lChannels);
   void SetFormatMP2(int32_t lSampleRate, int32_t lBitRate, int32_t lChannels);
   void SetFormatMP3(const Mp3Options& oOptions);
-  void SetFormatOGG(int32_t lSampleRate, int32_t lChannels, int32_t lBitRate, int32_t lMin,
-                    int32_t lMax, bool bManaged);
+  void SetFormatOGG(int32_t lSampleRate, int32_t lChannels, int32_t lBitRate, int32_t lMin, int32_t lMax,
+                    bool bManaged);
 
   int32_t TotalSamples() const;
   int32_t SampleRate() const;
@@ -81,10 +81,10 @@ class CodecFile {
 
   std::unique_ptr<AvAudioReader> m_pReader;
   std::unique_ptr<AvAudioWriter> m_pWriter;
-  Format m_format;          // format of the next file
-  Format m_writing;         // format of the file being written
+  Format m_format;   // format of the next file
+  Format m_writing;  // format of the file being written
   int32_t m_lArrayRate = 44100;
   int32_t m_lArrayChannels = 2;
-  int64_t m_lWritten = 0;   // array frames written
+  int64_t m_lWritten = 0;  // array frames written
   bool m_bUseWindowsMedia = false;
 };

@@ -15,8 +15,8 @@ bool ParseMp3GaplessInfo(const uint8_t* p, size_t n, Mp3GaplessInfo& info) {
   size_t i = 0;
   // ID3v2: "ID3", version, flags, size in four 7-bit bytes (+10 with a footer).
   if (n >= 10 && std::memcmp(p, "ID3", 3) == 0) {
-    size_t lSize = (size_t{p[6] & 0x7fu} << 21) | (size_t{p[7] & 0x7fu} << 14) |
-                   (size_t{p[8] & 0x7fu} << 7) | size_t{p[9] & 0x7fu};
+    size_t lSize = (size_t{p[6] & 0x7fu} << 21) | (size_t{p[7] & 0x7fu} << 14) | (size_t{p[8] & 0x7fu} << 7) |
+                   size_t{p[9] & 0x7fu};
     i = 10 + lSize + ((p[5] & 0x10) ? 10 : 0);
   }
   if (i + 4 > n) return false;
@@ -25,7 +25,7 @@ bool ParseMp3GaplessInfo(const uint8_t* p, size_t n, Mp3GaplessInfo& info) {
   int iVersion = (h >> 19) & 3;  // 3: MPEG-1, 2: MPEG-2, 0: MPEG-2.5
   int iLayer = (h >> 17) & 3;    // 1: layer III
   int iRateIdx = (h >> 10) & 3;
-  int iMode = (h >> 6) & 3;      // 3: mono
+  int iMode = (h >> 6) & 3;  // 3: mono
   if (iVersion == 1 || iLayer != 1 || iRateIdx == 3) return false;
   static const int kRates[3] = {44100, 48000, 32000};
   int lRate = kRates[iRateIdx];
@@ -74,8 +74,8 @@ bool ReadMp3GaplessInfo(const std::string& sPath, Mp3GaplessInfo& info) {
   size_t n = std::fread(a.data(), 1, a.size(), f);
   // A long ID3v2 tag (cover art): read up to its end and a frame beyond.
   if (n >= 10 && std::memcmp(a.data(), "ID3", 3) == 0) {
-    size_t lSize = (size_t{a[6] & 0x7fu} << 21) | (size_t{a[7] & 0x7fu} << 14) |
-                   (size_t{a[8] & 0x7fu} << 7) | size_t{a[9] & 0x7fu};
+    size_t lSize = (size_t{a[6] & 0x7fu} << 21) | (size_t{a[7] & 0x7fu} << 14) | (size_t{a[8] & 0x7fu} << 7) |
+                   size_t{a[9] & 0x7fu};
     size_t lNeed = std::min<size_t>(lSize + 20 + 4096, 64u << 20);
     if (lNeed > n) {
       a.resize(lNeed);

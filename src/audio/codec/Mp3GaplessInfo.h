@@ -7,12 +7,12 @@
 
 struct Mp3GaplessInfo {
   int32_t lSampleRate = 0;
-  int32_t lFrames = 0;         // MPEG frames after the Info frame
+  int32_t lFrames = 0;  // MPEG frames after the Info frame
   int32_t lSamplesPerFrame = 0;
-  int32_t lDelay = 0;          // encoder delay in samples
-  int32_t lPadding = 0;        // padding at the end in samples
+  int32_t lDelay = 0;    // encoder delay in samples
+  int32_t lPadding = 0;  // padding at the end in samples
   bool bHasLameTag = false;
-  int64_t lExactSamples = 0;   // frames x samples per frame - delay - padding
+  int64_t lExactSamples = 0;  // frames x samples per frame - delay - padding
 };
 
 // Reads the first frame of the file (after any ID3v2 tag). False when it is no MPEG

@@ -38,8 +38,8 @@ std::vector<WmaProfile> WmaFile::ParseProfiles(const std::string& sText) {
   std::string sLine;
   while (std::getline(in, sLine)) {
     std::string t = Trim(sLine);
-    if (t.size() >= 3 && static_cast<unsigned char>(t[0]) == 0xEF &&
-        static_cast<unsigned char>(t[1]) == 0xBB && static_cast<unsigned char>(t[2]) == 0xBF)
+    if (t.size() >= 3 && static_cast<unsigned char>(t[0]) == 0xEF && static_cast<unsigned char>(t[1]) == 0xBB &&
+        static_cast<unsigned char>(t[2]) == 0xBF)
       t = Trim(t.substr(3));
     if (t.empty() || t[0] == ';' || t[0] == '#' || t[0] == '[') continue;
     size_t e = t.find('=');
@@ -55,11 +55,10 @@ std::vector<WmaProfile> WmaFile::ParseProfiles(const std::string& sText) {
       if (c == std::string::npos && i < 2) break;
     }
     if (items.size() != 3) continue;
-    if (!ParseInt(items[0], p.lSampleRate) || !ParseInt(items[1], p.lChannels) ||
-        !ParseInt(items[2], p.lBitRateKbps))
+    if (!ParseInt(items[0], p.lSampleRate) || !ParseInt(items[1], p.lChannels) || !ParseInt(items[2], p.lBitRateKbps))
       continue;
-    if (p.lSampleRate < 8000 || p.lSampleRate > 48000 || p.lChannels < 1 || p.lChannels > 2 ||
-        p.lBitRateKbps < 24 || p.lBitRateKbps > 320)
+    if (p.lSampleRate < 8000 || p.lSampleRate > 48000 || p.lChannels < 1 || p.lChannels > 2 || p.lBitRateKbps < 24 ||
+        p.lBitRateKbps > 320)
       continue;
     p.sDescription = Trim(sRest);
     bool bSeen = std::any_of(a.begin(), a.end(), [&](const WmaProfile& q) { return q.lNumber == p.lNumber; });
@@ -137,9 +136,7 @@ void WmaFile::Close() {
 void WmaFile::Create(const std::string& sPath) {
   Close();
   const WmaProfile* p = FindProfile(m_lProfileNum);
-  if (!p)
-    throw CodecError(CodecErr::kNoProfile,
-                     "Profile " + std::to_string(m_lProfileNum) + " is not loaded");
+  if (!p) throw CodecError(CodecErr::kNoProfile, "Profile " + std::to_string(m_lProfileNum) + " is not loaded");
   AvEncodeSettings s;
   s.sMuxer = "asf";
   s.sEncoder = "wmav2";
@@ -194,13 +191,9 @@ void WmaFile::SetArrayFormat(int32_t lSampleRate, int32_t lChannels) {
   m_lArrayChannels = lChannels;
 }
 
-int32_t WmaFile::ArrayChannels() const {
-  return m_pReader ? m_pReader->OutputChannels() : m_lArrayChannels;
-}
+int32_t WmaFile::ArrayChannels() const { return m_pReader ? m_pReader->OutputChannels() : m_lArrayChannels; }
 
-int32_t WmaFile::ArraySampleRate() const {
-  return m_pReader ? m_pReader->OutputRate() : m_lArrayRate;
-}
+int32_t WmaFile::ArraySampleRate() const { return m_pReader ? m_pReader->OutputRate() : m_lArrayRate; }
 
 int32_t WmaFile::State() const {
   if (m_pReader) return 1;
@@ -216,8 +209,7 @@ int32_t WmaFile::TotalSamples() const {
 
 int32_t WmaFile::LengthMs() const {
   if (m_pReader) return static_cast<int32_t>(std::min<int64_t>(m_pReader->LengthMs(), INT32_MAX));
-  if (m_pWriter)
-    return static_cast<int32_t>(std::min<int64_t>(m_lWritten * 1000 / m_lArrayRate, INT32_MAX));
+  if (m_pWriter) return static_cast<int32_t>(std::min<int64_t>(m_lWritten * 1000 / m_lArrayRate, INT32_MAX));
   return 0;
 }
 

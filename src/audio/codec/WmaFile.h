@@ -58,11 +58,11 @@ class WmaFile {
   int32_t ArraySampleRate() const;
   // Frames of the open file; after a Close, those of the file just closed.
   int32_t TotalSamples() const;
-  int16_t Channels() const;      // of the open file, else of the present profile
+  int16_t Channels() const;  // of the open file, else of the present profile
   int32_t LengthMs() const;
   int32_t SampleRate() const;
-  int32_t BitRate() const;       // bits a second
-  int32_t State() const;         // 0 no file, 1 reading, 2 writing
+  int32_t BitRate() const;  // bits a second
+  int32_t State() const;    // 0 no file, 1 reading, 2 writing
   int32_t ProfileNum() const { return m_lProfileNum; }
   void SetProfileNum(int32_t lNumber) { m_lProfileNum = lNumber; }
 
