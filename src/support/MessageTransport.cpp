@@ -4,11 +4,14 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <vector>
 
 #include "support/Machine.h"
@@ -168,3 +171,14 @@ bool Send(const std::string& sHandler, const std::string& sText) {
 }
 
 }  // namespace MessageTransport
+
+std::string MessageTransport::TimeStamp() {
+  timeval tv{};
+  gettimeofday(&tv, nullptr);
+  std::tm tmLocal{};
+  localtime_r(&tv.tv_sec, &tmLocal);
+  char sz[64];
+  const size_t n = std::strftime(sz, sizeof sz, "%Y-%m-%d %H:%M:%S", &tmLocal);
+  std::snprintf(sz + n, sizeof sz - n, ".%03ld", static_cast<long>(tv.tv_usec / 1000));
+  return sz;
+}

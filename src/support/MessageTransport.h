@@ -42,4 +42,7 @@ class MessageEndpoint {
 namespace MessageTransport {
 // Sends from an unnamed socket. False when nobody received it.
 bool Send(const std::string& sHandler, const std::string& sText);
+// The local wall-clock time with milliseconds ("2026-11-24 07:45:01.250"), as the
+// listeners print it before each message they hear.
+std::string TimeStamp();
 }  // namespace MessageTransport

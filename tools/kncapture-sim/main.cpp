@@ -19,17 +19,6 @@ namespace {
 volatile sig_atomic_t g_bStop = 0;
 void OnSignal(int) { g_bStop = 1; }
 
-std::string TimeStamp() {
-  timeval tv{};
-  gettimeofday(&tv, nullptr);
-  std::tm tmLocal{};
-  localtime_r(&tv.tv_sec, &tmLocal);
-  char sz[64];
-  size_t n = std::strftime(sz, sizeof sz, "%Y-%m-%d %H:%M:%S", &tmLocal);
-  std::snprintf(sz + n, sizeof sz - n, ".%03ld", static_cast<long>(tv.tv_usec / 1000));
-  return sz;
-}
-
 int Listen(const sim::SimOptions& o) {
   MessageEndpoint oEnd;
   if (!oEnd.Bind(o.sHandler)) {
@@ -51,7 +40,7 @@ int Listen(const sim::SimOptions& o) {
       continue;
     }
     ++iSeen;
-    std::printf("%s %s\n", TimeStamp().c_str(), m->Text.c_str());
+    std::printf("%s %s\n", MessageTransport::TimeStamp().c_str(), m->Text.c_str());
     std::fflush(stdout);
   }
   return 0;

@@ -42,17 +42,6 @@ int Usage() {
   return 2;
 }
 
-std::string TimeStamp() {
-  timeval tv{};
-  gettimeofday(&tv, nullptr);
-  std::tm tmLocal{};
-  localtime_r(&tv.tv_sec, &tmLocal);
-  char szBuf[64];
-  size_t n = std::strftime(szBuf, sizeof szBuf, "%Y-%m-%d %H:%M:%S", &tmLocal);
-  std::snprintf(szBuf + n, sizeof szBuf - n, ".%03ld", static_cast<long>(tv.tv_usec / 1000));
-  return szBuf;
-}
-
 bool ParseNumber(const char* s, long& lValue) {
   char* pEnd = nullptr;
   lValue = std::strtol(s, &pEnd, 10);
@@ -125,7 +114,7 @@ int Listen(int argc, char** argv) {
   while (!g_bStop && (lCount < 0 || lReceived < lCount)) {
     auto oMessage = oEndpoint.Wait(200);
     if (oMessage) {
-      std::printf("%s %s\n", TimeStamp().c_str(), oMessage->Text.c_str());
+      std::printf("%s %s\n", MessageTransport::TimeStamp().c_str(), oMessage->Text.c_str());
       std::fflush(stdout);
       ++lReceived;
       tLast = Clock::now();
