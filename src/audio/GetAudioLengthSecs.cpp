@@ -39,7 +39,8 @@ double WavLengthSecs(const std::string& sFile) {
   if (lRate == 0 || lAlign == 0 || lFramesPerBlock == 0) return -1.0;
   ckData.ckid = kData;
   if (oFile.Descend(ckData, &ckRiff, MMIO_FINDCHUNK) != 0 || ckData.cksize == 0) return -1.0;
-  return static_cast<double>(ckData.cksize / lAlign) * lFramesPerBlock / lRate;
+  const uint32_t lWholeBlocks = ckData.cksize / lAlign;  // a part-block at the end holds no frame
+  return static_cast<double>(lWholeBlocks) * lFramesPerBlock / lRate;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // open, close and failure paths.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 
 #include "AudioTestUtil.h"
@@ -467,7 +468,7 @@ class AudioAcmReading : public AudioAcmTest {
     // 22050 Hz mono IMA: 512-byte blocks of 1017 samples.
     ASSERT_EQ(Write(P("r.wav"), 22050, 1, 17, audiotest::Sine(440, 44100, 2, 2.0)), 0);
     ASSERT_EQ(o.OpenAudioFile(P("r.wav"), AudioFileRead), 0);
-    m_lData = static_cast<uint32_t>(o.AudioLength() * o.FileFormat().nAvgBytesPerSec + 0.5);
+    m_lData = static_cast<uint32_t>(std::lround(o.AudioLength() * o.FileFormat().nAvgBytesPerSec));
   }
   CAudioACM o;
   uint32_t m_lData = 0;

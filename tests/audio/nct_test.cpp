@@ -401,8 +401,8 @@ TEST_F(NctTest, CopierOutputCutShortFailsTheLengthCheck) {
       ASSERT_EQ(o->CloseAudioFile(), 0);
     }
     // The class's length of a file (-1 when it does not open).
-    auto ClassLength = [&](const std::string& sFile) {
-      auto r = Make(iType, 44100, 128, 2, 17, false);
+    auto ClassLength = [&, iKind = iType](const std::string& sFile) {
+      auto r = Make(iKind, 44100, 128, 2, 17, false);
       return r->OpenAudioFile(P(sFile), AudioFileRead) == 0 ? r->AudioLength() : -1.0;
     };
     EXPECT_NEAR(ClassLength(sName), dSecs, 0.05);

@@ -256,9 +256,9 @@ TEST_F(SettingsFileTest, HostileFilesNeverStopTheLoad) {
   const std::string files[] = {
       random,
       "[General]\r\nName=" + big + "\r\nOutputCount=3\r\n[LogicLines]\r\nLogging001=" + big + "\r\n",
-      "[General]\r\nOutputCount=1e300\r\n[LogSettings]\r\nStandardAudioAfterHours=99999999999999\r\n"
-      "[Serial]\r\nCount=2147483647\r\n[SilenceDetection]\r\nSDPeriod=1e999\r\nSDMode=-1e20\r\n"
-      "[LogicLines]\r\nColour001=1e10\r\n[AvailableLogs]\r\nFirstLog=99999999 999999\r\n",
+      std::string("[General]\r\nOutputCount=1e300\r\n[LogSettings]\r\nStandardAudioAfterHours=99999999999999\r\n") +
+          "[Serial]\r\nCount=2147483647\r\n[SilenceDetection]\r\nSDPeriod=1e999\r\nSDMode=-1e20\r\n" +
+          "[LogicLines]\r\nColour001=1e10\r\n[AvailableLogs]\r\nFirstLog=99999999 999999\r\n",
       sections + "[General]\r\nName=after\r\n",
       "[General]\r\n" + big + "\r\n" + big + "=\r\n=" + big + "\r\n",
   };

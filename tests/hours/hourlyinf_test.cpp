@@ -224,8 +224,8 @@ TEST_F(HourlyInfTest, FilesWithoutHourInfoAreRefusedNeverReadAsDeleteNow) {
        "control character 0x01"},
       {"[General]\r\nVersion=4.0\r\n[Segments]\r\nNumSegs=60\r\n", "no [ActionDates] section"},
       {"ActionDates\r\nDeleteAudioAt=20300101 0000\r\n", "no [ActionDates] section"},
-      {"\xFF\xFE[\0A\0", "malformed UTF-16"},         // odd length
-      {"\xFE\xFF\xD8\x00\x00[", "malformed UTF-16"},  // high surrogate alone
+      {std::string("\xFF\xFE[\0A", 5), "malformed UTF-16"},           // odd length
+      {std::string("\xFE\xFF\xD8\x00\x00[", 6), "malformed UTF-16"},  // high surrogate alone
   };
   for (const auto& c : aCases) {
     SCOPED_TRACE(c.sWhy);

@@ -18,7 +18,7 @@ TEST(UniqueFdTest, TheLastHolderClosesOnce) {
   {
     UniqueFd one(a);
     UniqueFd two(std::move(one));
-    EXPECT_FALSE(one.Valid());
+    EXPECT_FALSE(one.Valid());  // NOLINT(bugprone-use-after-move): the moved-from state is the point
     EXPECT_EQ(two.Get(), a);
     UniqueFd& self = two;
     two = std::move(self);  // no close of what it holds

@@ -69,7 +69,8 @@ std::vector<double> WindowLevels(const std::vector<int16_t>& a) {
   for (size_t i = 0; i + iWin <= a.size(); i += iWin) {
     double s = 0;
     for (size_t k = i; k < i + iWin; k += 2) s += (a[k] / 32768.0) * (a[k] / 32768.0);
-    aOut.push_back(std::sqrt(s / (iWin / 2)));
+    const size_t iPairs = iWin / 2;
+    aOut.push_back(std::sqrt(s / static_cast<double>(iPairs)));
   }
   return aOut;
 }

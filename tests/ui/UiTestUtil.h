@@ -15,6 +15,7 @@
 #include "support/ConfigAccess.h"
 
 // Qt's font set-up keeps fontconfig's caches for the life of the process.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name LeakSanitizer looks for
 extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\n"; }
 
 inline QApplication& UiApp() {
