@@ -16,6 +16,7 @@
 #include "audio/CAudioACM.h"
 #include "common/AudioCount.h"
 #include "common/TempRoot.h"
+#include "common/TestUtil.h"
 #include "config/ClogPeriods.h"
 #include "engine/Globals.h"
 #include "engine/IProcessorView.h"
@@ -109,17 +110,8 @@ inline void WriteToneWav(const std::string& sPath, double dSeconds, int iRate = 
   std::ofstream(sPath, std::ios::binary) << s;
 }
 
-inline std::string ReadBytes(const std::string& sPath) {
-  std::ifstream f(sPath, std::ios::binary);
-  std::stringstream ss;
-  ss << f.rdbuf();
-  return ss.str();
-}
-
-inline void WriteBytes(const std::string& sPath, const std::string& s) {
-  std::filesystem::create_directories(std::filesystem::path(sPath).parent_path());
-  std::ofstream(sPath, std::ios::binary) << s;
-}
+using ::ReadBytes;
+using ::WriteBytes;
 
 // An hour info file with its three action points ("-1", or a point such as
 // "2026-11-22 14:00").
