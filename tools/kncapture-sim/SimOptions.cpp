@@ -261,7 +261,7 @@ const ValueOption kValueOptions[] = {
      [](const OptionArg& c) { return ToDouble(c.v, 0.001, 1e9, c.o.dTimeout) || c.Bad("seconds above 0"); }},
 };
 
-// Every logger's spec from the options for all loggers (0) and for it alone.
+// Every logger's settings from the options for all loggers (0) and for it alone.
 bool ResolveLoggers(SimOptions& o, LoggerArgs& la, std::string& sError) {
   std::vector<int32_t> aNamed;
   for (auto* m : {&la.mNames, &la.mPaths})
