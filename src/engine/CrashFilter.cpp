@@ -24,13 +24,14 @@ bool g_bInstalled = false;
 constexpr size_t kAltStackSize = 64 * 1024;
 void* g_pAltStack = nullptr;
 
-// The innermost active RunWithFaultHandler call, and the name of the fault that jumps
-// to it. Only the one thread of the program sets them.
+// The innermost active RunWithFaultHandler call of each thread, and the name of the
+// fault that jumps to it. A fault on a thread with no such call (a conversion's worker)
+// ends the process: it never jumps into another thread's frames.
 struct Scope {
   sigjmp_buf Env;
   Scope* pOuter = nullptr;
 };
-Scope* volatile g_pInnermost = nullptr;
+thread_local Scope* volatile g_pInnermost = nullptr;
 char g_szFaultName[64];
 void (*volatile g_pfnLastWords)() = nullptr;
 

@@ -164,6 +164,7 @@ bool FileConversion::PassOver() {
 // ---- Begin: from the look at the file to both files open.
 
 bool FileConversion::Begin() {
+  m_bSaveArcs = m_oHost.SaveArcs();
   m_oHost.FileStarted(m_sFile);
   DebugMsg("Processing file: " + SourcePath(), -1, 0);
   DebugMsg("Check File Length", -1, 0);
@@ -295,8 +296,10 @@ bool FileConversion::OpenTarget() {
 bool FileConversion::Run() {
   DebugMsg("Start File processing", -1, 0);
   bool bEndOfFile = true;
-  if (m_oOutFile && m_oOutFile->HandleOutOfProcess()) RunCopier();
-  else if (m_oInFile && m_oOutFile) bEndOfFile = CopyAudio();
+  if (m_oOutFile && m_oOutFile->HandleOutOfProcess()) {
+    RunCopier();
+    if (!m_sCopierLine.empty()) m_oHost.HourLog(m_sCopierLine);
+  } else if (m_oInFile && m_oOutFile) bEndOfFile = CopyAudio();
   // (Nothing to convert with: the objects are gone.)
   if (m_oInFile && m_oInFile->CurrentPosition() >= m_oInFile->AudioLength()) bEndOfFile = true;
   if (!bEndOfFile && !m_oHost.ShutdownRequested()) return false;
@@ -314,6 +317,51 @@ bool FileConversion::Run() {
   return true;
 }
 
+void FileConversion::Work(WorkSignals& oSignals) {
+  m_pSignals = &oSignals;
+  try {
+    if (m_oOutFile && m_oOutFile->HandleOutOfProcess()) {
+      RunCopier();
+    } else if (m_oInFile && m_oOutFile) {
+      while (!CopyAudio() && m_oInFile->CurrentPosition() < m_oInFile->AudioLength() && !StopAsked()) {
+      }
+      if (!StopAsked() && m_sFailure.empty()) DrainReader();
+    }
+    CloseFiles();
+  } catch (const std::exception& e) {
+    // Whatever went wrong, the file is rejected and its source stays.
+    if (m_sFailure.empty())
+      m_sFailure = fmt::format("Cannot convert audio file {}/{}: {}", m_sHourFolder, m_sFile, e.what());
+    try {
+      CloseFiles();
+    } catch (const std::exception&) {
+      m_oOutFile.reset();
+      m_oInFile.reset();
+    }
+  }
+  m_pSignals = nullptr;
+}
+
+void FileConversion::Finish(bool bStopped) {
+  if (!m_sCopierLine.empty()) m_oHost.HourLog(m_sCopierLine);
+  m_oHost.FileEnded();
+  if (!bStopped && !m_oHost.ShutdownRequested()) CheckAndReplace();
+}
+
+bool FileConversion::StopAsked() const {
+  return m_pSignals ? m_pSignals->bStop.load(std::memory_order_relaxed) : m_oHost.ShutdownRequested();
+}
+
+void FileConversion::ShareDone(int iPercent) {
+  if (m_pSignals) {
+    m_pSignals->iPercent.store(iPercent, std::memory_order_relaxed);
+    m_pSignals->lBeats.fetch_add(1, std::memory_order_relaxed);
+    return;
+  }
+  m_oHost.SetFileProgress(iPercent);
+  m_oHost.StillActive(true);
+}
+
 // The copier runs while messages are answered and a stop is taken; it is ended by a stop
 // or by "CopierTimeout", and what it leaves is removed then. Its target is then missing,
 // so the length check rejects the file and the source stays.
@@ -321,19 +369,19 @@ void FileConversion::RunCopier() {
   std::string sFormat = m_oOutFormat ? m_oOutFormat->CommonFormat()->FormatText() : "";
   for (char& c : sFormat)
     if (c == '"') c = '\'';
-  m_oHost.StillActive(false);
+  if (!m_pSignals) m_oHost.StillActive(false);
   const AppGlobal::RunResult oCopier = CopierRun::Run(
-      CAudioNCT::CopierPath(), SourcePath(), OutPath(), sFormat, SystemPrxFile,
-      [this] { return m_oHost.ShutdownRequested(); },
+      CAudioNCT::CopierPath(), SourcePath(), OutPath(), sFormat, SystemPrxFile, [this] { return StopAsked(); },
       [this] {
         // A copier at work within its time is progress: "RESPOND" and the watchdog say so.
+        if (m_pSignals) return ShareDone(m_pSignals->iPercent.load(std::memory_order_relaxed));
         m_oHost.StillActive(true);
         m_oHost.DoEvents();
       });
-  if (oCopier.eOutcome == AppGlobal::RunOutcome::TimedOut && m_oEntry && m_oEntry->Log())
-    m_oHost.HourLog(
-        fmt::format("Copier timed out after {} seconds, file rejected: {}", CopierRun::TimeoutSecs(), m_sFile));
-  m_oHost.StillActive(false);
+  if (oCopier.eOutcome == AppGlobal::RunOutcome::TimedOut)
+    m_sCopierLine =
+        fmt::format("Copier timed out after {} seconds, file rejected: {}", CopierRun::TimeoutSecs(), m_sFile);
+  if (!m_pSignals) m_oHost.StillActive(false);
 }
 
 // Up to seven seconds of audio, one a pass. True at the end of the source's data (or of
@@ -345,8 +393,7 @@ bool FileConversion::CopyAudio() {
     DebugMsg(fmt::format("Processing Loop (Pass: {})", iPass), 10, 0);
     const double dLength = m_oInFile->AudioLength();
     const double dPosition = m_oInFile->CurrentPosition();
-    m_oHost.SetFileProgress(dLength == 0 ? 100 : RoundPercent(dPosition / dLength * 100.0));
-    m_oHost.StillActive(true);
+    ShareDone(dLength == 0 ? 100 : RoundPercent(dPosition / dLength * 100.0));
     double dSeconds = 1.0;
     if (dLength - dPosition < dSeconds) {
       dSeconds = dLength - dPosition;
@@ -401,7 +448,7 @@ void FileConversion::CloseFiles() {
         m_sFailure = fmt::format("Cannot write audio file {}/{}: {}", m_sHourFolder, m_sOutFile,
                                  ErrorTextOr(iErr, fmt::format("it could not be finished (error {})", lClose)));
       // The unfinished file under the writer's own temporary name is no use to anyone.
-      if (!m_oHost.SaveArcs() && !sRecorded.empty() && sRecorded != OutPath() && FileHelper::FileSize(sRecorded) >= 0)
+      if (!m_bSaveArcs && !sRecorded.empty() && sRecorded != OutPath() && FileHelper::FileSize(sRecorded) >= 0)
         FileHelper::DeleteFile(sRecorded);
     }
   }

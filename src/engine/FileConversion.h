@@ -12,6 +12,12 @@
 //
 // A conversion owns its files, its buffer and its target format, and reaches the rest of
 // the engine only through its IConversionHost.
+//
+// Run takes a conversion on a share at a time on the engine's thread. Work instead does
+// all of its data work (the reading and writing, or the copier run, and the close) on a
+// worker thread of its own, between a Begin and a Finish on the engine's thread: Work
+// calls no host, and says how far it is through its WorkSignals.
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -38,6 +44,19 @@ class FileConversion {
   // One share of the conversion. True when the file is finished (replaced, rejected, or
   // cut off by a stop); false when more of it is left for the next call.
   bool Run();
+  // What a conversion at work on a worker thread shares with the engine's thread.
+  struct WorkSignals {
+    std::atomic<bool> bStop{false};     // set by the engine: end at the next share
+    std::atomic<int> iPercent{0};       // how far through its source
+    std::atomic<uint32_t> lBeats{0};    // grows with every share done: the work goes on
+  };
+  // All the data work of a conversion under way, to the close of both files (a worker
+  // thread). It ends early when oSignals.bStop is set.
+  void Work(WorkSignals& oSignals);
+  // After Work, on the engine's thread: the end of the file for the host, then the length
+  // check and the replace, unless bStopped (the work was told to stop) or a stop is asked.
+  void Finish(bool bStopped);
+
   // Lets go of the files and the buffer; the converted file in the making stays.
   void Release();
   // Removes the converted file in the making (a regular file only): its source stays.
@@ -65,6 +84,10 @@ class FileConversion {
   bool OpenTarget();
   void RunCopier();
   bool CopyAudio();
+  bool StopAsked() const;
+  // A share done, iPercent of the source: for the host, or for the engine through the
+  // work signals.
+  void ShareDone(int iPercent);
   void DrainReader();
   void CloseFiles();
   void CheckAndReplace();
@@ -93,4 +116,10 @@ class FileConversion {
   // The hour log line of a read or write that failed; empty while none has. Such a file
   // is rejected whatever its length.
   std::string m_sFailure;
+  // An hour log line of the copier run, said when the run is over.
+  std::string m_sCopierLine;
+  // "/SAVEARCS", as it was when the conversion began.
+  bool m_bSaveArcs = false;
+  // Set while Work runs: the conversion then talks to no host.
+  WorkSignals* m_pSignals = nullptr;
 };

@@ -1,11 +1,14 @@
 #include "engine/ProcessState.h"
 
+#include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <exception>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fmt/format.h>
@@ -174,6 +177,7 @@ void ProcessState::StartGroup() {
 }
 
 void ProcessState::EndGroup() {
+  bGroupEnding = false;
   DebugMsg("Group finished", -1, 0);
   if (IEngineObserver* pObserver = m_oHost.Observer()) pObserver->HourEnded(!bGroupError && oEntry);
   if (bGroupError) {
@@ -268,15 +272,75 @@ void ProcessState::DeleteHour() {
   ++iEntry;
 }
 
-ProcessState::~ProcessState() { CloseGroupSearch(); }
+ProcessState::~ProcessState() {
+  // The workers end before anything they might report to goes.
+  m_pPipeline.reset();
+  CloseGroupSearch();
+}
+
+int ProcessState::ConcurrencySetting() {
+  constexpr int32_t kMost = 8;
+  const int32_t lSet = ConfigAccess::GetRegLong(kLogProcessorKey, "ConcurrentConversions", 0);
+  if (lSet >= 1) return std::min(lSet, kMost);
+  // Not set (or not a count): one a core this process may run on.
+  cpu_set_t oCpus;
+  CPU_ZERO(&oCpus);
+  int32_t lCores = ::sched_getaffinity(0, sizeof oCpus, &oCpus) == 0 ? CPU_COUNT(&oCpus) : 0;
+  if (lCores < 1) lCores = static_cast<int32_t>(std::thread::hardware_concurrency());
+  return std::clamp<int32_t>(lCores, 1, kMost);
+}
+
+void ProcessState::ReadConcurrency() { iConcurrent = ConcurrencySetting(); }
 
 void ProcessState::BeginFile() {
+  if (Concurrent()) {
+    if (!m_pPipeline) m_pPipeline = std::make_unique<ConversionPipeline>(*this, iConcurrent);
+    m_pPipeline->Take(oEntry, sHourFolder, sFile);
+    return;
+  }
   oConversion = std::make_unique<FileConversion>(*this, oEntry, sHourFolder, sFile);
   if (!oConversion->Begin()) oConversion.reset();
 }
 
 void ProcessState::RunFile() {
+  if (m_pPipeline) {
+    // A tick waits a little for the first file, not for long: messages are answered
+    // between ticks.
+    constexpr int kWaitMs = 50;
+    if (ShutdownRequested()) m_pPipeline->StopAll();
+    else m_pPipeline->Retire(kWaitMs);
+    return;
+  }
   if (oConversion && oConversion->Run()) oConversion.reset();
+}
+
+bool ProcessState::FileInProgress() const {
+  // A stop takes no further file: the files at work end first.
+  if (m_pPipeline && !m_pPipeline->Empty())
+    return !m_pPipeline->HasRoom() || bGroupEnding || m_oHost.ShutdownRequested();
+  return oConversion != nullptr;
+}
+
+void ProcessState::EndGroupWhenDone() {
+  if (m_pPipeline && !m_pPipeline->Empty()) bGroupEnding = true;
+  else EndGroup();
+}
+
+void ProcessState::EndConversions() {
+  if (m_pPipeline) m_pPipeline->StopAll();
+  bGroupEnding = false;
+}
+
+void ProcessState::AbandonConversions() {
+  if (oConversion) oConversion->RemoveFileInTheMaking();
+  oConversion.reset();
+  if (m_pPipeline) m_pPipeline->Abandon();
+  bGroupEnding = false;
+}
+
+void ProcessState::RemoveFilesInTheMaking() const {
+  if (oConversion) oConversion->RemoveFileInTheMaking();
+  if (m_pPipeline) m_pPipeline->RemoveFilesInTheMaking();
 }
 
 // ---- The host of the conversions.

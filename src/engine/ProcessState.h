@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "engine/ConversionPipeline.h"
 #include "engine/FileConversion.h"
 #include "engine/IConversionHost.h"
 #include "support/FileHelper.h"
@@ -32,12 +33,32 @@ class ProcessState : public IConversionHost {
   void DeleteHour();
   // Ends the running file search of the group, and the group.
   void CloseGroupSearch();
+  // "ConcurrentConversions" of the processor's key: how many files may be converted at
+  // once, 1 to 8; when it is not set, one a core the process may run on (at most 8).
+  static int ConcurrencySetting();
+  // Reads how many files may be converted at once ("ConcurrentConversions"), for the run
+  // that begins.
+  void ReadConcurrency();
   // Looks at the current file of the group and, when it is to be converted, starts its
-  // conversion (FileInProgress).
+  // conversion (FileInProgress). With several conversions at once, the file goes into the
+  // pipeline instead.
   void BeginFile();
   // One share of the current conversion; the conversion goes when its file is finished.
+  // With several at once: finishes those that are done, in order, and takes a stop.
   void RunFile();
-  bool FileInProgress() const { return oConversion != nullptr; }
+  // No further file can be taken up now: one is being converted, or with several at once
+  // the pipeline is full or the group's last files are still at work.
+  bool FileInProgress() const;
+  // The group's file search has ended: its end waits for the files still at work.
+  void EndGroupWhenDone();
+  // At the end of a run (or of the program): the files at work are finished without their
+  // replace, as at a stop.
+  void EndConversions();
+  // After a failed tick: the files at work are dropped and their converted files in the
+  // making go.
+  void AbandonConversions();
+  void RemoveFilesInTheMaking() const;
+  int Concurrency() const { return iConcurrent; }
 
   // IConversionHost (also the form's failures of the current entry).
   void ReportFailure(const std::string& sLine, bool bKeepsHourDue = true) override;
@@ -65,6 +86,9 @@ class ProcessState : public IConversionHost {
   bool bGroupError = false;
   // The conversion of the current file while it is under way; null between files.
   std::unique_ptr<FileConversion> oConversion;
+  // The group's file search has ended while files were still at work: the group ends
+  // when they are done.
+  bool bGroupEnding = false;
   // The running file search of the group, alive from the group's first file to its end.
   FileHelper::FindHandle hGroupFind = 0;
   // Folder of the current entry's logger (a path of this machine); empty when the
@@ -76,6 +100,10 @@ class ProcessState : public IConversionHost {
   // Marks the entry's action as done in its hour info file and saves it.
   void MarkActionPoint(CLogProcessEntry& oDone);
   int LogProgressOf(int32_t iFilesDone) const;
+  bool Concurrent() const { return iConcurrent > 1; }
 
   IProcessHost& m_oHost;
+  int iConcurrent = 1;
+  // The files at work when several are converted at once; made with the first of them.
+  std::unique_ptr<ConversionPipeline> m_pPipeline;
 };

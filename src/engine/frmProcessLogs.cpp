@@ -138,8 +138,7 @@ void frmProcessLogs::TickFailed(TimerId eTimer, const std::string& sError) {
     // The file at hand is left as it was and its hour stays due: the converted file in
     // the making goes, the group is flagged and not marked; an entry taken up outside a
     // group (a Delete) is passed over for this cycle.
-    if (st.oConversion) st.oConversion->RemoveFileInTheMaking();
-    st.oConversion.reset();
+    st.AbandonConversions();
     if (st.oEntry && st.oEntry->Log() && !st.sLogPath.empty())
       st.oEntry->Log()->AddToServerLog(st.sLogPath, "ERROR: " + sError + ". The hour is left for a later cycle", "");
     if (st.bInGroup) {
@@ -172,7 +171,7 @@ void frmProcessLogs::AbandonCycle() {
 }
 
 void frmProcessLogs::RemoveFileInTheMaking() {
-  if (m_pProcess && m_pProcess->oConversion) m_pProcess->oConversion->RemoveFileInTheMaking();
+  if (m_pProcess) m_pProcess->RemoveFilesInTheMaking();
 }
 
 void frmProcessLogs::EndAfterFault(const std::string& sFault) {

@@ -55,14 +55,21 @@ void frmProcessLogs::tmrProcess_Timer() {
     st.iEntry = 1;
     st.iRow = 1;
     st.bListInitialised = true;
+    st.ReadConcurrency();
   }
 
   while (!st.bNoMoreFiles && !st.FileInProgress()) {
     if (m_bUnloadRequested) {
+      st.EndConversions();
       st.CloseGroupSearch();
       oTrace.Exit();
       Unload();
       return;
+    }
+    if (st.bGroupEnding) {
+      // The group's last files are done now.
+      st.EndGroup();
+      continue;
     }
     if (!st.bInGroup) {
       if (st.iEntry > st.iRowCount) {
@@ -97,7 +104,7 @@ void frmProcessLogs::tmrProcess_Timer() {
         st.ReportFailure("Cannot process audio file " + st.sHourFolder + "/" + st.sFile + ": " + e.what());
       }
     } else {
-      st.EndGroup();
+      st.EndGroupWhenDone();
     }
   }
 
@@ -129,6 +136,7 @@ void frmProcessLogs::EndRun() {
   // A run stopped inside a group leaves it: the hour is neither marked nor removed.
   st.CloseGroupSearch();
   st.oConversion.reset();
+  st.EndConversions();
   st.oEntry.reset();
   st.iFilesDone = 0;
   st.bGroupError = false;

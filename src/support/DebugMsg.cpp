@@ -8,6 +8,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstdio>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -24,7 +25,10 @@
 
 namespace {
 
-int32_t g_indent = 0;
+// Lines come from the engine's thread and from conversions at work on worker threads:
+// one line at a time, and the indent of each thread's routines is its own.
+std::recursive_mutex g_mutex;
+thread_local int32_t g_indent = 0;
 bool g_pathLookedUp = false;
 // The day (yyyymmdd) whose first trace line pruned the debug folder; 0: none yet.
 int32_t g_prunedDay = 0;
@@ -111,6 +115,7 @@ void DebugMsg(const std::string& sMessage, int32_t lLevel, int32_t lMark) {
     int32_t level = lLevel == -1 ? 5 : lLevel;
     if (level > mode) return;
   }
+  const std::lock_guard<std::recursive_mutex> oLock(g_mutex);
   if (lMark == 2) g_indent = std::max(0, g_indent - 1);
   else if (lMark == 3) g_indent = 0;
 
@@ -187,6 +192,7 @@ void tmrClearUpDebug_Timer() {
 namespace DebugLog {
 
 std::string CurrentFile() {
+  const std::lock_guard<std::recursive_mutex> oLock(g_mutex);
   const std::string exe = AppGlobal::AppExeName();
   if (exe.empty()) return "";
   std::string local = Machine::TranslatePath(DebugFolder());
@@ -195,6 +201,7 @@ std::string CurrentFile() {
 }
 
 void ResetForTesting() {
+  const std::lock_guard<std::recursive_mutex> oLock(g_mutex);
   g_indent = 0;
   g_pathLookedUp = false;
   g_prunedDay = 0;

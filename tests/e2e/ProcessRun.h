@@ -94,15 +94,17 @@ class ProcessRunTest : public ProcessorTest {
                Archived(Compressed(FormatOGG, 44100, 128, 2)), Archived(Wma(23))});
   }
   // The registry of the loggers added so far; the processor's ticks come back to back
-  // unless iProcessInterval (ms) says otherwise.
-  void WriteRegistry(int iProcessInterval = 0) {
+  // unless iProcessInterval (ms) says otherwise, and it converts as many files at once as
+  // it has cores unless iConcurrent says otherwise.
+  void WriteRegistry(int iProcessInterval = 0, int iConcurrent = 0) {
     WriteFile("registry.reg",
               "Windows Registry Editor Version 5.00\r\n\r\n"
               "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n\"LogCount\"=dword:0000000" +
                   std::to_string(m_iLogCount) + "\r\n\r\n" + m_sLoggers +
                   "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
                   "\"PrepareTimerInterval\"=dword:00000000\r\n\"ProcessTimerInterval\"=dword:" +
-                  fmt::format("{:08x}", iProcessInterval) + "\r\n");
+                  fmt::format("{:08x}", iProcessInterval) + "\r\n" +
+                  (iConcurrent ? fmt::format("\"ConcurrentConversions\"=dword:{:08x}\r\n", iConcurrent) : ""));
     ConfigAccess::ClearCache();
   }
   std::string LogDir(int iNum) const { return PathIn("drive_d/Logger" + std::to_string(iNum)); }

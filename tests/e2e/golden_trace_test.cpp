@@ -56,7 +56,8 @@ TEST_F(ProcessRunTest, TheTraceOfAFixedRunIsTheRecordedOneAndItsNestingIsBalance
   AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17))});
   // Logger 2: one hour converted, two whose info files can't be read.
   AddLogger(2, true, {Periods(Wav(22050, 1, 1), Wav(22050, 1, 17), Wav(11025, 1, 17))});
-  WriteRegistry();
+  // One file at a time: the trace of several at once interleaves its workers' lines.
+  WriteRegistry(0, 1);
   AddHour(1, "20261122", "13", kPast, kLater, kLater, 2, 1.5);
   AddHour(1, "20261115", "09", "-1", kPast, kLater, 2, 1.0);
   AddHour(1, "20261101", "05", "-1", "-1", kPast, 2, 0.5);

@@ -1,7 +1,9 @@
 #pragma once
 // The set-up shared by the engine's tests: a fresh machine root, the clock at Monday
 // 23 November 2026 10:05, the trace on at level 5 in the root's debug folder, no loggers
-// loaded, the default logger list location, and a listener on the capture side's handler.
+// loaded, the default logger list location, a listener on the capture side's handler, and
+// a registry that has the processor convert one file at a time (the tests follow the
+// work tick by tick).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -31,6 +33,7 @@ class EngineFixture : public TempRootTest {
     proctest::App();
     proctest::ResetEngineState("");
     LogList().Clear();
+    WriteRegistry(kOneAtATime);
     ASSERT_TRUE(m_oCapture.Bind(kCaptureHandler));
   }
   void TearDown() override {
@@ -44,6 +47,9 @@ class EngineFixture : public TempRootTest {
     TempRootTest::TearDown();
   }
 
+  static constexpr const char* kOneAtATime =
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
+      "\"ConcurrentConversions\"=dword:00000001\r\n";
   // A registry file of these keys and values.
   void WriteRegistry(const std::string& sBody) {
     WriteFile("registry.reg", "Windows Registry Editor Version 5.00\r\n\r\n" + sBody);

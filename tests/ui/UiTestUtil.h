@@ -39,12 +39,14 @@ inline QApplication& UiApp() {
 }
 
 // The registry of a machine with iLoggers loggers under D:\Kestrane\LoggerN, and the
-// timer intervals of the processor.
+// timer intervals of the processor, which converts one file at a time (the window's bars
+// are followed share by share).
 inline std::string RegistryWithLoggers(int iLoggers, int iPrepareMs, int iProcessMs) {
   std::string s = "Windows Registry Editor Version 5.00\r\n\r\n";
   s += "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n";
   s += fmt::format("\"PrepareTimerInterval\"=dword:{:08x}\r\n", iPrepareMs);
-  s += fmt::format("\"ProcessTimerInterval\"=dword:{:08x}\r\n\r\n", iProcessMs);
+  s += fmt::format("\"ProcessTimerInterval\"=dword:{:08x}\r\n", iProcessMs);
+  s += "\"ConcurrentConversions\"=dword:00000001\r\n\r\n";
   s += "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Capture]\r\n";
   s += fmt::format("\"LogCount\"=dword:{:08x}\r\n", iLoggers);
   for (int i = 1; i <= iLoggers; ++i) {
