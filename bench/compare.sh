@@ -80,8 +80,23 @@ echo "machine: $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -
 results=()
 trap 'rm -rf "$work"' EXIT
 
-for t in $targets; do
-  [ -n "${fmt[$t]:-}" ] || { echo "bench-compare: unknown target $t (ima mp3 mp2 ogg)" >&2; exit 2; }
+# One cycle of the processor over $root: its wall time into t_proc, its CPU into c_proc.
+run_processor() {
+  cpu; c0=$CPU
+  t0=$(now)
+  status=0
+  KESTRANE_CLOCK_START="2026-01-02 12:00:00" timeout -s TERM 3600 "$bin/knlogproc" > "$work/knlogproc.out" 2>&1 || status=$?
+  t_proc=$(since "$t0" "$(now)")
+  cpu; c_proc=$(since "$c0" "$CPU")
+  if [ "$status" -ne 0 ]; then
+    echo "bench-compare: knlogproc ended with status $status:" >&2
+    cat "$work/knlogproc.out" >&2
+    exit 1
+  fi
+}
+
+# A fresh recorder tree for target $t in $work/root.
+make_tree() {
   rm -rf "$work"
   root="$work/root"
   mkdir -p "$root" "$work/ff"
@@ -97,6 +112,11 @@ for t in $targets; do
   if [ "$lower" = 0 ]; then
     printf '\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"LowerPriority"=dword:00000000\r\n' >> "$root/registry.reg"
   fi
+}
+
+for t in $targets; do
+  [ -n "${fmt[$t]:-}" ] || { echo "bench-compare: unknown target $t (ima mp3 mp2 ogg)" >&2; exit 2; }
+  make_tree
   mapfile -t segs < <(find "$root" -name '*.wav' -path '*/[0-9][0-9]00/*' | sort)
   [ "${#segs[@]}" -eq $(( loggers * hours * 60 )) ] ||
     { echo "bench-compare: the tree holds ${#segs[@]} segments, not $(( loggers * hours * 60 ))" >&2; exit 1; }
@@ -129,18 +149,18 @@ for t in $targets; do
   cpu; c_hour=$(since "$c0" "$CPU")
   rm -f "$work"/ff/*
 
+  # The processor converting one file at a time, on a tree of its own, for the ideal of
+  # several at once: the cores times this speed.
+  make_tree
+  printf '\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"ConcurrentConversions"=dword:00000001\r\n' >> "$root/registry.reg"
+  cat "${segs[@]}" > /dev/null
+  run_processor
+  t_one=$t_proc
+  make_tree
+  cat "${segs[@]}" > /dev/null
+
   # The processor, with its defaults, one cycle.
-  cpu; c0=$CPU
-  t0=$(now)
-  status=0
-  KESTRANE_CLOCK_START="2026-01-02 12:00:00" timeout -s TERM 3600 "$bin/knlogproc" > "$work/knlogproc.out" 2>&1 || status=$?
-  t_proc=$(since "$t0" "$(now)")
-  cpu; c_proc=$(since "$c0" "$CPU")
-  if [ "$status" -ne 0 ]; then
-    echo "bench-compare: knlogproc ended with status $status:" >&2
-    cat "$work/knlogproc.out" >&2
-    exit 1
-  fi
+  run_processor
   # Every segment converted: its target there, of the target's codec, its source gone.
   bad=0
   for s in "${segs[@]}"; do
@@ -153,17 +173,19 @@ for t in $targets; do
     exit 1
   fi
 
-  results+=("$(printf '| %s | %.1f s (%sx) | %.1f s (%sx) | %.1f s (%sx) | %s | %s | %s / %s / %s |' "${label[$t]}" \
-    "$t_proc" "$(speed "$audio" "$t_proc")" "$t_seg" "$(speed "$audio" "$t_seg")" \
+  results+=("$(printf '| %s | %.1f s (%sx) | %.1f s (%sx) | %.1f s (%sx) | %s | %s | %.1f s (%sx) | %s | %s / %s / %s |' \
+    "${label[$t]}" "$t_proc" "$(speed "$audio" "$t_proc")" "$t_seg" "$(speed "$audio" "$t_seg")" \
     "$t_hour" "$(speed "$audio" "$t_hour")" "$(ratio "$t_proc" "$t_seg")" "$(ratio "$t_proc" "$t_hour")" \
+    "$t_one" "$(speed "$audio" "$t_one")" "$(awk -v a="$t_one" -v b="$t_proc" -v n="$(nproc)" 'BEGIN { printf "%.2f", a / b / n }')" \
     "$c_proc" "$c_seg" "$c_hour")")
   echo "  ${label[$t]}: knlogproc ${t_proc} s (CPU ${c_proc} s), ffmpeg per segment ${t_seg} s (CPU ${c_seg} s)," \
        "ffmpeg per hour ${t_hour} s (CPU ${c_hour} s)"
 done
 
 echo
-echo "| Target | knlogproc | ffmpeg, one a segment | ffmpeg, one an hour | vs one a segment | vs one an hour | CPU s: knlogproc / a segment / an hour |"
-echo "| --- | --- | --- | --- | --- | --- | --- |"
+echo "| Target | knlogproc | ffmpeg, one a segment | ffmpeg, one an hour | vs one a segment | vs one an hour | knlogproc, one file at a time | of the ideal | CPU s: knlogproc / a segment / an hour |"
+echo "| --- | --- | --- | --- | --- | --- | --- | --- | --- |"
 printf '%s\n' "${results[@]}"
 echo "(wall time, audio seconds per wall second in brackets; the ratios are the processor's speed over ffmpeg's;"
+echo " of the ideal: its speed with its defaults over $(nproc) cores times its speed one file at a time;"
 echo " load average at the end: $(cut -d' ' -f1-3 /proc/loadavg))"

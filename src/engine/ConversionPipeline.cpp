@@ -175,6 +175,19 @@ void ConversionPipeline::Abandon() {
   m_iAtWork = 0;
 }
 
+void ConversionPipeline::EndAfterFault() {
+  for (auto& oSlot : m_aSlots) oSlot->oSignals.bStop = true;
+  // A worker stops within a share of audio or, on the copier path, when its copier has
+  // taken the stop; one stuck (or the one that faulted) is not waited for beyond this.
+  const auto tGiveUp = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  for (auto& oSlot : m_aSlots) {
+    while (oSlot->oConversion && oSlot->oWorker.joinable() && !oSlot->oSignals.bEnded &&
+           std::chrono::steady_clock::now() < tGiveUp)
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  RemoveFilesInTheMaking();
+}
+
 void ConversionPipeline::RemoveFilesInTheMaking() const {
   for (const auto& oSlot : m_aSlots)
     if (oSlot->oConversion) oSlot->oConversion->RemoveFileInTheMaking();

@@ -46,10 +46,14 @@ class ConversionPipeline {
   // After a failed tick: every worker is stopped and waited for, the converted files in
   // the making go, and nothing more is said of the files.
   void Abandon();
-  // After a fault: the converted files in the making go (regular files only).
-  void RemoveFilesInTheMaking() const;
+  // After a fault, as the process ends: every worker is told to stop and given a moment
+  // to close its files (nothing is joined), then the converted files in the making go.
+  void EndAfterFault();
 
  private:
+  // The converted files in the making go (regular files only).
+  void RemoveFilesInTheMaking() const;
+
   class OrderedHost;
   struct Slot;
 

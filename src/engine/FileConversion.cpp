@@ -340,6 +340,7 @@ void FileConversion::Work(WorkSignals& oSignals) {
     }
   }
   m_pSignals = nullptr;
+  oSignals.bEnded.store(true);
 }
 
 void FileConversion::Finish(bool bStopped) {

@@ -49,6 +49,7 @@ class FileConversion {
     std::atomic<bool> bStop{false};     // set by the engine: end at the next share
     std::atomic<int> iPercent{0};       // how far through its source
     std::atomic<uint32_t> lBeats{0};    // grows with every share done: the work goes on
+    std::atomic<bool> bEnded{false};    // set by Work as it returns, its files closed
   };
   // All the data work of a conversion under way, to the close of both files (a worker
   // thread). It ends early when oSignals.bStop is set.

@@ -338,9 +338,9 @@ void ProcessState::AbandonConversions() {
   bGroupEnding = false;
 }
 
-void ProcessState::RemoveFilesInTheMaking() const {
+void ProcessState::EndAfterFault() {
   if (oConversion) oConversion->RemoveFileInTheMaking();
-  if (m_pPipeline) m_pPipeline->RemoveFilesInTheMaking();
+  if (m_pPipeline) m_pPipeline->EndAfterFault();
 }
 
 // ---- The host of the conversions.

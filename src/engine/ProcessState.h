@@ -57,7 +57,8 @@ class ProcessState : public IConversionHost {
   // After a failed tick: the files at work are dropped and their converted files in the
   // making go.
   void AbandonConversions();
-  void RemoveFilesInTheMaking() const;
+  // A fault ends the process: the converted files in the making go.
+  void EndAfterFault();
   int Concurrency() const { return iConcurrent; }
 
   // IConversionHost (also the form's failures of the current entry).

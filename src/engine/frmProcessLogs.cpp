@@ -171,7 +171,7 @@ void frmProcessLogs::AbandonCycle() {
 }
 
 void frmProcessLogs::RemoveFileInTheMaking() {
-  if (m_pProcess) m_pProcess->RemoveFilesInTheMaking();
+  if (m_pProcess) m_pProcess->EndAfterFault();
 }
 
 void frmProcessLogs::EndAfterFault(const std::string& sFault) {
