@@ -172,14 +172,21 @@ for t in $targets; do
     echo "bench-compare: $bad of ${#segs[@]} segments were not converted to ${label[$t]}" >&2
     exit 1
   fi
+  # A cycle with nothing due: what every cycle costs beside its conversions (the load and
+  # preparation timers' ticks, the start and the end of the program).
+  t_keep=$t_proc c_keep=$c_proc
+  run_processor
+  t_empty=$t_proc
+  t_proc=$t_keep c_proc=$c_keep
 
   results+=("$(printf '| %s | %.1f s (%sx) | %.1f s (%sx) | %.1f s (%sx) | %s | %s | %.1f s (%sx) | %s | %s / %s / %s |' \
     "${label[$t]}" "$t_proc" "$(speed "$audio" "$t_proc")" "$t_seg" "$(speed "$audio" "$t_seg")" \
     "$t_hour" "$(speed "$audio" "$t_hour")" "$(ratio "$t_proc" "$t_seg")" "$(ratio "$t_proc" "$t_hour")" \
-    "$t_one" "$(speed "$audio" "$t_one")" "$(awk -v a="$t_one" -v b="$t_proc" -v n="$(nproc)" 'BEGIN { printf "%.2f", a / b / n }')" \
+    "$t_one" "$(speed "$audio" "$t_one")" \
+    "$(awk -v a="$t_one" -v b="$t_proc" -v e="$t_empty" -v n="$(nproc)" 'BEGIN { printf "%.2f (%.2f)", a / b / n, (a - e) / (b - e) / n }')" \
     "$c_proc" "$c_seg" "$c_hour")")
-  echo "  ${label[$t]}: knlogproc ${t_proc} s (CPU ${c_proc} s), ffmpeg per segment ${t_seg} s (CPU ${c_seg} s)," \
-       "ffmpeg per hour ${t_hour} s (CPU ${c_hour} s)"
+  echo "  ${label[$t]}: knlogproc ${t_proc} s (CPU ${c_proc} s; one file at a time ${t_one} s; a cycle with" \
+       "nothing due ${t_empty} s), ffmpeg per segment ${t_seg} s (CPU ${c_seg} s), ffmpeg per hour ${t_hour} s (CPU ${c_hour} s)"
 done
 
 echo
@@ -187,5 +194,6 @@ echo "| Target | knlogproc | ffmpeg, one a segment | ffmpeg, one an hour | vs on
 echo "| --- | --- | --- | --- | --- | --- | --- | --- | --- |"
 printf '%s\n' "${results[@]}"
 echo "(wall time, audio seconds per wall second in brackets; the ratios are the processor's speed over ffmpeg's;"
-echo " of the ideal: its speed with its defaults over $(nproc) cores times its speed one file at a time;"
+echo " of the ideal: its speed with its defaults over $(nproc) cores times its speed one file at a time, and in"
+echo " brackets the same for the conversions alone, less the time of a cycle with nothing due;"
 echo " load average at the end: $(cut -d' ' -f1-3 /proc/loadavg))"
