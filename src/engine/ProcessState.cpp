@@ -290,7 +290,11 @@ int ProcessState::ConcurrencySetting() {
   return std::clamp<int32_t>(lCores, 1, kMost);
 }
 
-void ProcessState::ReadConcurrency() { iConcurrent = ConcurrencySetting(); }
+void ProcessState::ReadConcurrency() {
+  iConcurrent = ConcurrencySetting();
+  // The pipeline of the last run is made again for the count read now.
+  if (m_pPipeline && m_pPipeline->Empty()) m_pPipeline.reset();
+}
 
 void ProcessState::BeginFile() {
   if (Concurrent()) {

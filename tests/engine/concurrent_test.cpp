@@ -3,6 +3,9 @@
 // only when all its files are done; a stop leaves every source as it was.
 #include <gtest/gtest.h>
 
+#include <sched.h>
+
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -12,6 +15,7 @@
 
 #include "engine/EngineFixture.h"
 #include "engine/IEngineObserver.h"
+#include "engine/ProcessState.h"
 #include "engine/WorkList.h"
 #include "hours/CLogProcessEntry.h"
 
@@ -179,4 +183,20 @@ TEST_F(ConcurrentTest, AStopWhileSeveralAreAtWorkLeavesEverySource) {
   EXPECT_EQ(IniValue(Hour("13") + "130000.inf", "StandardAudioAt"), "2026-11-22 15:00");
   EXPECT_EQ(ReadBytes(PathIn("drive_d/L1/20261123/1000/100000.LOG")).find("Archived audio file"), std::string::npos);
   EXPECT_TRUE(Heard("IDLE"));
+}
+
+TEST_F(ConcurrentTest, TheCountIsTheSettingUpToEightOrOneACoreWhenUnset) {
+  cpu_set_t oCpus;
+  CPU_ZERO(&oCpus);
+  ASSERT_EQ(sched_getaffinity(0, sizeof oCpus, &oCpus), 0);
+  const int iCores = std::min(CPU_COUNT(&oCpus), 8);
+  const std::pair<const char*, int> aCases[] = {
+      {nullptr, iCores}, {"00000001", 1}, {"00000003", 3}, {"00000014", 8}, {"00000000", iCores}, {"ffffffff", iCores}};
+  for (const auto& [sValue, iExpected] : aCases) {
+    WriteRegistry(sValue ? std::string("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
+                                       "\"ConcurrentConversions\"=dword:") +
+                               sValue + "\r\n"
+                         : std::string());
+    EXPECT_EQ(ProcessState::ConcurrencySetting(), iExpected) << (sValue ? sValue : "not set");
+  }
 }
