@@ -81,6 +81,8 @@ TEST_F(LengthProbeTest, OggAndWmaFromTheFileAlone) {
   copier("mono.wav", "copier16.wma", "FormatType=16;SampleRate=16000;Channels=1;BitRate=24");
   codectest::FfmpegConvert(P("src.wav"), P("ffmpeg.ogg"), "-c:a libvorbis -q:a 3");
   codectest::FfmpegConvert(P("ffmpeg.ogg"), P("offset.ogg"), "-c copy -output_ts_offset 0.5");  // starts late
+  // Pages of 55 KB: the last whole page of a cut file is far from its end.
+  codectest::FfmpegConvert(P("src.wav"), P("bigpages.ogg"), "-c:a libvorbis -b:a 320k -page_duration 2000000");
   ASSERT_EQ(RunProgram("sox " + Quote(P("mono.wav")) + " " + Quote(P("sox.ogg"))), 0);
   codectest::FfmpegConvert(P("src.wav"), P("v1.wma"), "-c:a wmav1 -b:a 64k");
   codectest::FfmpegConvert(P("mono.wav"), P("v2.wma"), "-c:a wmav2 -b:a 32k");
@@ -92,11 +94,11 @@ TEST_F(LengthProbeTest, OggAndWmaFromTheFileAlone) {
   };
   // A stream that starts late is measured from its start, and ffmpeg's count differs by
   // the samples it trims there.
-  const Case aCases[] = {{"copier44.ogg", 44100, 2, true}, {"copier22.ogg", 22050, 1, true},
-                         {"copier8.ogg", 8000, 1, true},   {"ffmpeg.ogg", 44100, 2, true},
-                         {"offset.ogg", 44100, 2, false},  {"sox.ogg", 22050, 1, true},
-                         {"copier44.wma", 44100, 2, true}, {"copier16.wma", 16000, 1, true},
-                         {"v1.wma", 44100, 2, true},       {"v2.wma", 22050, 1, true}};
+  const Case aCases[] = {
+      {"copier44.ogg", 44100, 2, true}, {"copier22.ogg", 22050, 1, true}, {"copier8.ogg", 8000, 1, true},
+      {"ffmpeg.ogg", 44100, 2, true},   {"offset.ogg", 44100, 2, false},  {"sox.ogg", 22050, 1, true},
+      {"bigpages.ogg", 44100, 2, true}, {"copier44.wma", 44100, 2, true}, {"copier16.wma", 16000, 1, true},
+      {"v1.wma", 44100, 2, true},       {"v2.wma", 22050, 1, true}};
   auto probe = [&](const std::string& sName) {
     return sName.ends_with(".ogg") ? OggVorbisSeconds(P(sName)) : AsfWmaSeconds(P(sName));
   };

@@ -268,9 +268,10 @@ int64_t OggPageAt(FileWindow& w, int64_t lPos, int64_t& lGranule, uint32_t& uSer
 // a page of another stream, a second beginning or a page after the end of the stream:
 // a file that is not one stream alone.
 int64_t LastGranule(FileWindow& w, uint32_t uStream, bool bOnlyStream) {
-  // Pages are at most 65307 bytes: the last whole one starts within a window of twice
-  // that before the end, unless the end is damaged; then the window grows.
-  int64_t lWindow = 2 * 65536;
+  // Encoders write pages of a few kilobytes: the last whole one mostly starts within
+  // the last 16 KiB. Where no whole page starts there (large pages, a damaged end), the
+  // window grows until it does or holds the whole file.
+  int64_t lWindow = 16384;
   for (;;) {
     const int64_t lFrom = std::max<int64_t>(0, w.Size() - lWindow);
     int64_t lLast = -1;
