@@ -129,6 +129,12 @@ TEST_F(LengthProbeTest, OggAndWmaFromTheFileAlone) {
   sDamaged = ReadBytes(P("copier44.wma"));
   sDamaged.replace(60, 80, 80, '\0');  // the file properties
   WriteBytes(P("damaged.wma"), sDamaged);
+  // A sample rate halved: twice the length, beyond what the header states.
+  sDamaged = ReadBytes(P("copier16.wma"));
+  const size_t iRate = sDamaged.find(std::string("\x61\x01\x01\x00\x80\x3e\x00\x00", 8));
+  ASSERT_NE(iRate, std::string::npos);
+  sDamaged.replace(iRate + 4, 4, std::string("\x40\x1f\x00\x00", 4));
+  WriteBytes(P("rate.wma"), sDamaged);
   WriteBytes(P("chained.ogg"), ReadBytes(P("ffmpeg.ogg")) + ReadBytes(P("sox.ogg")));
   codectest::FfmpegConvert(P("src.wav"), P("two.ogg"), "-map 0 -map 0 -c:a libvorbis");
   codectest::FfmpegConvert(P("src.wav"), P("opus.ogg"), "-c:a libopus");
@@ -136,8 +142,8 @@ TEST_F(LengthProbeTest, OggAndWmaFromTheFileAlone) {
   WriteBytes(P("ogg.wma"), ReadBytes(P("copier44.ogg")));
   WriteBytes(P("wma.ogg"), ReadBytes(P("copier44.wma")));
   WriteBytes(P("empty.ogg"), "");
-  for (const char* s : {"damaged.ogg", "damaged.wma", "chained.ogg", "two.ogg", "opus.ogg", "wave.wma", "ogg.wma",
-                        "wma.ogg", "empty.ogg", "missing.wma"}) {
+  for (const char* s : {"damaged.ogg", "damaged.wma", "rate.wma", "chained.ogg", "two.ogg", "opus.ogg", "wave.wma",
+                        "ogg.wma", "wma.ogg", "empty.ogg", "missing.wma"}) {
     EXPECT_EQ(probe(s), -1.0) << s;
   }
 }

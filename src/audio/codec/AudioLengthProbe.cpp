@@ -511,6 +511,7 @@ struct AsfWma {
   int32_t lRate = 0;
   uint32_t lBlockAlign = 0;
   int32_t lFrameLength = 0;  // samples of each frame (block) of the codec
+  double dStated = 0.0;      // the play duration less the preroll; 0 where not given
 };
 
 // The stream's facts from the ASF header, or false where the file is not a single WMA
@@ -535,6 +536,9 @@ bool ReadAsfHeader(FileWindow& w, AsfWma& a) {
       const uint32_t lMin = Le32(o + 92), lMax = Le32(o + 96);
       if (lMin != lMax || lMin < 32) return false;
       a.lPacketSize = lMin;
+      const uint64_t lPlay = Le64(o + 64), lPreroll = Le64(o + 80);  // 100 ns units, ms
+      if (lPlay < (uint64_t{1} << 50) && lPreroll < (uint64_t{1} << 32))
+        a.dStated = static_cast<double>(lPlay) / 1e7 - static_cast<double>(lPreroll) / 1e3;
     } else if (IsGuid(o, kAsfStreamProperties)) {
       ++iStreams;
       if (lSize < 78) return false;
@@ -688,5 +692,9 @@ double AsfWmaSeconds(const std::string& sPath) {
     if (!r.Count(a, lBlocks, uObject, lPartial)) return -1.0;
   }
   // The decoder delivers nothing for the first block: it only fills its overlap.
-  return RoundedSeconds((lBlocks - 1) * a.lFrameLength, a.lRate);
+  const double dSecs = RoundedSeconds((lBlocks - 1) * a.lFrameLength, a.lRate);
+  // The header has no checksum: a length beyond the duration it states (a damaged rate,
+  // say) is not trusted.
+  if (a.dStated > 0 && dSecs > a.dStated + static_cast<double>(a.lFrameLength) / a.lRate) return -1.0;
+  return dSecs;
 }

@@ -1,9 +1,10 @@
 #pragma once
 // Lengths of compressed audio measured from what a file holds, not from a count that an
 // encoder wrote into a header: the MPEG audio frames that are whole up to the end of the
-// file, the granule position of the last whole Ogg page. A file cut short measures short.
-// Each gives frames (samples per channel) at the file's own rate, as FFmpeg's decoders
-// deliver them, or -1 when the file is not of that kind or cannot be read.
+// file, the granule position of the last whole Ogg page, the whole WMA blocks in the ASF
+// packets present. A file cut short measures short. Each gives what FFmpeg's decoders
+// deliver, or -1 when the file is not of that kind or cannot be read; no decoder is
+// opened.
 #include <cstdint>
 #include <string>
 
