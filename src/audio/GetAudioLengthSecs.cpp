@@ -57,6 +57,13 @@ double GetAudioLengthSecs(const std::string& sFile) {
   if (sExt == "MP3" || sExt == "MP2") {
     if (const double dSecs = MpegAudioSeconds(sFile); dSecs > 0) return dSecs;
   }
+  // Ogg Vorbis from its granule positions, WMA from its whole blocks, as above.
+  if (sExt == "OGG") {
+    if (const double dSecs = OggVorbisSeconds(sFile); dSecs > 0) return dSecs;
+  }
+  if (sExt == "WMA") {
+    if (const double dSecs = AsfWmaSeconds(sFile); dSecs > 0) return dSecs;
+  }
   try {
     CodecFile oFile;
     if (sExt == "WMA") oFile.SetUseWindowsMedia(true);

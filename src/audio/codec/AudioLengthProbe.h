@@ -1,9 +1,10 @@
 #pragma once
 // Lengths of compressed audio measured from what a file holds, not from a count that an
 // encoder wrote into a header: the MPEG audio frames that are whole up to the end of the
-// file, the granule position of the last whole Ogg page. A file cut short measures short.
-// Each gives frames (samples per channel) at the file's own rate, as FFmpeg's decoders
-// deliver them, or -1 when the file is not of that kind or cannot be read.
+// file, the granule position of the last whole Ogg page, the whole WMA blocks in the ASF
+// packets present. A file cut short measures short. Each gives what FFmpeg's decoders
+// deliver, or -1 when the file is not of that kind or cannot be read; no decoder is
+// opened.
 #include <cstdint>
 #include <string>
 
@@ -29,3 +30,17 @@ double MpegAudioSeconds(const std::string& sPath);
 // the stream that the file's first page belongs to, less lStartGranule (the stream's
 // start; a negative start counts from 0).
 int64_t MeasureOggGranule(const std::string& sPath, int64_t lStartGranule);
+
+// Seconds of audio in an Ogg Vorbis file of one stream: the granule position of its last
+// whole page less the stream's start, which is read from the headers and the first audio
+// page, rounded to whole milliseconds as a length read through the decoder is. -1 for
+// anything else (another codec, chained or multiplexed streams, a damaged header, no
+// whole audio page), which is left to the decoder.
+double OggVorbisSeconds(const std::string& sPath);
+
+// Seconds of audio in an ASF file of one WMA v1/v2 stream without bit reservoir, as the
+// copier writes them: the blocks of the stream that are whole in the whole data packets
+// present, each one frame of the codec, less the first, which a decoder only primes its
+// transform with. Rounded to whole milliseconds; -1 for any other file and for one whose
+// packets cannot be read, which are left to the decoder.
+double AsfWmaSeconds(const std::string& sPath);
