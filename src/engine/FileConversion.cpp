@@ -388,9 +388,9 @@ void FileConversion::RunCopier() {
     oServed = m_pSignals->pServer->Run(SourcePath(), OutPath(), sFormat, SystemPrxFile, fnStop, fnPump);
   // (Without a server, or when it was gone before it took the file, the file gets a run
   // of its own.)
-  const AppGlobal::RunResult oCopier =
-      oServed ? *oServed
-              : CopierRun::Run(CAudioNCT::CopierPath(), SourcePath(), OutPath(), sFormat, SystemPrxFile, fnStop, fnPump);
+  const AppGlobal::RunResult oCopier = oServed ? *oServed
+                                               : CopierRun::Run(CAudioNCT::CopierPath(), SourcePath(), OutPath(),
+                                                                sFormat, SystemPrxFile, fnStop, fnPump);
   if (oCopier.eOutcome == AppGlobal::RunOutcome::TimedOut)
     m_sCopierLine =
         fmt::format("Copier timed out after {} seconds, file rejected: {}", CopierRun::TimeoutSecs(), m_sFile);

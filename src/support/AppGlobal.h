@@ -76,8 +76,8 @@ RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>
 // bOwnGroup a process group of its own) without waiting for it. iStdin and iStdout, when 0
 // or more, become its standard input and output (they may be close-on-exec). Its pid, or
 // -1 when it could not be started (nothing is left to reap then).
-pid_t SpawnProgram(const std::string& sProgram, const std::vector<std::string>& aArgs, bool bOwnGroup,
-                   int iStdin = -1, int iStdout = -1);
+pid_t SpawnProgram(const std::string& sProgram, const std::vector<std::string>& aArgs, bool bOwnGroup, int iStdin = -1,
+                   int iStdout = -1);
 
 std::string PadLeftText(const std::string& s, int32_t lWidth, char chPad = ' ');
 

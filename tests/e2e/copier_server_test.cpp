@@ -123,8 +123,8 @@ TEST_F(CopierServerTest, AFileThroughTheServerEndsAsItsOwnRunWould) {
 
   // A stop while the copier writes: no target, no temporary file, the server gone.
   proctest::WriteToneWav(sFolder + "/long.wav", 60.0);
-  oResult = oServer->Run(sFolder + "/long.wav", sFolder + "/long.mp2", kMp2, "",
-                         [&] { return TempFileIn(sFolder); }, fnPump);
+  oResult = oServer->Run(
+      sFolder + "/long.wav", sFolder + "/long.mp2", kMp2, "", [&] { return TempFileIn(sFolder); }, fnPump);
   ASSERT_TRUE(oResult);
   EXPECT_EQ(oResult->eOutcome, AppGlobal::RunOutcome::Stopped);
   EXPECT_FALSE(fs::exists(sFolder + "/long.mp2"));
