@@ -146,6 +146,16 @@ std::optional<std::string> CopierServer::ReadLine(int iWaitMs) {
   return std::nullopt;
 }
 
+bool CopierServer::Send(const std::string& sRequest) {
+  for (size_t lSent = 0; lSent < sRequest.size();) {
+    const ssize_t n = ::send(m_oLine.Get(), sRequest.data() + lSent, sRequest.size() - lSent, MSG_NOSIGNAL);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    lSent += static_cast<size_t>(n);
+  }
+  return true;
+}
+
 std::optional<AppGlobal::RunResult> CopierServer::Run(const std::string& sSource, const std::string& sTarget,
                                                       const std::string& sFormat, const std::string& sPrxFile,
                                                       const std::function<bool()>& fnStop,
@@ -162,16 +172,11 @@ std::optional<AppGlobal::RunResult> CopierServer::Run(const std::string& sSource
   sRequest.push_back('\0');
   const int32_t lTimeoutSecs = CopierRun::TimeoutSecs();
   DebugMsg("Run " + m_sCopier + " " + CopierRun::ArgumentLine(aArgs), 10, 0);
-  for (size_t lSent = 0; lSent < sRequest.size();) {
-    const ssize_t n = ::send(m_oLine.Get(), sRequest.data() + lSent, sRequest.size() - lSent, MSG_NOSIGNAL);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      // A server that has not had the whole request does not start on it.
-      DebugMsg(fmt::format("Copier server {} takes no request (error {})", m_pid, errno), -1, 0);
-      End(CopierRun::kGraceMs);
-      return std::nullopt;
-    }
-    lSent += static_cast<size_t>(n);
+  if (!Send(sRequest)) {
+    // A server that has not had the whole request does not start on it.
+    DebugMsg(fmt::format("Copier server {} takes no request (error {})", m_pid, errno), -1, 0);
+    End(CopierRun::kGraceMs);
+    return std::nullopt;
   }
 
   const auto tStart = SteadyClock::now();

@@ -59,6 +59,8 @@ class CopierServer {
   // Reads what the server sent, up to a whole line within iWaitMs: the line, or nothing
   // (no line yet, or the end of the server's output: m_bOutputEnded).
   std::optional<std::string> ReadLine(int iWaitMs);
+  // The whole request sent; false when the server can't take it (errno says why).
+  bool Send(const std::string& sRequest);
   bool Died() const;
   // SIGTERM to the server's group, SIGKILL after lGraceMs, reaped. Its status.
   int End(int32_t lGraceMs);
