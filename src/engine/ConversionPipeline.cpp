@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "audio/CAudioNCT.h"
 #include "hours/CLogProcessEntry.h"
 #include "support/DebugMsg.h"
 
@@ -72,6 +73,8 @@ struct ConversionPipeline::Slot {
   // Null when the file was passed over, removed or failed at its begin: nothing to finish.
   std::unique_ptr<FileConversion> oConversion;
   FileConversion::WorkSignals oSignals;
+  // The copier server of the file while it is at work (oSignals.pServer).
+  std::unique_ptr<CopierServer> oServer;
   std::thread oWorker;
   bool bDone = false;  // the work has ended (under the pipeline's m_mutex)
   uint32_t lBeatsSeen = 0;
@@ -85,6 +88,30 @@ ConversionPipeline::~ConversionPipeline() {
   for (auto& oSlot : m_aSlots) oSlot->oSignals.bStop = true;
   for (auto& oSlot : m_aSlots)
     if (oSlot->oWorker.joinable()) oSlot->oWorker.join();
+  EndServers();
+}
+
+std::unique_ptr<CopierServer> ConversionPipeline::TakeServer() {
+  while (!m_aIdleServers.empty()) {
+    std::unique_ptr<CopierServer> oServer = std::move(m_aIdleServers.back());
+    m_aIdleServers.pop_back();
+    if (oServer->Usable()) return oServer;
+  }
+  if (m_bNoServers) return nullptr;
+  // Started here, on the engine's thread, which lives as long as the servers.
+  std::unique_ptr<CopierServer> oServer = CopierServer::Start(CAudioNCT::CopierPath());
+  if (!oServer) m_bNoServers = true;
+  return oServer;
+}
+
+void ConversionPipeline::EndServers() {
+  std::vector<std::unique_ptr<CopierServer>> aServers;
+  aServers.swap(m_aIdleServers);
+  for (auto& oSlot : m_aSlots)
+    if (oSlot->oServer && !oSlot->oWorker.joinable()) aServers.push_back(std::move(oSlot->oServer));
+  // All are told first, and so end side by side.
+  for (auto& oServer : aServers) oServer->CloseInput();
+  aServers.clear();
 }
 
 void ConversionPipeline::Take(const std::shared_ptr<CLogProcessEntry>& oEntry, const std::string& sHourFolder,
@@ -107,6 +134,10 @@ void ConversionPipeline::Take(const std::shared_ptr<CLogProcessEntry>& oEntry, c
     return;
   }
   if (m_oHost.ShutdownRequested()) oSlot->oSignals.bStop = true;
+  if (m_iWorkers > 1 && !oSlot->oSignals.bStop && oSlot->oConversion->UsesCopier()) {
+    oSlot->oServer = TakeServer();
+    oSlot->oSignals.pServer = oSlot->oServer.get();
+  }
   Slot* pSlot = oSlot.get();
   m_aSlots.push_back(std::move(oSlot));
   const auto Work = [this, pSlot] {
@@ -139,6 +170,7 @@ void ConversionPipeline::RetireFront() {
     oSlot->oWorker.join();
     --m_iAtWork;
   }
+  if (oSlot->oServer && oSlot->oServer->Usable()) m_aIdleServers.push_back(std::move(oSlot->oServer));
   oSlot->oHost.MakeFirst();
   if (oSlot->oConversion) oSlot->oConversion->Finish(oSlot->oSignals.bStop);
   oSlot.reset();
@@ -164,6 +196,8 @@ void ConversionPipeline::Retire(int iWaitMs) {
 void ConversionPipeline::StopAll() {
   for (auto& oSlot : m_aSlots) oSlot->oSignals.bStop = true;
   while (!m_aSlots.empty()) RetireFront();
+  EndServers();
+  m_bNoServers = false;
 }
 
 void ConversionPipeline::Abandon() {
@@ -171,6 +205,7 @@ void ConversionPipeline::Abandon() {
   for (auto& oSlot : m_aSlots)
     if (oSlot->oWorker.joinable()) oSlot->oWorker.join();
   RemoveFilesInTheMaking();
+  EndServers();
   m_aSlots.clear();
   m_iAtWork = 0;
 }
@@ -186,6 +221,8 @@ void ConversionPipeline::EndAfterFault() {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   RemoveFilesInTheMaking();
+  // The idle servers end by themselves; not waited for, as the process ends.
+  for (auto& oServer : m_aIdleServers) oServer->CloseInput();
 }
 
 void ConversionPipeline::RemoveFilesInTheMaking() const {

@@ -9,13 +9,20 @@
 // and passed on when it comes first: the hour log, the messages, the progress bars and
 // the replaces come in the order of the files, as if they had been taken one by one.
 // Only the first file's progress is shown.
+//
+// With more than one worker, the files that the external copier converts go to copiers
+// that stay up between files (CopierServer), at most one a worker: each file at work has
+// one to itself. A copier that can't serve makes every further file of the run a run of
+// its own. The servers end with the run (StopAll), at Abandon and with the pipeline.
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
+#include "engine/CopierServer.h"
 #include "engine/FileConversion.h"
 #include "engine/IConversionHost.h"
 
@@ -53,6 +60,11 @@ class ConversionPipeline {
  private:
   // The converted files in the making go (regular files only).
   void RemoveFilesInTheMaking() const;
+  // A server for a file of the copier: an idle one, or one started now; null when there
+  // is none to be had.
+  std::unique_ptr<CopierServer> TakeServer();
+  // Every server ends (idle ones, and those of slots whose work is over).
+  void EndServers();
 
   class OrderedHost;
   struct Slot;
@@ -64,6 +76,9 @@ class ConversionPipeline {
   const int m_iWorkers;
   int m_iAtWork = 0;  // slots with a worker thread, done or not
   std::deque<std::unique_ptr<Slot>> m_aSlots;
+  std::vector<std::unique_ptr<CopierServer>> m_aIdleServers;
+  // The copier gave no hello: each file of the copier is a run of its own from now on.
+  bool m_bNoServers = false;
   uint32_t m_lLastBeats = 0;
   // A worker that ends its work says so under m_mutex and wakes Retire.
   std::mutex m_mutex;

@@ -16,8 +16,6 @@
 namespace {
 
 constexpr int32_t kDefaultTimeoutSecs = 900;
-// How long an ended copier gets to remove its own temporary file before SIGKILL.
-constexpr int32_t kGraceMs = 5000;
 
 }  // namespace
 
@@ -56,6 +54,12 @@ AppGlobal::RunResult CopierRun::Run(const std::string& sCopier, const std::strin
   oControl.fnWhileWaiting = std::move(fnPump);
   DebugMsg("Run " + sCopier + " " + ArgumentLine(aArgs), 10, 0);
   const AppGlobal::RunResult oResult = AppGlobal::RunProgram(sCopier, aArgs, oControl);
+  Report(oResult, sCopier, sSource, sTarget, oControl.lTimeoutSecs);
+  return oResult;
+}
+
+void CopierRun::Report(const AppGlobal::RunResult& oResult, const std::string& sCopier, const std::string& sSource,
+                       const std::string& sTarget, int32_t lTimeoutSecs) {
   switch (oResult.eOutcome) {
     case AppGlobal::RunOutcome::Exited: DebugMsg(fmt::format("Copier ended with {}", oResult.lExitCode), 10, 0); break;
     case AppGlobal::RunOutcome::NotStarted:
@@ -68,15 +72,14 @@ AppGlobal::RunResult CopierRun::Run(const std::string& sCopier, const std::strin
       RemoveLeftovers(sTarget);
       break;
     case AppGlobal::RunOutcome::TimedOut:
-      DebugMsg(fmt::format("Copier ended after {} s (CopierTimeout): {}", oControl.lTimeoutSecs, sSource), -1, 0);
+      DebugMsg(fmt::format("Copier ended after {} s (CopierTimeout): {}", lTimeoutSecs, sSource), -1, 0);
       SayToJournal(JournalPriority::Error,
                    fmt::format("the copier took longer than {} s (CopierTimeout) on {} and was ended; the file is "
                                "kept as it was",
-                               oControl.lTimeoutSecs, sSource));
+                               lTimeoutSecs, sSource));
       RemoveLeftovers(sTarget);
       break;
   }
-  return oResult;
 }
 
 void CopierRun::RemoveLeftovers(const std::string& sTarget) {

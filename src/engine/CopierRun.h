@@ -27,6 +27,14 @@ class CopierRun {
                                   const std::string& sFormat, const std::string& sPrxFile, std::function<bool()> fnStop,
                                   std::function<void()> fnPump);
 
+  // The trace and journal lines of a run's outcome; the leftovers of a run that was ended
+  // (a stop, CopierTimeout) are removed.
+  static void Report(const AppGlobal::RunResult& oResult, const std::string& sCopier, const std::string& sSource,
+                     const std::string& sTarget, int32_t lTimeoutSecs);
+
+  // How long an ended copier gets to remove its own temporary file before SIGKILL.
+  static constexpr int32_t kGraceMs = 5000;
+
   // Removes the target and the copier's temporary files of it (".<name>.shuttle-*" in
   // its folder). Links are removed as links.
   static void RemoveLeftovers(const std::string& sTarget);

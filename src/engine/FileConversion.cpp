@@ -8,7 +8,9 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <functional>
 #include <new>
+#include <optional>
 #include <string>
 
 #include <fmt/format.h>
@@ -22,6 +24,7 @@
 #include "config/ClogPeriods.h"
 #include "config/VbConvert.h"
 #include "engine/CopierRun.h"
+#include "engine/CopierServer.h"
 #include "engine/Globals.h"
 #include "engine/IConversionHost.h"
 #include "hours/CLogProcessEntry.h"
@@ -349,6 +352,8 @@ void FileConversion::Finish(bool bStopped) {
   if (!bStopped && !m_oHost.ShutdownRequested()) CheckAndReplace();
 }
 
+bool FileConversion::UsesCopier() const { return m_oOutFile && m_oOutFile->HandleOutOfProcess(); }
+
 bool FileConversion::StopAsked() const {
   return m_pSignals ? m_pSignals->bStop.load(std::memory_order_relaxed) : m_oHost.ShutdownRequested();
 }
@@ -371,14 +376,21 @@ void FileConversion::RunCopier() {
   for (char& c : sFormat)
     if (c == '"') c = '\'';
   if (!m_pSignals) m_oHost.StillActive(false);
-  const AppGlobal::RunResult oCopier = CopierRun::Run(
-      CAudioNCT::CopierPath(), SourcePath(), OutPath(), sFormat, SystemPrxFile, [this] { return StopAsked(); },
-      [this] {
-        // A copier at work within its time is progress: "RESPOND" and the watchdog say so.
-        if (m_pSignals) return ShareDone(m_pSignals->iPercent.load(std::memory_order_relaxed));
-        m_oHost.StillActive(true);
-        m_oHost.DoEvents();
-      });
+  const std::function<bool()> fnStop = [this] { return StopAsked(); };
+  const std::function<void()> fnPump = [this] {
+    // A copier at work within its time is progress: "RESPOND" and the watchdog say so.
+    if (m_pSignals) return ShareDone(m_pSignals->iPercent.load(std::memory_order_relaxed));
+    m_oHost.StillActive(true);
+    m_oHost.DoEvents();
+  };
+  std::optional<AppGlobal::RunResult> oServed;
+  if (m_pSignals && m_pSignals->pServer)
+    oServed = m_pSignals->pServer->Run(SourcePath(), OutPath(), sFormat, SystemPrxFile, fnStop, fnPump);
+  // (Without a server, or when it was gone before it took the file, the file gets a run
+  // of its own.)
+  const AppGlobal::RunResult oCopier = oServed ? *oServed
+                                               : CopierRun::Run(CAudioNCT::CopierPath(), SourcePath(), OutPath(),
+                                                                sFormat, SystemPrxFile, fnStop, fnPump);
   if (oCopier.eOutcome == AppGlobal::RunOutcome::TimedOut)
     m_sCopierLine =
         fmt::format("Copier timed out after {} seconds, file rejected: {}", CopierRun::TimeoutSecs(), m_sFile);

@@ -27,6 +27,7 @@
 #include "audio/IAudioFormat.h"
 
 class CLogProcessEntry;
+class CopierServer;
 class IConversionHost;
 
 class FileConversion {
@@ -50,6 +51,9 @@ class FileConversion {
     std::atomic<int> iPercent{0};       // how far through its source
     std::atomic<uint32_t> lBeats{0};    // grows with every share done: the work goes on
     std::atomic<bool> bEnded{false};    // set by Work as it returns, its files closed
+    // A copier that stays up between files, for this file alone while it is at work; null:
+    // the copier runs for this file only.
+    CopierServer* pServer = nullptr;
   };
   // All the data work of a conversion under way, to the close of both files (a worker
   // thread). It ends early when oSignals.bStop is set.
@@ -62,6 +66,9 @@ class FileConversion {
   void Release();
   // Removes the converted file in the making (a regular file only): its source stays.
   void RemoveFileInTheMaking() const;
+
+  // Begun, and converted by the external copier.
+  bool UsesCopier() const;
 
   const std::string& File() const { return m_sFile; }
   const std::string& OutFile() const { return m_sOutFile; }

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <random>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -167,9 +168,10 @@ void WaitAWhile(int iPidFd, int iMs) {
 }
 
 // Starts the program; its pid, or -1 when it could not be forked. bExecFailed: the
-// program was forked but could not be started (the exec failed).
+// program was forked but could not be started (the exec failed). iStdin and iStdout, when
+// 0 or more, become the program's standard input and output.
 pid_t StartProgram(const std::string& sProgram, const std::vector<std::string>& aArgs, bool bOwnGroup,
-                   bool& bExecFailed) {
+                   bool& bExecFailed, int iStdin = -1, int iStdout = -1) {
   bExecFailed = false;
   std::vector<std::string> args = aArgs;
   args.insert(args.begin(), sProgram);
@@ -194,6 +196,13 @@ pid_t StartProgram(const std::string& sProgram, const std::vector<std::string>& 
     oReadEnd.Reset();
     // A group of its own lets an end reach whatever the program started.
     if (bOwnGroup) ::setpgid(0, 0);
+    // The descriptors given are close-on-exec; their copies on 0 and 1 are not.
+    if (iStdout == 0) iStdout = ::fcntl(iStdout, F_DUPFD_CLOEXEC, 3);
+    for (auto [iFrom, iTo] : {std::pair{iStdin, 0}, std::pair{iStdout, 1}}) {
+      if (iFrom < 0) continue;
+      if (iFrom == iTo) ::fcntl(iTo, F_SETFD, 0);
+      else if (::dup2(iFrom, iTo) < 0) ::_exit(127);
+    }
     sigset_t all;
     ::sigemptyset(&all);
     ::sigprocmask(SIG_SETMASK, &all, nullptr);
@@ -216,6 +225,18 @@ pid_t StartProgram(const std::string& sProgram, const std::vector<std::string>& 
 }
 
 }  // namespace
+
+pid_t SpawnProgram(const std::string& sProgram, const std::vector<std::string>& aArgs, bool bOwnGroup, int iStdin,
+                   int iStdout) {
+  bool bExecFailed = false;
+  const pid_t pid = StartProgram(sProgram, aArgs, bOwnGroup, bExecFailed, iStdin, iStdout);
+  if (pid > 0 && bExecFailed) {
+    while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    return -1;
+  }
+  return pid;
+}
 
 RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>& aArgs, const RunControl& oControl) {
   RunResult oResult;

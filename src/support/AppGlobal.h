@@ -1,6 +1,8 @@
 #pragma once
 // The application-global services: trace settings, the application object, messages to
 // named handlers, running programs, and small text and number helpers.
+#include <sys/types.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <functional>
@@ -69,6 +71,13 @@ struct RunResult {
 // reaped before this returns. A program whose parent dies gets SIGTERM.
 RunResult RunProgram(const std::string& sProgram, const std::vector<std::string>& aArgs,
                      const RunControl& oControl = {});
+
+// Starts sProgram as RunProgram does (no shell; SIGTERM when the calling thread ends; with
+// bOwnGroup a process group of its own) without waiting for it. iStdin and iStdout, when 0
+// or more, become its standard input and output (they may be close-on-exec). Its pid, or
+// -1 when it could not be started (nothing is left to reap then).
+pid_t SpawnProgram(const std::string& sProgram, const std::vector<std::string>& aArgs, bool bOwnGroup, int iStdin = -1,
+                   int iStdout = -1);
 
 std::string PadLeftText(const std::string& s, int32_t lWidth, char chPad = ' ');
 

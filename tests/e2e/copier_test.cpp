@@ -41,6 +41,8 @@ class CopierTest : public ProcessRunTest {
     fs::remove(sCopier);
     WriteFile("drive_c/Program Files/Common Files/Norvane Shared/Sound Shuttle/SoundShuttle",
               "#!/bin/sh\n"
+              // A copier that converts one file a run refuses to serve file after file.
+              "[ \"$1\" = /SERVE ] && exit 2\n"
               "out='" +
                   PathIn("copier-args") +
                   "'\n"

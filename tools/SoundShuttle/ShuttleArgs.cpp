@@ -42,6 +42,9 @@ bool ParseShuttleArgs(const std::vector<std::string>& aArgs, ShuttleArgs& args, 
     } else if (bSwitch && sName == "DEBUGFULL") {
       args.iDebug = 10;
       pLast = nullptr;
+    } else if (bSwitch && sName == "SERVE" && a.find('=') == std::string::npos) {
+      args.bServe = true;
+      pLast = nullptr;
     } else if (bSwitch && (sName == "HELP" || sName == "?" || sName == "H")) {
       args.bHelp = true;
       pLast = nullptr;
@@ -53,7 +56,7 @@ bool ParseShuttleArgs(const std::vector<std::string>& aArgs, ShuttleArgs& args, 
       return false;
     }
   }
-  if (args.bHelp) return true;
+  if (args.bHelp || args.bServe) return true;
   if (args.sSrcFile.empty()) sError = "missing /SRCFILE=<file>";
   else if (args.sDstFile.empty()) sError = "missing /DSTFILE=<file>";
   else if (args.sDstFormat.empty()) sError = "missing /DSTFORMAT=<format text>";
@@ -63,6 +66,7 @@ bool ParseShuttleArgs(const std::vector<std::string>& aArgs, ShuttleArgs& args, 
 std::string ShuttleUsage() {
   return R"(Usage: SoundShuttle /SRCFILE=<file> /DSTFILE=<file> /DSTFORMAT=<format text>
                     [/PRXFILE=<file>] [/DEBUG | /DEBUGFULL]
+       SoundShuttle /SERVE [/DEBUG | /DEBUGFULL]
 
 Converts the audio of SRCFILE (MP2, MP3, Ogg Vorbis, WAV or WMA) into DSTFILE in the
 format that DSTFORMAT names. The file is written under a temporary name in the folder
@@ -76,6 +80,13 @@ destination could not be written, 1: any other failure).
 Switches may come in any order and case, with "/" or "-" in front; a value may be put
 in double quotes. /DEBUG reports the steps on standard error, /DEBUGFULL the codec
 library's messages as well.
+
+/SERVE converts file after file in one process. It writes the line
+"SoundShuttle serve 1" on standard output, then reads requests from standard input:
+the arguments of one file's run, each ended by a NUL byte, and an empty argument (one
+more NUL) after the last. Each request is that run (same files, same messages) and is
+answered with one line holding its exit status. The end of the input ends the server
+with status 0.
 
 Format text: one line of items "Key=Value" separated by ";", keys in any order and
 case, unknown keys ignored, ProfileFile last (it runs to the end of the line):

@@ -10,6 +10,7 @@ struct ShuttleArgs {
   std::string sPrxFile;
   int iDebug = 0;  // 0 none, 5 /DEBUG, 10 /DEBUGFULL
   bool bHelp = false;
+  bool bServe = false;  // /SERVE: file after file, the requests on standard input
 };
 
 // Reads the switches (any order, any case, "/" or "-" in front, values with or without

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -273,15 +274,9 @@ void Convert(const ShuttleArgs& args) {
   Trace("done: " + args.sDstFile);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  // The copy loop hands blocks of 128 KB between reader and writer. Left to its defaults
-  // the allocator maps and unmaps (or grows and trims the heap for) each of them, and the
-  // page faults cost a third of the time of a cheap encoder; keep the memory instead.
-  mallopt(M_MMAP_THRESHOLD, 16 << 20);
-  mallopt(M_TRIM_THRESHOLD, 64 << 20);
-  std::vector<std::string> aArgs(argv + 1, argv + argc);
+// One run of the copier on the arguments of one file: its exit status, and a line on
+// standard error that says what failed. pHelp takes the text of --help.
+int RunOne(const std::vector<std::string>& aArgs, int iServerDebug, std::FILE* pHelp) {
   ShuttleArgs args;
   std::string sError;
   if (!ParseShuttleArgs(aArgs, args, sError)) {
@@ -289,12 +284,15 @@ int main(int argc, char** argv) {
     return kExitUsage;
   }
   if (args.bHelp) {
-    std::fputs(ShuttleUsage().c_str(), stdout);
+    std::fputs(ShuttleUsage().c_str(), pHelp);
     return 0;
   }
-  g_iDebug = args.iDebug;
-  SetCodecLogging(args.iDebug >= 10);
-  InstallSignalHandlers();
+  if (args.bServe) {
+    std::fprintf(stderr, "SoundShuttle: /SERVE is not a switch of one file's run\n");
+    return kExitUsage;
+  }
+  g_iDebug = std::max(args.iDebug, iServerDebug);
+  SetCodecLogging(g_iDebug >= 10);
   try {
     Convert(args);
   } catch (const Failure& f) {
@@ -308,4 +306,82 @@ int main(int argc, char** argv) {
     return kExitFailed;
   }
   return 0;
+}
+
+// Reads the requests of a server from standard input: the arguments of one file, each
+// ended by a NUL, and an empty argument after the last.
+class RequestReader {
+ public:
+  enum class Got { Request, End, Broken };
+  Got Next(std::vector<std::string>& aArgs) {
+    aArgs.clear();
+    std::string sArg;
+    bool bAny = false;
+    for (;;) {
+      if (m_lPos == m_lFill) {
+        ssize_t n;
+        do {
+          n = read(STDIN_FILENO, m_aBuf, sizeof m_aBuf);
+        } while (n < 0 && errno == EINTR);
+        if (n <= 0) return bAny ? Got::Broken : Got::End;
+        m_lPos = 0;
+        m_lFill = static_cast<size_t>(n);
+      }
+      const char c = m_aBuf[m_lPos++];
+      bAny = true;
+      if (c != '\0') {
+        sArg += c;
+      } else if (sArg.empty()) {
+        return Got::Request;
+      } else {
+        aArgs.push_back(std::move(sArg));
+        sArg.clear();
+      }
+    }
+  }
+
+ private:
+  char m_aBuf[4096];
+  size_t m_lPos = 0, m_lFill = 0;
+};
+
+// Serves file after file (see ShuttleUsage()); each file is the one-file run, with
+// nothing kept from one to the next but the process.
+int Serve(int iDebug) {
+  std::fputs("SoundShuttle serve 1\n", stdout);
+  if (std::fflush(stdout) != 0) return kExitFailed;
+  RequestReader oReader;
+  std::vector<std::string> aArgs;
+  for (;;) {
+    switch (oReader.Next(aArgs)) {
+      case RequestReader::Got::End: return 0;
+      case RequestReader::Got::Broken:
+        std::fprintf(stderr, "SoundShuttle: the input ended inside a request\n");
+        return kExitUsage;
+      case RequestReader::Got::Request: break;
+    }
+    // Standard output carries the answers: the help text goes to standard error.
+    const int iExit = RunOne(aArgs, iDebug, stderr);
+    std::printf("%d\n", iExit);
+    if (std::fflush(stdout) != 0) return kExitFailed;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // The copy loop hands blocks of 128 KB between reader and writer. Left to its defaults
+  // the allocator maps and unmaps (or grows and trims the heap for) each of them, and the
+  // page faults cost a third of the time of a cheap encoder; keep the memory instead.
+  mallopt(M_MMAP_THRESHOLD, 16 << 20);
+  mallopt(M_TRIM_THRESHOLD, 64 << 20);
+  const std::vector<std::string> aArgs(argv + 1, argv + argc);
+  ShuttleArgs args;
+  std::string sError;
+  if (ParseShuttleArgs(aArgs, args, sError) && args.bServe && !args.bHelp) {
+    InstallSignalHandlers();
+    return Serve(args.iDebug);
+  }
+  if (sError.empty() && !args.bHelp) InstallSignalHandlers();
+  return RunOne(aArgs, 0, stdout);
 }
