@@ -24,6 +24,7 @@
 #   KN_BUILD_DIR   build folder with bin/ (build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source bench/tree.sh
 bin="$(cd "${KN_BUILD_DIR:-build}/bin" && pwd)"
 variant="${BENCH_VARIANT:-short}"
 targets="${BENCH_TARGETS:-ima mp3 mp2 ogg}"
@@ -88,16 +89,12 @@ for t in $targets; do
   export KESTRANE_ROOT="$root"
   unset DISPLAY WAYLAND_DISPLAY QT_QPA_PLATFORM
   # The hours 00 .. hours-1 of 2026-01-01, standardised one hour after recording, never
-  # archived or deleted; the processor's clock is a day later, so that all are due.
-  "$bin/kncapture-sim" make -q --loggers "$loggers" --start 2026-01-01 --days 1 \
-    --until "2026-01-01 $(printf %02d $(( hours - 1 ))):59" --segments 60 --seconds "$seconds" \
-    --audio tones --seed 16 --format "wav:44100:2/${fmt[$t]}/none" --hours 1,0,0
-  # The processor's own defaults: no pacing values in its key.
-  sed -i '/"PrepareTimerInterval"\|"ProcessTimerInterval"\|"PrepareHoursPerPing"/d' "$root/registry.reg"
-  if [ "$lower" = 0 ]; then
-    printf '\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"LowerPriority"=dword:00000000\r\n' >> "$root/registry.reg"
-  fi
-  mapfile -t segs < <(find "$root" -name '*.wav' -path '*/[0-9][0-9]00/*' | sort)
+  # archived or deleted; the processor's clock is a day later, so that all are due. The
+  # processor's own defaults: no pacing values in its key.
+  values=()
+  if [ "$lower" = 0 ]; then values+=('"LowerPriority"=dword:00000000'); fi
+  bench_tree "$bin" "$root" "$loggers" "$hours" "$seconds" "${fmt[$t]}/none" 1 "${values[@]}"
+  mapfile -t segs < <(bench_segments "$root")
   [ "${#segs[@]}" -eq $(( loggers * hours * 60 )) ] ||
     { echo "bench-compare: the tree holds ${#segs[@]} segments, not $(( loggers * hours * 60 ))" >&2; exit 1; }
   cat "${segs[@]}" > /dev/null  # into the page cache, for all three runs alike
