@@ -196,33 +196,17 @@ class ProcessKillTest : public ProcessRunTest {
     for (int i = 1; i <= 4; ++i) fs::remove_all(LogDir(i), ec);
   }
 
-  std::vector<Segment> m_aSegments;
-  std::vector<std::pair<std::string, std::string>> m_aInfs;      // and the point the run marks
-  std::vector<std::pair<std::string, std::string>> m_aKept;      // path and bytes
-  std::vector<std::pair<std::string, std::string>> m_aProblems;  // kind and detail
-};
-
-TEST_F(ProcessKillTest, KilledAtRandomMomentsNothingIsLostAndTheNextRunFinishes) {
-  const int iTrials = std::getenv("KN_KILL_TRIALS") ? std::atoi(std::getenv("KN_KILL_TRIALS")) : 200;
-  const unsigned uSeed = std::getenv("KN_KILL_SEED")
-                             ? static_cast<unsigned>(std::strtoul(std::getenv("KN_KILL_SEED"), nullptr, 10))
-                             : std::random_device{}();
-  std::printf("kill trials: seed %u (KN_KILL_SEED=%u repeats them)\n", uSeed, uSeed);
-  std::fflush(stdout);
-  std::mt19937 oRandom(uSeed);
-
-  // The trials take turns over these counts of conversions at once.
+  // What the trials with one count of conversions at once saw.
   struct PerCount {
-    int iRunMs = 0;      // a whole run, to spread the kills over it
+    int iRunMs = 0;       // a whole run, to spread the kills over it
     int iMostAtWork = 0;  // the most conversions seen at work at once in a whole run
     int iTrials = 0, iKilledInRun = 0, iFailed = 0;
     std::map<int, int> aAtKill;  // conversions at work at the kill -> trials
   };
-  const std::vector<int> aCounts = {2, 4};
-  std::map<int, PerCount> aPer;
 
-  for (const int iCount : aCounts) {
-    PerCount& oPer = aPer[iCount];
+  // An uninterrupted run with iCount at once: it must finish the job, and keep iCount
+  // conversions at work at some moment, or the trials of that count prove little.
+  void WholeRun(int iCount, PerCount& oPer) {
     RemoveTrees();
     BuildTree(iCount);
     m_aProblems.clear();
@@ -243,16 +227,12 @@ TEST_F(ProcessKillTest, KilledAtRandomMomentsNothingIsLostAndTheNextRunFinishes)
     for (const auto& [sKind, sDetail] : m_aProblems)
       ADD_FAILURE() << "uninterrupted run with " << iCount << " at once: " << sKind << ": " << sDetail;
     ASSERT_TRUE(m_aProblems.empty()) << "an uninterrupted run must finish the job";
-    // Otherwise the trials of this count prove nothing about that many at once.
     EXPECT_EQ(oPer.iMostAtWork, iCount) << "conversions seen at work at once in a whole run";
   }
 
-  // Trials are independent (each starts from a fresh tree), so all of them run and the
-  // problems are told once per trial and tallied by kind at the end.
-  std::map<std::string, int> aTally;
-  for (int iTrial = 1; iTrial <= iTrials; ++iTrial) {
-    const int iCount = aCounts[static_cast<size_t>(iTrial - 1) % aCounts.size()];
-    PerCount& oPer = aPer[iCount];
+  // One trial from a fresh tree: a kill at a random moment of a run, the checks, the next
+  // run and its checks. The problems are told once per trial and tallied by kind.
+  void Trial(int iTrial, int iCount, PerCount& oPer, std::mt19937& oRandom, std::map<std::string, int>& aTally) {
     ++oPer.iTrials;
     RemoveTrees();
     BuildTree(iCount);
@@ -279,15 +259,44 @@ TEST_F(ProcessKillTest, KilledAtRandomMomentsNothingIsLostAndTheNextRunFinishes)
 
     std::map<std::string, std::string> aKinds;  // first detail of each kind in this trial
     for (const auto& [sKind, sDetail] : m_aProblems) aKinds.emplace(sKind, sDetail);
-    if (!aKinds.empty()) {
-      ++oPer.iFailed;
-      std::string sText;
-      for (const auto& [sKind, sDetail] : aKinds) {
-        ++aTally[fmt::format("{} at once: {}", iCount, sKind)];
-        sText += "\n  " + sKind + ": " + sDetail;
-      }
-      ADD_FAILURE() << "trial " << iTrial << " (" << iCount << " at once, killed after " << iDelay << " ms):" << sText;
+    if (aKinds.empty()) return;
+    ++oPer.iFailed;
+    std::string sText;
+    for (const auto& [sKind, sDetail] : aKinds) {
+      ++aTally[fmt::format("{} at once: {}", iCount, sKind)];
+      sText += "\n  " + sKind + ": " + sDetail;
     }
+    ADD_FAILURE() << "trial " << iTrial << " (" << iCount << " at once, killed after " << iDelay << " ms):" << sText;
+  }
+
+  std::vector<Segment> m_aSegments;
+  std::vector<std::pair<std::string, std::string>> m_aInfs;      // and the point the run marks
+  std::vector<std::pair<std::string, std::string>> m_aKept;      // path and bytes
+  std::vector<std::pair<std::string, std::string>> m_aProblems;  // kind and detail
+};
+
+TEST_F(ProcessKillTest, KilledAtRandomMomentsNothingIsLostAndTheNextRunFinishes) {
+  const int iTrials = std::getenv("KN_KILL_TRIALS") ? std::atoi(std::getenv("KN_KILL_TRIALS")) : 200;
+  const unsigned uSeed = std::getenv("KN_KILL_SEED")
+                             ? static_cast<unsigned>(std::strtoul(std::getenv("KN_KILL_SEED"), nullptr, 10))
+                             : std::random_device{}();
+  std::printf("kill trials: seed %u (KN_KILL_SEED=%u repeats them)\n", uSeed, uSeed);
+  std::fflush(stdout);
+  std::mt19937 oRandom(uSeed);
+
+  // The trials take turns over these counts of conversions at once.
+  const std::vector<int> aCounts = {2, 4};
+  std::map<int, PerCount> aPer;
+  for (const int iCount : aCounts) {
+    WholeRun(iCount, aPer[iCount]);
+    if (HasFatalFailure()) return;
+  }
+
+  std::map<std::string, int> aTally;
+  for (int iTrial = 1; iTrial <= iTrials; ++iTrial) {
+    const int iCount = aCounts[static_cast<size_t>(iTrial - 1) % aCounts.size()];
+    Trial(iTrial, iCount, aPer[iCount], oRandom, aTally);
+    if (HasFatalFailure()) return;
     if (iTrial % 10 == 0) {
       std::printf("kill trials: %d run", iTrial);
       for (const auto& [iC, o] : aPer)
