@@ -24,6 +24,7 @@
 #   KN_BUILD_DIR   build folder with bin/ (build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# shellcheck source=bench/tree.sh
 source bench/tree.sh
 bin="$(cd "${KN_BUILD_DIR:-build}/bin" && pwd)"
 variant="${BENCH_VARIANT:-short}"

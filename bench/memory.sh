@@ -34,6 +34,7 @@
 #   KN_BUILD_DIR   build folder with bin/ (build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# shellcheck source=bench/tree.sh
 source bench/tree.sh
 bin="$(cd "${KN_BUILD_DIR:-build}/bin" && pwd)"
 targets="${BENCH_TARGETS:-ima mp3}"
@@ -90,7 +91,7 @@ watch_run() {
   PEAK_PROC=0 PEAK_COPIER=0 PEAK_TOTAL=0
   while :; do
     look "$pid"
-    [ -n "$P_STATE" ] && [ "$P_STATE" != Z ] || break
+    if [ -z "$P_STATE" ] || [ "$P_STATE" = Z ]; then break; fi
     [ "$P_HWM" -gt "$PEAK_PROC" ] && PEAK_PROC=$P_HWM
     total=$P_RSS
     children "$pid"

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the benchmarks (compare.sh, memory.sh): a recorder's tree for the processor.
 #
 # bench_tree BIN ROOT LOGGERS HOURS SECONDS FORMATS STANDARD_AFTER [VALUE ...]
