@@ -8,7 +8,7 @@ PACKAGE_BUILD ?= build-package
 CTEST_ARGS ?=
 BUILD_ARGS ?=
 
-.PHONY: all deps build test test-slow demo fuzz bench bench-compare lint format clean package
+.PHONY: all deps build test test-slow demo fuzz bench bench-compare bench-memory lint format clean package
 
 all: build
 
@@ -73,6 +73,13 @@ bench-compare: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF > /dev/null
 	cmake --build $(BUILD) -j $(JOBS) --target knlogproc SoundShuttle kncapture-sim
 	KN_BUILD_DIR=$(BUILD) bash bench/compare.sh
+
+# The processor's peak memory with 1, 2 and 4 conversions at once, and its memory over 20
+# cycles of one process (bench/memory.sh).
+bench-memory: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DKN_TESTS=OFF > /dev/null
+	cmake --build $(BUILD) -j $(JOBS) --target knlogproc SoundShuttle kncapture-sim
+	KN_BUILD_DIR=$(BUILD) bash bench/memory.sh
 
 clean:
 	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(PACKAGE_BUILD) $(BENCH_BUILD)

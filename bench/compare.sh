@@ -24,6 +24,8 @@
 #   KN_BUILD_DIR   build folder with bin/ (build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# shellcheck source=bench/tree.sh
+source bench/tree.sh
 bin="$(cd "${KN_BUILD_DIR:-build}/bin" && pwd)"
 variant="${BENCH_VARIANT:-short}"
 targets="${BENCH_TARGETS:-ima mp3 mp2 ogg}"
@@ -95,7 +97,8 @@ run_processor() {
   fi
 }
 
-# A fresh recorder tree for target $t in $work/root.
+# A fresh recorder tree for target $t in $work/root; each argument is one more value of
+# the processor's key.
 make_tree() {
   rm -rf "$work"
   root="$work/root"
@@ -103,21 +106,17 @@ make_tree() {
   export KESTRANE_ROOT="$root"
   unset DISPLAY WAYLAND_DISPLAY QT_QPA_PLATFORM
   # The hours 00 .. hours-1 of 2026-01-01, standardised one hour after recording, never
-  # archived or deleted; the processor's clock is a day later, so that all are due.
-  "$bin/kncapture-sim" make -q --loggers "$loggers" --start 2026-01-01 --days 1 \
-    --until "2026-01-01 $(printf %02d $(( hours - 1 ))):59" --segments 60 --seconds "$seconds" \
-    --audio tones --seed 16 --format "wav:44100:2/${fmt[$t]}/none" --hours 1,0,0
-  # The processor's own defaults: no pacing values in its key.
-  sed -i '/"PrepareTimerInterval"\|"ProcessTimerInterval"\|"PrepareHoursPerPing"/d' "$root/registry.reg"
-  if [ "$lower" = 0 ]; then
-    printf '\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"LowerPriority"=dword:00000000\r\n' >> "$root/registry.reg"
-  fi
+  # archived or deleted; the processor's clock is a day later, so that all are due. The
+  # processor's own defaults: no pacing values in its key; each argument is one more value.
+  local values=("$@")
+  if [ "$lower" = 0 ]; then values+=('"LowerPriority"=dword:00000000'); fi
+  bench_tree "$bin" "$root" "$loggers" "$hours" "$seconds" "${fmt[$t]}/none" 1 ${values[@]+"${values[@]}"}
 }
 
 for t in $targets; do
   [ -n "${fmt[$t]:-}" ] || { echo "bench-compare: unknown target $t (ima mp3 mp2 ogg)" >&2; exit 2; }
   make_tree
-  mapfile -t segs < <(find "$root" -name '*.wav' -path '*/[0-9][0-9]00/*' | sort)
+  mapfile -t segs < <(bench_segments "$root")
   [ "${#segs[@]}" -eq $(( loggers * hours * 60 )) ] ||
     { echo "bench-compare: the tree holds ${#segs[@]} segments, not $(( loggers * hours * 60 ))" >&2; exit 1; }
   cat "${segs[@]}" > /dev/null  # into the page cache, for all three runs alike
@@ -151,8 +150,7 @@ for t in $targets; do
 
   # The processor converting one file at a time, on a tree of its own, for the ideal of
   # several at once: the cores times this speed.
-  make_tree
-  printf '\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"ConcurrentConversions"=dword:00000001\r\n' >> "$root/registry.reg"
+  make_tree '"ConcurrentConversions"=dword:00000001'
   cat "${segs[@]}" > /dev/null
   run_processor
   t_one=$t_proc

@@ -15,6 +15,7 @@ PACKAGES=(
   libsystemd-dev
   dpkg-dev lintian man-db
   prometheus  # promtool, for the check of the metrics file
+  faketime  # bench/memory.sh: a fast clock, for many cycles in one run
 )
 
 missing=()

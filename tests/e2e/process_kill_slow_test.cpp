@@ -2,15 +2,18 @@
 // targets converted in the process and compressed targets made by the copier: after each
 // kill every segment is still there, whole, in its source or its target format, and no
 // settings, registry or hour info file is damaged; a run that follows finishes the job and
-// leaves each segment exactly once, with nothing of the program's own left behind.
+// leaves each segment exactly once, with nothing of the program's own left behind. The
+// trials take turns with 2 and with 4 conversions at once ("ConcurrentConversions").
 //
 // KN_KILL_TRIALS (default 200) and KN_KILL_SEED (default: a fresh one) set the trials; the
-// seed and the counts are printed, so that a failing trial can be run again.
+// seed and the counts are printed, so that a failing trial can be run again, and for each
+// count how many conversions were at work at the kills.
 #include <gtest/gtest.h>
 
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -45,6 +48,19 @@ bool ProgramRuns(const std::string& sPath) {
   return false;
 }
 
+// The conversions at work in the processor pid: its worker threads, which bear the
+// process's own name (the main thread does too; threads of the libraries are named).
+int ConversionsAtWork(pid_t pid) {
+  const std::string sProc = "/proc/" + std::to_string(pid);
+  const std::string sName = ReadBytes(sProc + "/comm");
+  if (sName.empty()) return 0;
+  int iSame = 0;
+  std::error_code ec;
+  for (auto& e : fs::directory_iterator(sProc + "/task", ec))
+    if (ReadBytes(e.path().string() + "/comm") == sName) ++iSame;
+  return std::max(iSame - 1, 0);
+}
+
 struct Segment {
   std::string sFolder;  // hour folder with "/"
   std::string sTitle;   // e.g. "130000A"
@@ -63,9 +79,12 @@ bool Whole(const audiocount::Counted& c, bool bCompressed) {
 
 class ProcessKillTest : public ProcessRunTest {
  protected:
-  void BuildTree() {
+  // Enough files to a group that iConcurrent conversions are at work at once, both of
+  // WAV targets (worker threads) and of the copier's (a copier process a worker).
+  void BuildTree(int iConcurrent) {
     m_aSegments.clear();
     m_sLoggers.clear();
+    m_iLogCount = 0;
     AddLogger(1, true, {Periods(Wav(44100, 2, 1), Wav(22050, 2, 17), Wav(22050, 1, 17))});
     AddLogger(2, true, {Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatMP2, 44100, 128, 2))});
     AddLogger(3, true, {Periods(Wav(44100, 2, 1), Wav(22050, 1, 17), Wav(22050, 1, 17))});
@@ -73,16 +92,17 @@ class ProcessKillTest : public ProcessRunTest {
     AddLogger(4, true,
               {Periods(Wav(44100, 2, 1), Wav(44100, 2, 1), Compressed(FormatMP3, 44100, 128, 2)),
                Periods(Wav(44100, 2, 1), Wav(22050, 1, 1), Wav(22050, 1, 1))});
-    WriteRegistry();
-    AddHour(1, "20261122", "13", kPast, kLater, kLater, 3, kSeconds);
-    AddHour(2, "20261115", "09", "-1", kPast, kLater, 2, kSeconds);
-    AddHour(3, "20261122", "13", kPast, kLater, kLater, 2, kSeconds);
-    AddHour(4, "20261115", "09", "-1", kPast, kLater, 2, kSeconds, "A");
-    AddHour(4, "20261122", "13", kPast, kLater, kLater, 2, kSeconds, "B");
-    for (int i = 0; i < 3; ++i) {
+    WriteRegistry(0, iConcurrent);
+    constexpr int kMany = 6, kFew = 5;
+    AddHour(1, "20261122", "13", kPast, kLater, kLater, kMany, kSeconds);
+    AddHour(2, "20261115", "09", "-1", kPast, kLater, kFew, kSeconds);
+    AddHour(3, "20261122", "13", kPast, kLater, kLater, kFew, kSeconds);
+    AddHour(4, "20261115", "09", "-1", kPast, kLater, kFew, kSeconds, "A");
+    AddHour(4, "20261122", "13", kPast, kLater, kLater, kFew, kSeconds, "B");
+    for (int i = 0; i < kMany; ++i) {
       const std::string sMinute = fmt::format("{:02}00", i);
       m_aSegments.push_back({In(1, "20261122/1300/"), "13" + sMinute + "A", "wav", "adpcm_ima_wav"});
-      if (i == 2) continue;
+      if (i >= kFew) continue;
       m_aSegments.push_back({In(2, "20261115/0900/"), "09" + sMinute + "A", "mp2", "mp2"});
       m_aSegments.push_back({In(3, "20261122/1300/"), "13" + sMinute + "A", "wav", "adpcm_ima_wav"});
       m_aSegments.push_back({In(4, "20261115/0900/"), "09" + sMinute + "A", "mp3", "mp3"});
@@ -176,6 +196,79 @@ class ProcessKillTest : public ProcessRunTest {
     for (int i = 1; i <= 4; ++i) fs::remove_all(LogDir(i), ec);
   }
 
+  // What the trials with one count of conversions at once saw.
+  struct PerCount {
+    int iRunMs = 0;       // a whole run, to spread the kills over it
+    int iMostAtWork = 0;  // the most conversions seen at work at once in a whole run
+    int iTrials = 0, iKilledInRun = 0, iFailed = 0;
+    std::map<int, int> aAtKill;  // conversions at work at the kill -> trials
+  };
+
+  // An uninterrupted run with iCount at once: it must finish the job, and keep iCount
+  // conversions at work at some moment, or the trials of that count prove little.
+  void WholeRun(int iCount, PerCount& oPer) {
+    RemoveTrees();
+    BuildTree(iCount);
+    m_aProblems.clear();
+    RunningProgram oProc;
+    const auto tStart = std::chrono::steady_clock::now();
+    ASSERT_TRUE(Start(oProc, {}));
+    const auto tGiveUp = tStart + std::chrono::seconds(120);
+    while (oProc.Running() && std::chrono::steady_clock::now() < tGiveUp) {
+      oPer.iMostAtWork = std::max(oPer.iMostAtWork, ConversionsAtWork(oProc.Pid()));
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    ASSERT_TRUE(oProc.WaitEnd(1000)) << "a whole run with " << iCount << " at once did not end";
+    oPer.iRunMs = static_cast<int>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - tStart).count());
+    ASSERT_EQ(oProc.ExitCode(), 0) << ReadFile("out.txt");
+    WaitForOrphanedCopiers();
+    CheckAllDone();
+    for (const auto& [sKind, sDetail] : m_aProblems)
+      ADD_FAILURE() << "uninterrupted run with " << iCount << " at once: " << sKind << ": " << sDetail;
+    ASSERT_TRUE(m_aProblems.empty()) << "an uninterrupted run must finish the job";
+    EXPECT_EQ(oPer.iMostAtWork, iCount) << "conversions seen at work at once in a whole run";
+  }
+
+  // One trial from a fresh tree: a kill at a random moment of a run, the checks, the next
+  // run and its checks. The problems are told once per trial and tallied by kind.
+  void Trial(int iTrial, int iCount, PerCount& oPer, std::mt19937& oRandom, std::map<std::string, int>& aTally) {
+    ++oPer.iTrials;
+    RemoveTrees();
+    BuildTree(iCount);
+    m_aProblems.clear();
+
+    RunningProgram oProc;
+    ASSERT_TRUE(Start(oProc, {}));
+    std::uniform_int_distribution<int> oDelay(0, oPer.iRunMs);
+    const int iDelay = oDelay(oRandom);
+    std::this_thread::sleep_for(std::chrono::milliseconds(iDelay));
+    if (oProc.Running()) {
+      ++oPer.iKilledInRun;
+      ++oPer.aAtKill[ConversionsAtWork(oProc.Pid())];
+    }
+    oProc.Signal(SIGKILL);
+    ASSERT_TRUE(oProc.WaitEnd(10000));
+    WaitForOrphanedCopiers();
+    CheckNothingLost();
+
+    const auto oNext = RunProcessor({}, {});
+    if (!oNext) Problem("the next run failed", oNext.message());
+    WaitForOrphanedCopiers();
+    CheckAllDone();
+
+    std::map<std::string, std::string> aKinds;  // first detail of each kind in this trial
+    for (const auto& [sKind, sDetail] : m_aProblems) aKinds.emplace(sKind, sDetail);
+    if (aKinds.empty()) return;
+    ++oPer.iFailed;
+    std::string sText;
+    for (const auto& [sKind, sDetail] : aKinds) {
+      ++aTally[fmt::format("{} at once: {}", iCount, sKind)];
+      sText += "\n  " + sKind + ": " + sDetail;
+    }
+    ADD_FAILURE() << "trial " << iTrial << " (" << iCount << " at once, killed after " << iDelay << " ms):" << sText;
+  }
+
   std::vector<Segment> m_aSegments;
   std::vector<std::pair<std::string, std::string>> m_aInfs;      // and the point the run marks
   std::vector<std::pair<std::string, std::string>> m_aKept;      // path and bytes
@@ -191,62 +284,39 @@ TEST_F(ProcessKillTest, KilledAtRandomMomentsNothingIsLostAndTheNextRunFinishes)
   std::fflush(stdout);
   std::mt19937 oRandom(uSeed);
 
-  // How long a whole run takes here, to spread the kills over it.
-  BuildTree();
-  const auto tStart = std::chrono::steady_clock::now();
-  ASSERT_TRUE(RunProcessor({}, {}));
-  const int iRunMs = static_cast<int>(
-      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - tStart).count());
-  WaitForOrphanedCopiers();
-  CheckAllDone();
-  for (const auto& [sKind, sDetail] : m_aProblems) ADD_FAILURE() << "uninterrupted run: " << sKind << ": " << sDetail;
-  ASSERT_TRUE(m_aProblems.empty()) << "an uninterrupted run must finish the job";
+  // The trials take turns over these counts of conversions at once.
+  const std::vector<int> aCounts = {2, 4};
+  std::map<int, PerCount> aPer;
+  for (const int iCount : aCounts) {
+    WholeRun(iCount, aPer[iCount]);
+    if (HasFatalFailure()) return;
+  }
 
-  // Trials are independent (each starts from a fresh tree), so all of them run and the
-  // problems are told once per trial and tallied by kind at the end.
-  int iKilledInRun = 0, iFailedTrials = 0;
   std::map<std::string, int> aTally;
   for (int iTrial = 1; iTrial <= iTrials; ++iTrial) {
-    RemoveTrees();
-    BuildTree();
-    m_aProblems.clear();
-
-    RunningProgram oProc;
-    ASSERT_TRUE(Start(oProc, {}));
-    std::uniform_int_distribution<int> oDelay(0, iRunMs);
-    const int iDelay = oDelay(oRandom);
-    std::this_thread::sleep_for(std::chrono::milliseconds(iDelay));
-    if (oProc.Running()) ++iKilledInRun;
-    oProc.Signal(SIGKILL);
-    ASSERT_TRUE(oProc.WaitEnd(10000));
-    WaitForOrphanedCopiers();
-    CheckNothingLost();
-
-    const auto oNext = RunProcessor({}, {});
-    if (!oNext) Problem("the next run failed", oNext.message());
-    WaitForOrphanedCopiers();
-    CheckAllDone();
-
-    std::map<std::string, std::string> aKinds;  // first detail of each kind in this trial
-    for (const auto& [sKind, sDetail] : m_aProblems) aKinds.emplace(sKind, sDetail);
-    if (!aKinds.empty()) {
-      ++iFailedTrials;
-      std::string sText;
-      for (const auto& [sKind, sDetail] : aKinds) {
-        ++aTally[sKind];
-        sText += "\n  " + sKind + ": " + sDetail;
-      }
-      ADD_FAILURE() << "trial " << iTrial << " (killed after " << iDelay << " ms):" << sText;
-    }
+    const int iCount = aCounts[static_cast<size_t>(iTrial - 1) % aCounts.size()];
+    Trial(iTrial, iCount, aPer[iCount], oRandom, aTally);
+    if (HasFatalFailure()) return;
     if (iTrial % 10 == 0) {
-      std::printf("kill trials: %d run, %d killed while running, %d failed so far\n", iTrial, iKilledInRun,
-                  iFailedTrials);
+      std::printf("kill trials: %d run", iTrial);
+      for (const auto& [iC, o] : aPer)
+        std::printf(", %d at once: %d killed while running, %d failed", iC, o.iKilledInRun, o.iFailed);
+      std::printf("\n");
       std::fflush(stdout);
     }
   }
-  std::printf("kill trials: seed %u, %d trials, %d killed while running, %d failed, whole run %d ms\n", uSeed, iTrials,
-              iKilledInRun, iFailedTrials, iRunMs);
+  std::printf("kill trials: seed %u, %d trials\n", uSeed, iTrials);
+  int iKilledInRun = 0;
+  for (const auto& [iCount, o] : aPer) {
+    std::string sAtKill;
+    for (const auto& [iAtWork, iN] : o.aAtKill) sAtKill += fmt::format(" {}:{}", iAtWork, iN);
+    std::printf(
+        "  %d at once: %d trials, %d killed while running, %d failed; whole run %d ms with at most %d at work; "
+        "at work at the kills (count:trials):%s\n",
+        iCount, o.iTrials, o.iKilledInRun, o.iFailed, o.iRunMs, o.iMostAtWork, sAtKill.c_str());
+    iKilledInRun += o.iKilledInRun;
+  }
+  // Most kills must have hit a running program, or the trials prove little.
+  EXPECT_GT(iKilledInRun, iTrials / 2);
   for (const auto& [sKind, iCount] : aTally) std::printf("  %3d trials: %s\n", iCount, sKind.c_str());
-  // Most kills must have hit a running program, or the trial proves little.
-  EXPECT_GT(iKilledInRun, iTrials / 2) << "run takes " << iRunMs << " ms";
 }
