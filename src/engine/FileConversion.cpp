@@ -188,6 +188,9 @@ bool FileConversion::Begin() {
     DebugMsg("It is.", -1, 0);
     DebugMsg("Read the file size tolerance", -1, 0);
     m_iToleranceMs = ToleranceMsOf(*m_oOutFormat);
+    // The copier reads the source itself: the reader's buffers would only wait for it.
+    m_oInFile.reset();
+    m_oInFormat.reset();
     return true;
   }
   if (!OpenTarget()) return PassOver();
