@@ -65,6 +65,15 @@ class NullView : public IProcessorView {
   void CloseForm() override {}
 };
 
+// A window that keeps the hour bar's values and whether it was minimised.
+class LogProgressView : public NullView {
+ public:
+  std::vector<int> aLogProgress;
+  bool bMinimised = false;
+  void SetLogProgress(int i) override { aLogProgress.push_back(i); }
+  void Minimise() override { bMinimised = true; }
+};
+
 // A WAV format of the given rate, channels and format tag (1 PCM, 17 IMA ADPCM).
 inline std::shared_ptr<IAudioFormat> Wav(int iRate, int iChannels, int iTag) {
   auto o = std::make_shared<CAudioACM>();

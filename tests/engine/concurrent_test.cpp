@@ -24,12 +24,6 @@ using namespace proctest;
 
 namespace {
 
-class RecordingView : public NullView {
- public:
-  std::vector<int> aLogProgress;
-  void SetLogProgress(int i) override { aLogProgress.push_back(i); }
-};
-
 // What an observer hears, as one line an event.
 class RecordingObserver : public IEngineObserver {
  public:
@@ -83,7 +77,7 @@ class ConcurrentTest : public EngineFixture {
         iWorkers));
 
     m_pForm = std::make_unique<frmProcessLogs>();
-    RecordingView oView;
+    LogProgressView oView;
     RecordingObserver oObserver;
     m_pForm->SetView(&oView);
     m_pForm->SetObserver(&oObserver);
@@ -169,7 +163,7 @@ TEST_F(ConcurrentTest, AStopWhileSeveralAreAtWorkLeavesEverySource) {
   WriteRegistry(
       "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n\"ConcurrentConversions\"=dword:00000004\r\n");
   m_pForm = std::make_unique<frmProcessLogs>();
-  RecordingView oView;
+  LogProgressView oView;
   m_pForm->SetView(&oView);
   AddRow(oLog, "13");
   const size_t lEnds = Ends();

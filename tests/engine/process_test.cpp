@@ -16,18 +16,6 @@
 namespace fs = std::filesystem;
 using namespace proctest;
 
-namespace {
-
-class CountingView : public NullView {
- public:
-  std::vector<int> aLogProgress;
-  bool bMinimised = false;
-  void SetLogProgress(int i) override { aLogProgress.push_back(i); }
-  void Minimise() override { bMinimised = true; }
-};
-
-}  // namespace
-
 class ProcessTest : public EngineFixture {
  protected:
   void SetUp() override {
@@ -83,7 +71,7 @@ class ProcessTest : public EngineFixture {
     return a;
   }
 
-  CountingView m_oView;
+  LogProgressView m_oView;
 };
 
 TEST_F(ProcessTest, StandardiseConvertsTheGroupMarksThePointAndEndsTheRun) {
