@@ -47,10 +47,10 @@ class FileConversion {
   bool Run();
   // What a conversion at work on a worker thread shares with the engine's thread.
   struct WorkSignals {
-    std::atomic<bool> bStop{false};     // set by the engine: end at the next share
-    std::atomic<int> iPercent{0};       // how far through its source
-    std::atomic<uint32_t> lBeats{0};    // grows with every share done: the work goes on
-    std::atomic<bool> bEnded{false};    // set by Work as it returns, its files closed
+    std::atomic<bool> bStop{false};   // set by the engine: end at the next share
+    std::atomic<int> iPercent{0};     // how far through its source
+    std::atomic<uint32_t> lBeats{0};  // grows with every share done: the work goes on
+    std::atomic<bool> bEnded{false};  // set by Work as it returns, its files closed
     // A copier that stays up between files, for this file alone while it is at work; null:
     // the copier runs for this file only.
     CopierServer* pServer = nullptr;

@@ -72,9 +72,10 @@ class ConcurrentTest : public EngineFixture {
       if (i != 2) WriteToneWav(Hour("14") + fmt::format("14{:02}00A.wav", i), aSeconds[i]);
     }
     WriteFile("drive_d/L1/20261122/1400/140200A.wav", std::string(4000, 'x'));
-    WriteRegistry(fmt::format(
-        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n\"ConcurrentConversions\"=dword:{:08x}\r\n",
-        iWorkers));
+    WriteRegistry(
+        fmt::format("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log "
+                    "Processor]\r\n\"ConcurrentConversions\"=dword:{:08x}\r\n",
+                    iWorkers));
 
     m_pForm = std::make_unique<frmProcessLogs>();
     LogProgressView oView;
@@ -144,7 +145,8 @@ TEST_F(ConcurrentTest, SeveralAtOnceSayAndDoWhatOneAtATimeDoes) {
     EXPECT_EQ(oSeen.aLogProgress, oOne.aLogProgress);
     EXPECT_EQ(oSeen.aMarks, oOne.aMarks);
     EXPECT_EQ(oSeen.aCodecs.size(), oOne.aCodecs.size());
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(Decode(Hour("13") + fmt::format("13{:02}00A.wav", i)).sCodec, "adpcm_ima_wav");
+    for (int i = 0; i < 5; ++i)
+      EXPECT_EQ(Decode(Hour("13") + fmt::format("13{:02}00A.wav", i)).sCodec, "adpcm_ima_wav");
   }
 }
 
@@ -161,7 +163,8 @@ TEST_F(ConcurrentTest, AStopWhileSeveralAreAtWorkLeavesEverySource) {
     aSources.push_back(ReadBytes(sPath));
   }
   WriteRegistry(
-      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n\"ConcurrentConversions\"=dword:00000004\r\n");
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log "
+      "Processor]\r\n\"ConcurrentConversions\"=dword:00000004\r\n");
   m_pForm = std::make_unique<frmProcessLogs>();
   LogProgressView oView;
   m_pForm->SetView(&oView);
@@ -184,8 +187,8 @@ TEST_F(ConcurrentTest, TheCountIsTheSettingUpToEightOrOneACoreWhenUnset) {
   CPU_ZERO(&oCpus);
   ASSERT_EQ(sched_getaffinity(0, sizeof oCpus, &oCpus), 0);
   const int iCores = std::min(CPU_COUNT(&oCpus), 8);
-  const std::pair<const char*, int> aCases[] = {
-      {nullptr, iCores}, {"00000001", 1}, {"00000003", 3}, {"00000014", 8}, {"00000000", iCores}, {"ffffffff", iCores}};
+  const std::pair<const char*, int> aCases[] = {{nullptr, iCores}, {"00000001", 1},      {"00000003", 3},
+                                                {"00000014", 8},   {"00000000", iCores}, {"ffffffff", iCores}};
   for (const auto& [sValue, iExpected] : aCases) {
     WriteRegistry(sValue ? std::string("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Kestrane v4\\Log Processor]\r\n"
                                        "\"ConcurrentConversions\"=dword:") +
