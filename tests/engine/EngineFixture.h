@@ -15,6 +15,8 @@
 #include "config/CLogList.h"
 #include "config/CStream.h"
 #include "engine/Globals.h"
+#include "engine/WorkList.h"
+#include "hours/CLogProcessEntry.h"
 #include "engine/ProcessTestUtil.h"
 #include "engine/frmProcessLogs.h"
 #include "support/AppGlobal.h"
@@ -69,6 +71,32 @@ class EngineFixture : public TempRootTest {
     return oLog;
   }
   std::string Trace() const { return proctest::ReadBytes(DebugLog::CurrentFile()); }
+  // The hour of the info file sInf of oLog, as a row of m_pForm's work list for eAct.
+  void AddWorkRow(const std::shared_ptr<CLog>& oLog, const std::string& sInf, eAction eAct) {
+    auto oEntry = std::make_shared<CLogProcessEntry>();
+    oEntry->OpenInf(oLog, sInf);
+    oEntry->Action(eAct);
+    WorkListRow oRow;
+    oRow.sKey = oEntry->Reference();
+    oRow.sText = oLog->Name();
+    oRow.pTag = oEntry;
+    m_pForm->RowsForTesting().Add(std::move(oRow));
+  }
+  // Ticks m_pForm's processing until the run ends: the ticks it took, -1 when it didn't
+  // end within iMaxTicks.
+  int RunToEnd(int iMaxTicks = 200) {
+    const size_t lEnds = Count(Trace(), "No More Files");
+    for (int i = 1; i <= iMaxTicks; ++i) {
+      m_pForm->tmrProcess_Timer();
+      if (Count(Trace(), "No More Files") > lEnds) return i;
+    }
+    return -1;
+  }
+  static size_t Count(const std::string& s, const std::string& sPart) {
+    size_t n = 0;
+    for (size_t i = s.find(sPart); i != std::string::npos; i = s.find(sPart, i + 1)) ++n;
+    return n;
+  }
   // What the capture side has heard so far, in order.
   const std::vector<std::string>& Heard() {
     while (auto m = m_oCapture.Receive()) m_aHeard.push_back(m->Text);

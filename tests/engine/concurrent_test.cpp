@@ -84,7 +84,7 @@ class ConcurrentTest : public EngineFixture {
     m_pForm->SetObserver(&oObserver);
     for (const char* sHH : {"13", "14"}) AddRow(oLog, sHH);
     const size_t lHeardBefore = Heard().size();
-    EXPECT_TRUE(TickToTheEnd());
+    EXPECT_GT(RunToEnd(5000), 0);
 
     Seen oSeen;
     oSeen.sHourLog = ReadBytes(PathIn("drive_d/L1/20261123/1000/100000.LOG"));
@@ -99,33 +99,11 @@ class ConcurrentTest : public EngineFixture {
     return oSeen;
   }
 
-  // Ticks until the run ends; false when it doesn't within a few thousand ticks.
-  bool TickToTheEnd() {
-    const size_t lEnds = Ends();
-    for (int i = 0; i < 5000; ++i) {
-      m_pForm->tmrProcess_Timer();
-      if (Ends() > lEnds) return true;
-    }
-    return false;
-  }
-  size_t Ends() const {
-    const std::string s = Trace();
-    size_t n = 0;
-    for (size_t i = s.find("No More Files"); i != std::string::npos; i = s.find("No More Files", i + 1)) ++n;
-    return n;
-  }
   std::string Hour(const std::string& sHH) const { return PathIn("drive_d/L1/20261122/" + sHH + "00/"); }
   void AddRow(const std::shared_ptr<CLog>& oLog, const std::string& sHH) {
     const std::string sInf = Hour(sHH) + sHH + "0000.inf";
     WriteInf(sInf, "2026-11-22 15:00", "2026-11-23 00:00", "2026-12-22 00:00");
-    auto oEntry = std::make_shared<CLogProcessEntry>();
-    oEntry->OpenInf(oLog, sInf);
-    oEntry->Action(actStandardise);
-    WorkListRow oRow;
-    oRow.sKey = oEntry->Reference();
-    oRow.sText = oLog->Name();
-    oRow.pTag = oEntry;
-    m_pForm->RowsForTesting().Add(oRow);
+    AddWorkRow(oLog, sInf, actStandardise);
   }
 };
 
@@ -169,11 +147,9 @@ TEST_F(ConcurrentTest, AStopWhileSeveralAreAtWorkLeavesEverySource) {
   LogProgressView oView;
   m_pForm->SetView(&oView);
   AddRow(oLog, "13");
-  const size_t lEnds = Ends();
   m_pForm->tmrProcess_Timer();
   m_pForm->RequestShutdown();
-  m_pForm->tmrProcess_Timer();
-  EXPECT_EQ(Ends(), lEnds + 1) << "the run did not end at the stop";
+  EXPECT_EQ(RunToEnd(1), 1) << "the run did not end at the stop";
   for (int i = 0; i < 6; ++i)
     EXPECT_TRUE(ReadBytes(Hour("13") + fmt::format("13{:02}00A.wav", i)) == aSources[static_cast<size_t>(i)])
         << "source " << i << " changed";

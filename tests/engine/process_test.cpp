@@ -39,29 +39,9 @@ class ProcessTest : public EngineFixture {
   void AddRow(const std::shared_ptr<CLog>& oLog, const std::string& sHour, eAction eAct) {
     const std::string sInf = Dir(oLog->logNum(), "20261122/" + sHour + "00/" + sHour + "0000.inf");
     if (!fs::exists(sInf)) WriteInf(sInf, "2026-11-22 14:00", "2026-11-23 00:00", "2026-12-22 00:00");
-    auto oEntry = std::make_shared<CLogProcessEntry>();
-    oEntry->OpenInf(oLog, sInf);
-    oEntry->Action(eAct);
-    WorkListRow oRow;
-    oRow.sKey = oEntry->Reference();
-    oRow.sText = oLog->Name();
-    oRow.pTag = oEntry;
-    m_pForm->RowsForTesting().Add(std::move(oRow));
+    AddWorkRow(oLog, sInf, eAct);
   }
   // Ticks until the run has ended; the number of ticks, or -1 when it didn't end.
-  int RunToEnd(int iMaxTicks = 200) {
-    const size_t lEnds = Count(Trace(), "No More Files");
-    for (int i = 1; i <= iMaxTicks; ++i) {
-      m_pForm->tmrProcess_Timer();
-      if (Count(Trace(), "No More Files") > lEnds) return i;
-    }
-    return -1;
-  }
-  static size_t Count(const std::string& s, const std::string& sPart) {
-    size_t n = 0;
-    for (size_t i = s.find(sPart); i != std::string::npos; i = s.find(sPart, i + 1)) ++n;
-    return n;
-  }
   std::string HourLog(int iLog) const { return ReadBytes(Dir(iLog, "20261123/1000/100000.LOG")); }
   // The names in logger iLog's folder of hour 13 on 22 November, dot files too, sorted.
   std::vector<std::string> HourFolderNames(int iLog) const {
